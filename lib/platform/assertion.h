@@ -1,0 +1,106 @@
+#pragma once
+
+// Fail-stop assertions. A failed assertion is reported to the kernel log, so that it survives in the player's
+// system log when no console is attached, marks a trace event, and ends the process with abort().
+//
+// Log tooling in the field finds reports by their file, line and function. Assertions that it knows carry
+// these as literal texts (the _AT forms); all others report where they really stand.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+/// Tells whether a pointer can be an object's address: above the first page and aligned. A pointer that is
+/// not valid is reported to the kernel log, or to standard output where there is none. Any thread.
+/// @param pointer the pointer to check; it is not followed
+/// @param alignment in bytes, a power of two
+bool PlatformValidPointer(const volatile void* pointer, std::uint32_t alignment);
+
+namespace strata {
+
+/// Reports a failed assertion; the caller then aborts. Any thread; takes no lock and allocates nothing.
+/// @param expression the text of the condition that did not hold
+void ReportAssertion(const char* file, unsigned line, const char* function, const char* expression) noexcept;
+
+/// The same with a message of its own, which follows the expression.
+/// @param format a printf format for the arguments after it; the text carries its own newline
+[[gnu::format(printf, 5, 6)]] void ReportAssertionWithMessage(const char* file, unsigned line,
+                                                              const char* function, const char* expression,
+                                                              const char* format, ...) noexcept;
+
+[[noreturn]] void FailAssertion(const char* file, unsigned line, const char* function,
+                                const char* expression) noexcept;
+
+/// Prints one operand of a failed comparison to standard output, in decimal and hexadecimal.
+/// @param text the operand as the source spells it
+void PrintOperand(const char* text, int value) noexcept;
+void PrintOperand(const char* text, unsigned value) noexcept;
+void PrintOperand(const char* text, long value) noexcept;
+void PrintOperand(const char* text, unsigned long value) noexcept;
+void PrintOperand(const char* text, long long value) noexcept;
+void PrintOperand(const char* text, unsigned long long value) noexcept;
+
+/// The name of T as it stands in a function text ("[with T = PollThread]").
+template <class T>
+std::string TypeName() {
+    // The text holds "T = <name>" and ends in "]" (or, from GCC, may go on with "; std::string = ...").
+    const std::string_view text = __PRETTY_FUNCTION__;
+    const std::size_t start = text.find("T = ") + 4;
+    return std::string(text.substr(start, text.find_first_of(";]", start) - start));
+}
+
+}  // namespace strata
+
+/// Alignment of the type that a pointer points to.
+#define nimbus2_assert_alignof(object) static_cast<std::uint32_t>(__alignof__(object))
+
+// The extra level expands macros in the condition before it becomes text: field tools know "sm_instance ==
+// __null", not "sm_instance == NULL".
+#define PLATFORM_ASSERT_TEXT_(condition) #condition
+
+/// Asserts a condition at a site that the field's log tooling knows by these texts.
+#define PLATFORM_ASSERT_AT(file, line, function, condition)                                \
+    do {                                                                                   \
+        if (!(condition)) {                                                                \
+            strata::FailAssertion(file, line, function, PLATFORM_ASSERT_TEXT_(condition)); \
+        }                                                                                  \
+    } while (false)
+
+/// Asserts a condition.
+#define PLATFORM_ASSERT(condition) PLATFORM_ASSERT_AT(__FILE__, __LINE__, __PRETTY_FUNCTION__, condition)
+
+/// Asserts a condition; what follows it is a printf format and its arguments for the report.
+#define PLATFORM_ASSERT_MESSAGE(condition, ...)                                                \
+    do {                                                                                       \
+        if (!(condition)) {                                                                    \
+            strata::ReportAssertionWithMessage(__FILE__, __LINE__, __PRETTY_FUNCTION__,        \
+                                               PLATFORM_ASSERT_TEXT_(condition), __VA_ARGS__); \
+            std::abort();                                                                      \
+        }                                                                                      \
+    } while (false)
+
+/// Asserts that a pointer is one of an aligned object, at a known site and at the place it stands.
+#define PLATFORM_ASSERT_VALID_POINTER_AT(file, line, function, pointer)                                      \
+    do {                                                                                                     \
+        if (!PlatformValidPointer((pointer), nimbus2_assert_alignof(*((pointer))))) {                        \
+            strata::FailAssertion(file, line, function,                                                      \
+                                  "PlatformValidPointer((" #pointer "), nimbus2_assert_alignof(*((" #pointer \
+                                  "))))");                                                                   \
+        }                                                                                                    \
+    } while (false)
+#define PLATFORM_ASSERT_VALID_POINTER(pointer) \
+    PLATFORM_ASSERT_VALID_POINTER_AT(__FILE__, __LINE__, __PRETTY_FUNCTION__, pointer)
+
+/// Asserts a comparison of two integers and prints both when it does not hold.
+#define PLATFORM_ASSERT_COMPARE(left, comparison, right)                   \
+    do {                                                                   \
+        const auto platformLeft = (left);                                  \
+        const auto platformRight = (right);                                \
+        if (!(platformLeft comparison platformRight)) {                    \
+            strata::PrintOperand(#left, platformLeft);                     \
+            strata::PrintOperand(#right, platformRight);                   \
+            strata::FailAssertion(__FILE__, __LINE__, __PRETTY_FUNCTION__, \
+                                  #left " " #comparison " " #right);       \
+        }                                                                  \
+    } while (false)

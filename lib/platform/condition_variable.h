@@ -1,0 +1,135 @@
+#pragma once
+
+// A condition variable whose timed waits run on the monotonic clock: setting the wall clock neither lengthens
+// nor shortens a wait.
+
+#include <pthread.h>
+
+#include <boost/thread/exceptions.hpp>
+#include <boost/thread/thread.hpp>
+#include <cerrno>
+#include <ctime>
+
+#include "lib/platform/assertion.h"
+#include "lib/platform/monotonic_time.h"
+
+namespace strata {
+
+class condition_variable {
+public:
+    /// @throws boost::thread_resource_error when the system has no room for it
+    condition_variable() {
+        if (const int error = pthread_mutex_init(&internal_mutex, nullptr)) {
+            throw boost::thread_resource_error(
+                error,
+                "strata::condition_variable::condition_variable() constructor failed in pthread_mutex_init");
+        }
+        pthread_condattr_t condattr;
+        if (const int error = pthread_condattr_init(&condattr)) {
+            pthread_mutex_destroy(&internal_mutex);
+            throw boost::thread_resource_error(error,
+                                               "strata::condition_variable::condition_variable() constructor "
+                                               "failed in pthread_condattr_init");
+        }
+        if (const int error = pthread_condattr_setclock(&condattr, CLOCK_MONOTONIC)) {
+            PLATFORM_ASSERT_AT(FILE_TEXT, 104, CONSTRUCTOR_TEXT, !pthread_condattr_destroy(&condattr));
+            pthread_mutex_destroy(&internal_mutex);
+            throw boost::thread_resource_error(error,
+                                               "strata::condition_variable::condition_variable() constructor "
+                                               "failed in pthread_condattr_setclock");
+        }
+        const int error = pthread_cond_init(&cond, &condattr);
+        PLATFORM_ASSERT_AT(FILE_TEXT, 109, CONSTRUCTOR_TEXT, !pthread_condattr_destroy(&condattr));
+        if (error) {
+            PLATFORM_ASSERT_AT(FILE_TEXT, 113, CONSTRUCTOR_TEXT, !pthread_mutex_destroy(&internal_mutex));
+            throw boost::thread_resource_error(
+                error,
+                "strata::condition_variable::condition_variable() constructor failed in pthread_cond_init");
+        }
+    }
+
+    condition_variable(const condition_variable&) = delete;
+    condition_variable& operator=(const condition_variable&) = delete;
+
+    ~condition_variable() {
+        int ret;
+        do {
+            ret = pthread_mutex_destroy(&internal_mutex);
+        } while (ret == EINTR);
+        PLATFORM_ASSERT_AT(FILE_TEXT, 125, DESTRUCTOR_TEXT, !ret);
+        do {
+            ret = pthread_cond_destroy(&cond);
+        } while (ret == EINTR);
+        PLATFORM_ASSERT_AT(FILE_TEXT, 130, DESTRUCTOR_TEXT, !ret);
+    }
+
+    /// Wakes one waiter, if there is one. Any thread.
+    void notify_one() {
+        constexpr const char* FUNCTION_TEXT = "void strata::condition_variable::notify_one()";
+        pthread_mutex_t* const m = &internal_mutex;
+        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_mutex_lock(m));
+        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_cond_signal(&cond));
+        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_mutex_unlock(m));
+    }
+
+    /// Waits until notified or until the deadline; may also wake for no reason. An interruption point of
+    /// boost's threads.
+    /// @param lock the caller's lock, held; released while waiting and held again on every way out
+    /// @return false when the deadline has passed, true when woken
+    /// @throws boost::thread_resource_error when the wait fails
+    /// @throws boost::thread_interrupted when the thread was asked to end its wait
+    template <class Lock>
+    bool do_wait_until(Lock& lock, const monotonic_time& deadline) {
+        const timespec until = deadline.ToTimespec();
+        int result;
+        {
+            // Destroyed last to first: the internal mutex is left before the caller's lock is taken again.
+            LockOnExit<Lock> relock(lock);
+            boost::detail::interruption_checker interruption(&internal_mutex, &cond);
+            relock.Unlock();
+            result = pthread_cond_timedwait(&cond, &internal_mutex, &until);
+        }
+        boost::this_thread::interruption_point();
+        if (result == ETIMEDOUT) {
+            return false;
+        }
+        if (result != 0) {
+            throw boost::thread_resource_error(
+                result, "strata::condition_variable::do_wait_until failed in pthread_cond_timedwait");
+        }
+        return true;
+    }
+
+private:
+    template <class Lock>
+    class LockOnExit {
+    public:
+        explicit LockOnExit(Lock& lock) : m_lock(lock) {}
+        LockOnExit(const LockOnExit&) = delete;
+        LockOnExit& operator=(const LockOnExit&) = delete;
+        ~LockOnExit() {
+            if (m_unlocked) {
+                m_lock.lock();
+            }
+        }
+        void Unlock() {
+            m_lock.unlock();
+            m_unlocked = true;
+        }
+
+    private:
+        Lock& m_lock;
+        bool m_unlocked = false;
+    };
+
+    static constexpr const char* FILE_TEXT = "lib/platform/condition_variable.h";
+    static constexpr const char* CONSTRUCTOR_TEXT = "strata::condition_variable::condition_variable()";
+    static constexpr const char* DESTRUCTOR_TEXT = "strata::condition_variable::~condition_variable()";
+
+    // Held only while signalling and while entering and leaving a wait, so that a notification cannot fall
+    // between the release of the caller's lock and the wait.
+    pthread_mutex_t internal_mutex;
+    pthread_cond_t cond;
+};
+
+}  // namespace strata

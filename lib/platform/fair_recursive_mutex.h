@@ -1,0 +1,47 @@
+#pragma once
+
+// A recursive mutex that serves its waiters in the order in which they came. The poll thread releases its
+// mutex only for a moment between two iterations while a descriptor stays ready; with an ordinary mutex it
+// would win it back every time, and other threads could wait for ever.
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+
+namespace strata {
+
+/// Works with std::lock_guard and std::unique_lock.
+class FairRecursiveMutex {
+public:
+    void lock() {
+        std::unique_lock guard(m_guard);
+        if (m_owner == std::this_thread::get_id()) {
+            ++m_depth;
+            return;
+        }
+        const std::uint64_t ticket = m_nextTicket++;
+        m_turn.wait(guard, [&] { return m_servedTicket == ticket; });
+        m_owner = std::this_thread::get_id();
+        m_depth = 1;
+    }
+
+    void unlock() {
+        const std::lock_guard guard(m_guard);
+        if (--m_depth == 0) {
+            m_owner = {};
+            ++m_servedTicket;
+            m_turn.notify_all();
+        }
+    }
+
+private:
+    std::mutex m_guard;  // held for moments only
+    std::condition_variable m_turn;
+    std::thread::id m_owner;
+    unsigned m_depth = 0;
+    std::uint64_t m_nextTicket = 0;
+    std::uint64_t m_servedTicket = 0;
+};
+
+}  // namespace strata

@@ -1,0 +1,145 @@
+#include "lib/platform/kestrel_object_globals.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+
+#include <exception>
+#include <string_view>
+
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/trace.h"
+
+namespace {
+
+constexpr std::string_view USB_NODE_FOLDER = "/dev/usb";
+
+// A blocked notice keeps events waiting in the socket, those of every other subsystem included.
+constexpr int EVENT_BUFFER_BYTES = 4 * 1024 * 1024;
+
+strata::UdevPointer ConnectUdev() {
+    const std::lock_guard lock(strata::udevMutex);
+    strata::UdevPointer connection(udev_new());
+    if (!connection) {
+        throw ErrnoException(errno, "udev_new");
+    }
+    return connection;
+}
+
+/// @param source  "kernel" or "udev"
+strata::UdevMonitorPointer ListenTo(udev* connection, const char* source) {
+    const std::lock_guard lock(strata::udevMutex);
+    strata::UdevMonitorPointer monitor(udev_monitor_new_from_netlink(connection, source));
+    if (!monitor) {
+        throw ErrnoException(errno, "udev_monitor_new_from_netlink");
+    }
+    // The default size does for all but a long wait, and a larger one needs privileges: no failure.
+    udev_monitor_set_receive_buffer_size(monitor.get(), EVENT_BUFFER_BYTES);
+
+    int result = udev_monitor_filter_add_match_subsystem_devtype(monitor.get(), "usbmisc", nullptr);
+    if (result >= 0) {
+        result = udev_monitor_enable_receiving(monitor.get());
+    }
+    if (result < 0) {
+        throw ErrnoException(-result, "udev_monitor_enable_receiving");
+    }
+    return monitor;
+}
+
+strata::UniqueFd CreateStopEvent() {
+    strata::UniqueFd event(eventfd(0, EFD_CLOEXEC));
+    if (!event.IsOpen()) {
+        throw ErrnoException(errno, "eventfd");
+    }
+    return event;
+}
+
+}  // namespace
+
+// The kernel's events come on every player and, as it has made the node by then, in time. udevd's come later
+// and only where it runs: they announce the nodes once more when rules have changed who may open them.
+KestrelObjectGlobals::KestrelObjectGlobals()
+    : m_udev(ConnectUdev()),
+      m_kernelMonitor(ListenTo(m_udev.get(), "kernel")),
+      m_udevdMonitor(ListenTo(m_udev.get(), "udev")),
+      m_stop(CreateStopEvent()),
+      m_thread([this] { Run(); }) {}
+
+KestrelObjectGlobals::~KestrelObjectGlobals() {
+    eventfd_write(m_stop.Get(), 1);
+    m_thread.join();
+}
+
+void KestrelObjectGlobals::AddHotplugObserver(DeviceHotplugUpdateObserver* observer,
+                                              const std::string& pathFilter) {
+    const std::lock_guard lock(m_mutex);
+    m_registrations.push_back({observer, pathFilter});
+}
+
+void KestrelObjectGlobals::RemoveHotplugObserver(DeviceHotplugUpdateObserver* observer,
+                                                 const std::string& pathFilter) {
+    const std::lock_guard lock(m_mutex);
+    m_registrations.remove({observer, pathFilter});
+}
+
+void KestrelObjectGlobals::Run() {
+    prctl(PR_SET_NAME, "hotplug");
+    for (;;) {
+        pollfd set[] = {{m_stop.Get(), POLLIN, 0},
+                        {udev_monitor_get_fd(m_kernelMonitor.get()), POLLIN, 0},
+                        {udev_monitor_get_fd(m_udevdMonitor.get()), POLLIN, 0}};
+        if (poll(set, std::size(set), -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            PLATFORM_MESSAGE("KestrelObjectGlobals: poll error: %m; devices will not be noticed any more\n");
+            return;
+        }
+        if (set[0].revents != 0) {
+            return;
+        }
+        for (udev_monitor* monitor : {m_kernelMonitor.get(), m_udevdMonitor.get()}) {
+            if (const std::optional<Event> event = Receive(monitor)) {
+                Notify(*event);
+            }
+        }
+    }
+}
+
+/// @return nothing when there is no event for us
+std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_monitor* monitor) {
+    const std::lock_guard lock(strata::udevMutex);
+    errno = 0;
+    const strata::UdevDevicePointer device(udev_monitor_receive_device(monitor));
+    if (!device) {
+        if (errno == ENOBUFS) {
+            PLATFORM_MESSAGE("KestrelObjectGlobals: device events were lost\n");
+        }
+        return std::nullopt;
+    }
+    const char* node = udev_device_get_devnode(device.get());
+    const char* action = udev_device_get_action(device.get());
+    if (node == nullptr || action == nullptr || !std::string_view(node).starts_with(USB_NODE_FOLDER)) {
+        return std::nullopt;
+    }
+    return Event{action, node + USB_NODE_FOLDER.size()};
+}
+
+void KestrelObjectGlobals::Notify(const Event& event) {
+    const std::lock_guard lock(m_mutex);
+    for (const Registration& registration : m_registrations) {
+        if (event.deviceName.find(registration.pathFilter) == std::string::npos) {
+            continue;
+        }
+        try {
+            if (event.action == "add") {
+                registration.observer->OnDeviceAppeared(event.deviceName);
+            } else if (event.action == "remove") {
+                registration.observer->OnDeviceDisappeared(event.deviceName);
+            }
+        } catch (const std::exception& e) {
+            PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: %s\n", event.deviceName.c_str(),
+                             e.what());
+        }
+    }
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+// Points on the monotonic clock, which setting the wall clock does not move.
+
+#include <chrono>
+#include <compare>
+#include <ctime>
+
+#include "lib/platform/assertion.h"
+
+namespace strata {
+
+/// A point on the monotonic clock.
+struct monotonic_time {
+    time_t seconds = 0;
+    long nanoseconds = 0;  ///< 0 to 999,999,999
+
+    /// Moves the point on.
+    monotonic_time& operator+=(std::chrono::microseconds delay) {
+        constexpr long MICROSECONDS_PER_SECOND = 1'000'000;
+        constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;
+        seconds += static_cast<time_t>(delay.count() / MICROSECONDS_PER_SECOND);
+        nanoseconds += static_cast<long>(delay.count() % MICROSECONDS_PER_SECOND) * 1000;
+        while (nanoseconds >= NANOSECONDS_PER_SECOND) {
+            nanoseconds -= NANOSECONDS_PER_SECOND;
+            ++seconds;
+        }
+        return *this;
+    }
+
+    friend monotonic_time operator+(monotonic_time time, std::chrono::microseconds delay) {
+        return time += delay;
+    }
+    friend auto operator<=>(const monotonic_time&, const monotonic_time&) = default;
+
+    timespec ToTimespec() const { return {seconds, nanoseconds}; }
+};
+
+/// Reads the monotonic clock. Any thread. A clock that cannot be read ends the process.
+inline monotonic_time get_monotonic_time() {
+    timespec ts{};
+    PLATFORM_ASSERT_AT("lib/platform/monotonic_time.h", 245,
+                       "strata::monotonic_time strata::get_monotonic_time()",
+                       !clock_gettime(CLOCK_MONOTONIC, &ts));
+    return {ts.tv_sec, ts.tv_nsec};
+}
+
+}  // namespace strata

@@ -1,0 +1,26 @@
+#pragma once
+
+// Owners of libudev's objects, and the lock to use them under.
+
+#include <libudev.h>
+
+#include <memory>
+#include <mutex>
+
+namespace strata {
+
+struct UdevUnref {
+    void operator()(udev* p) const { udev_unref(p); }
+    void operator()(udev_device* p) const { udev_device_unref(p); }
+    void operator()(udev_monitor* p) const { udev_monitor_unref(p); }
+};
+
+using UdevPointer = std::unique_ptr<udev, UdevUnref>;
+using UdevDevicePointer = std::unique_ptr<udev_device, UdevUnref>;
+using UdevMonitorPointer = std::unique_ptr<udev_monitor, UdevUnref>;
+
+/// To be held while libudev is used on more than one thread: it keeps state of its own behind separate
+/// contexts, without a lock.
+inline std::mutex udevMutex;
+
+}  // namespace strata
