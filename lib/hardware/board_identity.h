@@ -1,0 +1,53 @@
+#pragma once
+
+// Which model a touch button board is. The board is asked with a command and answers with a board code and a
+// header value.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "lib/hardware/external_control_hid.h"
+#include "lib/platform/unique_fd.h"
+
+namespace ExternalControl::Impl {
+
+enum BoardModel : std::uint32_t {
+    MODEL_UNKNOWN = 0,
+    MODEL_SMALL = 120,
+    MODEL_SMALL_WITH_HEADER = 121,
+    MODEL_LARGE_A = 480,
+    MODEL_LARGE_B = 481,
+};
+
+/// Decodes the answer of a board.
+/// @return the model, perhaps unknown; nothing when this is no answer yet
+std::optional<BoardModel> DecodeBoardModel(std::uint32_t boardCode, std::uint32_t headerValue);
+
+/// What a port says about its board, as "hardware=KP480;header=no;revision=A;rheader=90"; empty for an
+/// unknown model.
+std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerValue);
+
+/// The conversation with one board.
+class BoardIdentity {
+public:
+    /// Opens the board and asks it, for up to 2 seconds. A board that does not answer is reported to standard
+    /// error and has an unknown model.
+    /// @param identDesc  the output field that takes commands
+    /// @param setupDesc  the input field that answers, of the same device
+    /// @throws ErrnoException when the device fails
+    BoardIdentity(const PortOnHid::DescriptorPtr& identDesc, const PortOnHid::DescriptorPtr& setupDesc);
+
+    std::uint32_t GetModelCode() const { return m_modelCode; }
+    std::uint32_t GetHeaderValue() const { return m_headerValue; }
+
+private:
+    void SendRequest(const PortOnHid::Descriptor& identDesc) const;
+    bool ReadAnswer(const PortOnHid::Descriptor& setupDesc);
+
+    strata::UniqueFd m_device;
+    std::uint32_t m_modelCode = MODEL_UNKNOWN;
+    std::uint32_t m_headerValue = 0;
+};
+
+}  // namespace ExternalControl::Impl

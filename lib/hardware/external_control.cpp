@@ -1,0 +1,36 @@
+#include "lib/hardware/external_control.h"
+
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "lib/hardware/external_control_hid.h"
+#include "lib/hardware/external_control_hid_finder.h"
+
+namespace ExternalControl {
+namespace {
+
+std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCallback,
+                                  LostCallback lostCallback) {
+    static std::mutex mutex;
+    static std::unique_ptr<const Impl::AvailablePorts> availablePorts;
+
+    const std::lock_guard lock(mutex);
+    if (!availablePorts) {
+        availablePorts = std::make_unique<Impl::AvailablePorts>();
+    }
+    const Impl::PortOnHid::DescriptorPtr descriptor = availablePorts->Find(name);
+    if (!descriptor) {
+        throw std::runtime_error("External control port not found");
+    }
+    return Impl::PortOnHid::Open(*descriptor, std::move(inputCallback), std::move(lostCallback));
+}
+
+}  // namespace
+
+std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
+                               LostCallback lostCallback) {
+    return OpenHidPort(name, std::move(inputCallback), std::move(lostCallback));
+}
+
+}  // namespace ExternalControl

@@ -1,0 +1,98 @@
+#pragma once
+
+// External control ports: one addressable group of pins or values on a device outside the player, such as the
+// LEDs of a touch board. Every consumer talks to a port through ExternalControl::Port and gets it by name
+// from OpenPort.
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace ExternalControl {
+
+/// What a port received. Runs on the poll thread: keep it short, and give no commands to ports from it, for a
+/// command may wait for a device.
+/// @param pin    pin number, or index of the value
+/// @param value  a level (0 or 1), or the value as received
+/// @param width  1 for a level, 32 for a value
+using InputCallback = std::function<void(unsigned pin, unsigned value, unsigned width)>;
+
+/// The port's device has been gone for 10 seconds. Runs on the poll thread; must not destroy the port.
+using LostCallback = std::function<void()>;
+
+/// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
+/// and may block for some 10 seconds when a device does not answer. A failing device is an ErrnoException
+/// named after the operation.
+///
+/// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
+/// std::shared_ptr, which remembers it.
+class Port {
+public:
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+
+    virtual unsigned GetPinCount() = 0;
+
+    /// Version of the device, as text.
+    virtual std::string GetVersion() = 0;
+
+    /// What is known about the device, as semicolon-separated pairs "key=value"; may be empty.
+    virtual std::string GetProperties() { return {}; }
+
+    /// Makes a pin an input; nothing happens when it is one for good.
+    /// @throws std::runtime_error when it cannot be one
+    virtual void ConfigureInput(unsigned pin) = 0;
+    virtual bool IsInput(unsigned pin) = 0;
+
+    /// @return the level of an input pin
+    virtual bool GetInput(unsigned pin) = 0;
+    /// @return the levels of all input pins, as a mask
+    virtual unsigned ReadAllInputs() = 0;
+
+    /// Makes a pin an output; nothing happens when it is one for good.
+    /// @throws std::runtime_error when it cannot be one
+    virtual void ConfigureOutput(unsigned pin) = 0;
+    virtual bool IsOutput(unsigned pin) = 0;
+
+    /// @return the level that an output pin is set to
+    virtual bool GetOutput(unsigned pin) = 0;
+    /// @return the levels that the output pins are set to, as a mask
+    virtual unsigned ReadAllOutputs() = 0;
+
+    /// Sets all outputs to the levels of a mask.
+    virtual void SetAllLevels(unsigned mask) = 0;
+    /// Sets the first outputs to the given values.
+    /// @param values  one a pin, from pin 0 on
+    /// @param count   number of values; those beyond the port's pins are left out
+    virtual void SetOutputs(const unsigned* values, unsigned count) = 0;
+    /// Sets one output.
+    virtual void SetOutput(unsigned pin, unsigned value) = 0;
+
+    /// Sets how outputs pulse. This and the next three return whether the port can do it at all.
+    virtual bool ConfigurePulse(unsigned /*period*/, unsigned /*steps*/) { return false; }
+    virtual bool StartPulse(unsigned /*pin*/, unsigned /*value*/) { return false; }
+    virtual bool StopPulse(unsigned /*pin*/) { return false; }
+    /// Switches a pin to one of its alternate functions.
+    virtual bool SetPinFunction(unsigned /*pin*/, const std::string& /*function*/) { return false; }
+
+    /// Replaces the second callback, which gets every value received, changed or not, with width 32. Any
+    /// thread, the callback itself included.
+    virtual void SetValueCallback(InputCallback /*callback*/) {}
+
+protected:
+    Port() = default;
+    ~Port() = default;
+};
+
+/// Opens the port of a name such as "TouchBoard-0-LED"; the case of ASCII letters does not matter. The
+/// devices are looked for once in a process, on the first call: what is plugged in later cannot be opened.
+/// Any thread.
+/// @param inputCallback  gets the inputs; required
+/// @param lostCallback   may be empty
+/// @return the port, attached to the PollThread; must be released before that ends
+/// @throws std::runtime_error "External control port not found"
+/// @throws ErrnoException when a device fails
+std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
+                               LostCallback lostCallback);
+
+}  // namespace ExternalControl

@@ -1,0 +1,446 @@
+#include "lib/hardware/external_control_hid.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+#include "lib/hardware/board_identity.h"
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/string_operations.h"
+#include "lib/platform/trace.h"
+
+namespace ExternalControl::Impl {
+namespace {
+
+constexpr unsigned MASK_PINS = 32;
+constexpr const char* HOTPLUG_FILTER = "/hiddev";
+constexpr std::chrono::seconds LOST_DELAY{10};
+
+constexpr std::size_t EVENT_BUFFER_BYTES = 256;
+constexpr std::size_t EVENTS_PER_READ = EVENT_BUFFER_BYTES / sizeof(hiddev_event);
+
+/// The bit of a pin in a mask; pins that a mask has no room for have none.
+constexpr std::uint32_t PinBit(unsigned pin) {
+    return pin < MASK_PINS ? std::uint32_t{1} << pin : 0;
+}
+
+/// The mask of pins 0 to count - 1.
+constexpr std::uint32_t AllPins(unsigned count) {
+    return count < MASK_PINS ? PinBit(count) - 1 : 0xFFFFFFFF;
+}
+
+strata::UniqueFd OpenDevice(std::uint32_t deviceNumber) {
+    const std::string path = strprintf("/dev/usb/hiddev%u", deviceNumber);
+    strata::UniqueFd device(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!device.IsOpen()) {
+        throw ErrnoException(errno, path);
+    }
+    return device;
+}
+
+}  // namespace
+
+std::string PortOnHid::Descriptor::ToString() const {
+    std::string text = strprintf("ID=%u, ", reportId);
+    if ((capabilities & CAPABILITY_INPUT) != 0) {
+        text += strprintf("INPUT=%u, ", inputField);
+    }
+    if ((capabilities & CAPABILITY_OUTPUT) != 0) {
+        text += strprintf("OUTPUT=%u, ", outputField);
+    }
+    if (capabilities == CAPABILITY_BOTH) {
+        text += strprintf("DIRECTION=%u, ", directionField);
+    }
+    return text + strprintf("usage=%x, count=%u, device=%d", usageBase, count, static_cast<int>(hid_device));
+}
+
+std::shared_ptr<PortOnHid> PortOnHid::Open(const Descriptor& descriptor, InputCallback inputCallback,
+                                           LostCallback lostCallback) {
+    auto port = std::make_shared<PortOnHid>(descriptor, std::move(inputCallback), std::move(lostCallback));
+    port->Start();
+    return port;
+}
+
+PortOnHid::PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback)
+    : m_device(OpenDevice(descriptor.hid_device)),
+      m_capabilities(descriptor.capabilities),
+      m_application(descriptor.application),
+      m_reportId(descriptor.reportId),
+      m_inputField(descriptor.inputField),
+      m_outputField(descriptor.outputField),
+      m_directionField(descriptor.directionField),
+      m_usageBase(descriptor.usageBase),
+      m_count(descriptor.count),
+      m_bitsPerField(descriptor.bitsPerField),
+      m_inputCallback(std::move(inputCallback)),
+      m_lostCallback(std::move(lostCallback)),
+      m_inverted(descriptor.application != APPLICATION_TOUCH_BOARD),
+      m_modelCode(descriptor.modelCode),
+      m_headerValue(descriptor.headerValue),
+      m_location(descriptor.location) {
+    InitReport();
+}
+
+void PortOnHid::Start() {
+    if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
+        KestrelObjectGlobals::GetInstance()->AddHotplugObserver(this, HOTPLUG_FILTER);
+    }
+    PollThread::GetInstance()->Attach(this, POLLIN);
+}
+
+PortOnHid::~PortOnHid() {
+    // First of all, for a reconnection would attach the port again.
+    if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
+        KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
+    }
+    // In this order: the activity that finds the device gone starts the timer.
+    PollThread::GetInstance()->Detach(this);
+    PollThread::GetInstance()->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
+}
+
+// --- Requests to the device ---
+
+hiddev_usage_ref PortOnHid::MakeUsageRef(std::uint32_t reportType, std::uint32_t field,
+                                         std::uint32_t usageCode, unsigned pin) const {
+    hiddev_usage_ref reference{};
+    reference.report_type = reportType;
+    reference.report_id = m_reportId;
+    reference.field_index = field;
+    reference.usage_index = pin;
+    reference.usage_code = usageCode + pin;
+    return reference;
+}
+
+/// @return bit n set where value n is non-zero, or where it is zero if inverted
+std::uint32_t PortOnHid::ReadUsages(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
+                                    bool inverted, const char* operation) const {
+    hiddev_usage_ref_multi usages{};
+    usages.uref = MakeUsageRef(reportType, field, usageCode, 0);
+    usages.num_values = std::min<std::uint32_t>(m_count, HID_MAX_MULTI_USAGES);
+    if (ioctl(m_device.Get(), HIDIOCGUSAGES, &usages) < 0) {
+        throw ErrnoException(errno, operation);
+    }
+    std::uint32_t mask = 0;
+    for (unsigned pin = 0; pin < usages.num_values; ++pin) {
+        if ((usages.values[pin] != 0) != inverted) {
+            mask |= PinBit(pin);
+        }
+    }
+    return mask;
+}
+
+std::int32_t PortOnHid::GetUsage(hiddev_usage_ref reference) const {
+    if (ioctl(m_device.Get(), HIDIOCGUSAGE, &reference) < 0) {
+        throw ErrnoException(errno, "GetUsage");
+    }
+    return reference.value;
+}
+
+void PortOnHid::SubmitUsage(hiddev_usage_ref reference) const {
+    if (ioctl(m_device.Get(), HIDIOCSUSAGE, &reference) < 0) {
+        throw ErrnoException(errno, "SubmitUsage");
+    }
+}
+
+void PortOnHid::SubmitUsages(hiddev_usage_ref_multi& usages) const {
+    usages.uref = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, 0);
+    if (ioctl(m_device.Get(), HIDIOCSUSAGES, &usages) < 0) {
+        throw ErrnoException(errno, "SetAllLevels");
+    }
+    FlushOutputs();
+}
+
+void PortOnHid::FlushOutputs() const {
+    hiddev_report_info report{};
+    report.report_type = HID_REPORT_TYPE_OUTPUT;
+    report.report_id = m_reportId;
+    if (ioctl(m_device.Get(), HIDIOCSREPORT, &report) < 0) {
+        throw ErrnoException(errno, "FlushOutputs");
+    }
+}
+
+void PortOnHid::InitReport() {
+    if (ioctl(m_device.Get(), HIDIOCINITREPORT, 0) < 0) {
+        throw ErrnoException(errno, "InitReport");
+    }
+    m_inputs = ReadAllInputs();
+    m_directions = ReadAllDirections();
+}
+
+std::uint32_t PortOnHid::ReadAllDirections() const {
+    switch (m_capabilities) {
+        case CAPABILITY_BOTH:
+            return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE, false,
+                              "ReadAllOutputs");
+        case CAPABILITY_OUTPUT:
+            return AllPins(m_count);
+        default:
+            return 0;
+    }
+}
+
+bool PortOnHid::IsDirectionOutput(unsigned pin) const {
+    return GetUsage(MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE,
+                                 pin)) != 0;
+}
+
+void PortOnHid::SetDirection(unsigned pin, Direction direction) {
+    hiddev_usage_ref reference =
+        MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE, pin);
+    reference.value = direction == Direction::OUTPUT ? 1 : 0;
+    SubmitUsage(reference);
+    FlushOutputs();
+    if (direction == Direction::OUTPUT) {
+        m_directions |= PinBit(pin);
+    } else {
+        m_directions &= ~PinBit(pin);
+    }
+}
+
+// --- Commands ---
+
+std::string PortOnHid::GetVersion() {
+    const std::lock_guard lock(m_commandMutex);
+    hiddev_devinfo info{};
+    if (ioctl(m_device.Get(), HIDIOCGDEVINFO, &info) < 0) {
+        throw ErrnoException(errno);
+    }
+    return strprintf("%04hx", static_cast<unsigned short>(info.version));
+}
+
+std::string PortOnHid::GetProperties() {
+    return FormatBoardProperties(m_modelCode, m_headerValue);
+}
+
+void PortOnHid::ConfigureInput(unsigned pin) {
+    if (m_capabilities == CAPABILITY_BOTH) {
+        const std::lock_guard lock(m_commandMutex);
+        SetDirection(pin, Direction::INPUT);
+    } else if (m_capabilities != CAPABILITY_INPUT) {
+        throw std::runtime_error("Pin cannot be configured as input");
+    }
+}
+
+bool PortOnHid::IsInput(unsigned pin) {
+    if (m_capabilities != CAPABILITY_BOTH) {
+        return m_capabilities == CAPABILITY_INPUT;
+    }
+    const std::lock_guard lock(m_commandMutex);
+    return !IsDirectionOutput(pin);
+}
+
+bool PortOnHid::GetInput(unsigned pin) {
+    const std::lock_guard lock(m_commandMutex);
+    return (GetUsage(MakeUsageRef(HID_REPORT_TYPE_INPUT, m_inputField, m_usageBase, pin)) != 0) != m_inverted;
+}
+
+unsigned PortOnHid::ReadAllInputs() {
+    if ((m_capabilities & CAPABILITY_INPUT) == 0) {
+        return 0;
+    }
+    const std::lock_guard lock(m_commandMutex);
+    return ReadUsages(HID_REPORT_TYPE_INPUT, m_inputField, m_usageBase, m_inverted, "ReadAllInputs");
+}
+
+void PortOnHid::ConfigureOutput(unsigned pin) {
+    if (m_capabilities == CAPABILITY_BOTH) {
+        const std::lock_guard lock(m_commandMutex);
+        SetDirection(pin, Direction::OUTPUT);
+    } else if (m_capabilities != CAPABILITY_OUTPUT) {
+        throw std::runtime_error("Pin cannot be configured as output");
+    }
+}
+
+bool PortOnHid::IsOutput(unsigned pin) {
+    if (m_capabilities != CAPABILITY_BOTH) {
+        return m_capabilities == CAPABILITY_OUTPUT;
+    }
+    const std::lock_guard lock(m_commandMutex);
+    return IsDirectionOutput(pin);
+}
+
+unsigned PortOnHid::ReadAllOutputs() {
+    const std::lock_guard lock(m_commandMutex);
+    return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, false, "ReadAllOutputs");
+}
+
+void PortOnHid::SetAllLevels(unsigned mask) {
+    const std::lock_guard lock(m_commandMutex);
+    hiddev_usage_ref_multi usages{};
+    usages.num_values = std::min<std::uint32_t>(m_count, HID_MAX_MULTI_USAGES);
+    for (unsigned pin = 0; pin < usages.num_values; ++pin) {
+        usages.values[pin] = (mask & PinBit(pin)) != 0;
+        m_outputs[pin] = static_cast<unsigned>(usages.values[pin]);
+    }
+    SubmitUsages(usages);
+}
+
+void PortOnHid::SetOutputs(const unsigned* values, unsigned count) {
+    const std::lock_guard lock(m_commandMutex);
+    hiddev_usage_ref_multi usages{};
+    usages.num_values = std::min<std::uint32_t>({count, m_count, HID_MAX_MULTI_USAGES});
+    for (unsigned pin = 0; pin < usages.num_values; ++pin) {
+        const std::uint32_t encoded = Encode(values[pin]);
+        usages.values[pin] = static_cast<std::int32_t>(encoded);
+        m_outputs[pin] = encoded;
+    }
+    SubmitUsages(usages);
+}
+
+void PortOnHid::SetOutput(unsigned pin, unsigned value) {
+    const std::lock_guard lock(m_commandMutex);
+    hiddev_usage_ref reference = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, pin);
+    const std::uint32_t encoded = Encode(value);
+    reference.value = static_cast<std::int32_t>(encoded);
+    // Remembered before it is sent: a board that is away gets it when it comes back.
+    m_outputs[pin] = encoded;
+    SubmitUsage(reference);
+    FlushOutputs();
+}
+
+std::uint32_t PortOnHid::Encode(unsigned value) const {
+    switch (m_bitsPerField) {
+        case 1:
+            return value != 0;
+        case 8:
+            return value & 0xFF;
+        case 16:
+            return value & 0xFFFF;
+        case 32:
+            return value;
+        default:
+            throw std::runtime_error("SetOutput: Invalid bpf!");
+    }
+}
+
+void PortOnHid::SetValueCallback(InputCallback callback) {
+    auto replacement = callback ? std::make_shared<const InputCallback>(std::move(callback)) : nullptr;
+    const auto blocked = PollThread::GetInstance()->BlockCallbacks();
+    m_valueCallback = std::move(replacement);
+}
+
+// --- On the poll thread ---
+
+void PortOnHid::OnActivity(short) {
+    // Whatever woke the thread, reading tells: events that were queued when the device went come first, then
+    // the error.
+    hiddev_event events[EVENTS_PER_READ];
+    const ssize_t length = read(m_device.Get(), events, sizeof events);
+    if (length < 0) {
+        if (errno != EAGAIN) {
+            PLATFORM_MESSAGE("PortOnHid::OnActivity read error: %m\n");
+            OnLost();
+        }
+        return;
+    }
+    const std::size_t count = static_cast<std::size_t>(length) / sizeof(hiddev_event);
+    std::for_each(events, events + count, [this](const hiddev_event& event) { HandleEvent(event); });
+}
+
+void PortOnHid::OnLost() {
+    PollThread* pollThread = PollThread::GetInstance();
+    pollThread->Detach(this);
+    m_lost = true;
+    const std::chrono::nanoseconds deadline =
+        std::chrono::steady_clock::now().time_since_epoch() + LOST_DELAY;
+    pollThread->AddTimer(this, &PortOnHid::OnLostTimer, 0, deadline.count());
+}
+
+void PortOnHid::OnLostTimer(std::uintptr_t) {
+    if (m_lostCallback) {
+        m_lostCallback();
+    }
+}
+
+void PortOnHid::HandleEvent(const hiddev_event& event) {
+    // Every descriptor gets the events of all the device's reports. Codes below the base wrap around to large
+    // ones.
+    const unsigned index = event.hid - m_usageBase;
+    if (index >= m_count) {
+        return;
+    }
+    const auto value = static_cast<unsigned>(event.value);
+    if (m_bitsPerField == 32 && m_application == APPLICATION_LIGHT_CONTROLLER) {
+        m_inputCallback(index, value, 32);
+    } else {
+        HandleLevel(index, value != 0);
+    }
+    // Keeps the callback alive while it runs, for it may replace itself.
+    if (const auto callback = m_valueCallback) {
+        (*callback)(index, value, 32);
+    }
+}
+
+void PortOnHid::HandleLevel(unsigned index, bool usageSet) {
+    // Pins that the masks have no room for have no level to compare with: they are values for the second
+    // callback.
+    const std::uint32_t bit = PinBit(index);
+    const bool level = usageSet != m_inverted;
+    if (bit == 0 || level == ((m_inputs & bit) != 0)) {
+        return;
+    }
+    if ((m_directions & bit) == 0) {
+        m_inputCallback(index, level, 1);
+    }
+    m_inputs ^= bit;
+}
+
+// --- On the hot-plug monitor's thread ---
+
+void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
+    if (!m_lost) {
+        return;
+    }
+    const std::string node = "usb" + deviceName;
+    const auto place = UsbBusOrder::Find(node);
+    if (!place || place->location != m_location) {
+        return;
+    }
+    // Deliberately without O_CLOEXEC, unlike the first open.
+    strata::UniqueFd device(open(("/dev/" + node).c_str(), O_RDWR | O_NONBLOCK));
+    if (!device.IsOpen()) {
+        // Gone again, or not for us. The lost timer goes on.
+        return;
+    }
+
+    const std::lock_guard lock(m_commandMutex);
+    PollThread* pollThread = PollThread::GetInstance();
+    // Also waits for the activity that found the device lost. The flag is cleared before the port is
+    // attached: the new device may be lost at once.
+    pollThread->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
+    m_lost = false;
+    m_device = std::move(device);
+    pollThread->Attach(this, POLLIN);
+    RestoreDevice();
+}
+
+void PortOnHid::RestoreDevice() {
+    const std::uint32_t directions = m_directions;
+    try {
+        InitReport();
+        const std::uint32_t changed = m_directions ^ directions;
+        for (unsigned pin = 0; pin < MASK_PINS; ++pin) {
+            if ((changed & PinBit(pin)) != 0) {
+                SetDirection(pin, (directions & PinBit(pin)) != 0 ? Direction::OUTPUT : Direction::INPUT);
+            }
+        }
+        // A copy, for SetOutput stores what it writes.
+        const std::map<unsigned, unsigned> outputs = m_outputs;
+        for (const auto& [pin, value] : outputs) {
+            SetOutput(pin, value);
+        }
+    } catch (...) {
+        // The board went away again; the directions are still to be restored when it comes back the next
+        // time.
+        m_directions = directions;
+        throw;
+    }
+}
+
+}  // namespace ExternalControl::Impl

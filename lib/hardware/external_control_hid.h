@@ -1,0 +1,163 @@
+#pragma once
+
+// A port on one HID application of a USB board, through the kernel's hiddev device. It covers one report: an
+// input field (what the board sends), an output field (what the host sets) and a direction field (which pins
+// are outputs), or some of them. When its board is unplugged and comes back, the port reopens it and restores
+// directions and outputs.
+//
+// Three threads meet here:
+// - the commands of the port, on the caller's thread;
+// - the input events and the lost timer, on the poll thread;
+// - the reconnection, on the hot-plug monitor's thread.
+// Commands and the reconnection exclude each other: a command reaches the old device (and fails) or the new
+// one, when everything is restored. The poll thread never waits for them. It uses the descriptor only while
+// the port is attached, and the descriptor changes only while it is not; everything else that it shares is
+// atomic or changes while callbacks are blocked.
+
+#include <linux/hiddev.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "lib/hardware/external_control.h"
+#include "lib/hardware/usb_bus_order.h"
+#include "lib/platform/kestrel_object_globals.h"
+#include "lib/platform/poll_thread.h"
+#include "lib/platform/unique_fd.h"
+
+namespace ExternalControl::Impl {
+
+/// The HID applications of the accessory family.
+constexpr std::uint32_t APPLICATION_EXPANDER = 0xFF660001;
+constexpr std::uint32_t APPLICATION_TOUCH_BOARD = 0xFF770001;
+constexpr std::uint32_t APPLICATION_LIGHT_CONTROLLER = 0xFF880001;
+
+/// Which fields a port has. A direction field counts as both.
+constexpr std::uint32_t CAPABILITY_INPUT = 1;
+constexpr std::uint32_t CAPABILITY_OUTPUT = 2;
+constexpr std::uint32_t CAPABILITY_BOTH = CAPABILITY_INPUT | CAPABILITY_OUTPUT;
+
+/// In a usage code: the usage tells a pin's direction. Pin n has the code (usage base + n) with this bit.
+constexpr std::uint32_t DIRECTION_USAGE = 0x8000;
+
+class PortOnHid final : public Port, public Pollable, public DeviceHotplugUpdateObserver, public TimerClient {
+public:
+    static constexpr std::uint32_t NO_FIELD = 0xFFFFFFFF;
+
+    /// A group of fields that a port can be opened on.
+    struct Descriptor {
+        std::uint32_t hid_device = 0;  ///< N of /dev/usb/hiddevN
+        std::uint32_t capabilities = 0;
+        std::uint32_t application = 0;
+        std::uint32_t reportId = 0;
+        std::uint32_t inputField = NO_FIELD;
+        std::uint32_t outputField = NO_FIELD;
+        std::uint32_t directionField = NO_FIELD;
+        std::uint32_t usageBase = 0;  ///< usage code of pin 0
+        std::uint32_t count = 0;      ///< pins
+        std::uint32_t bitsPerField = 0;
+        std::uint32_t modelCode = 0;    ///< what BoardIdentity found out
+        std::uint32_t headerValue = 0;  ///< the same
+        std::string location;           ///< recognises the board when it comes back; empty: unknown
+        std::string nodeName;
+        UsbPosition position;  ///< empty: unknown
+
+        /// Bits 16 to 23 of the usage code: what the fields are for.
+        std::uint32_t GetUsagePage() const { return usageBase >> 16 & 0xFF; }
+
+        /// For diagnostics.
+        std::string ToString() const;
+    };
+    using DescriptorPtr = std::shared_ptr<Descriptor>;
+
+    /// Opens a port and attaches it to the PollThread. Any thread but the poll thread; may block for some
+    /// seconds.
+    /// @throws ErrnoException when the device fails; nothing is left behind then
+    static std::shared_ptr<PortOnHid> Open(const Descriptor& descriptor, InputCallback inputCallback,
+                                           LostCallback lostCallback);
+
+    /// For Open: opens the device and reads its state.
+    PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback);
+
+    /// Waits for a callback or a reconnection that is running. Not from a callback.
+    ~PortOnHid() override;
+
+    unsigned GetPinCount() override { return m_count; }
+    std::string GetVersion() override;
+    std::string GetProperties() override;
+    void ConfigureInput(unsigned pin) override;
+    bool IsInput(unsigned pin) override;
+    bool GetInput(unsigned pin) override;
+    unsigned ReadAllInputs() override;
+    void ConfigureOutput(unsigned pin) override;
+    bool IsOutput(unsigned pin) override;
+    bool GetOutput(unsigned) override { return false; }
+    unsigned ReadAllOutputs() override;
+    void SetAllLevels(unsigned mask) override;
+    void SetOutputs(const unsigned* values, unsigned count) override;
+    void SetOutput(unsigned pin, unsigned value) override;
+    void SetValueCallback(InputCallback callback) override;
+
+    int GetFd() override { return m_device.Get(); }
+    void OnActivity(short revents) override;
+
+    void OnDeviceAppeared(const std::string& deviceName) override;
+    void OnDeviceDisappeared(const std::string&) override {}
+
+private:
+    enum class Direction { INPUT, OUTPUT };
+
+    void Start();
+
+    hiddev_usage_ref MakeUsageRef(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
+                                  unsigned pin) const;
+    std::uint32_t ReadUsages(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
+                             bool inverted, const char* operation) const;
+    std::int32_t GetUsage(hiddev_usage_ref reference) const;
+    void SubmitUsage(hiddev_usage_ref reference) const;
+    void SubmitUsages(hiddev_usage_ref_multi& usages) const;
+    void FlushOutputs() const;
+    void InitReport();
+    std::uint32_t ReadAllDirections() const;
+    bool IsDirectionOutput(unsigned pin) const;
+    void SetDirection(unsigned pin, Direction direction);
+    std::uint32_t Encode(unsigned value) const;
+
+    void OnLost();
+    void OnLostTimer(std::uintptr_t);
+    void HandleEvent(const hiddev_event& event);
+    void HandleLevel(unsigned index, bool usageSet);
+
+    void RestoreDevice();
+
+    strata::UniqueFd m_device;
+    const std::uint32_t m_capabilities;
+    const std::uint32_t m_application;
+    const std::uint32_t m_reportId;
+    const std::uint32_t m_inputField;
+    const std::uint32_t m_outputField;
+    const std::uint32_t m_directionField;
+    const std::uint32_t m_usageBase;
+    const std::uint32_t m_count;
+    const std::uint32_t m_bitsPerField;
+    std::atomic<std::uint32_t> m_inputs{0};      ///< last level seen of every pin
+    std::atomic<std::uint32_t> m_directions{0};  ///< set: the pin is an output
+    const InputCallback m_inputCallback;
+    std::shared_ptr<const InputCallback>
+        m_valueCallback;  ///< null or callable; changes while callbacks are blocked
+    const LostCallback m_lostCallback;
+    const bool m_inverted;  ///< a usage value of 0 means level 1
+    const std::uint32_t m_modelCode;
+    const std::uint32_t m_headerValue;
+    const std::string m_location;
+    std::atomic<bool> m_lost{false};
+    std::recursive_mutex m_commandMutex;     ///< guards the outputs, and the device against being exchanged
+    std::map<unsigned, unsigned> m_outputs;  ///< by pin, the value last written
+};
+
+}  // namespace ExternalControl::Impl

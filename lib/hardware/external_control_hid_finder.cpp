@@ -1,0 +1,329 @@
+#include "lib/hardware/external_control_hid_finder.h"
+
+#include <fcntl.h>
+#include <linux/hiddev.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <exception>
+#include <stdexcept>
+
+#include "lib/hardware/board_identity.h"
+#include "lib/hardware/usb_bus_order.h"
+#include "lib/platform/assertion.h"
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/unique_fd.h"
+
+namespace ExternalControl::Impl {
+namespace {
+
+using Descriptor = PortOnHid::Descriptor;
+using DescriptorPtr = PortOnHid::DescriptorPtr;
+using Descriptors = std::vector<DescriptorPtr>;
+
+constexpr unsigned NODE_COUNT = 16;
+constexpr std::uint16_t VENDORS[] = {0x084F, 0x2877};
+
+// Usage pages of a touch board's fields.
+constexpr std::uint32_t PAGE_TOUCH_GPIO = 0x00;
+constexpr std::uint32_t PAGE_TOUCH_DIAGNOSTICS = 0x01;
+constexpr std::uint32_t PAGE_TOUCH_SETUP = 0x02;
+constexpr std::uint32_t PAGE_TOUCH_LED_SETUP = 0x40;
+constexpr std::uint32_t PAGE_TOUCH_LED = 0x41;
+
+constexpr std::uint32_t PAGE_EXPANDER_DIP = 0x80;
+constexpr std::uint32_t PAGE_LIGHT_CONTROL = 0x40;
+
+/// The last of the device's applications that is one of ours.
+std::optional<std::uint32_t> FindApplication(int device, unsigned applicationCount) {
+    std::optional<std::uint32_t> found;
+    for (unsigned index = 0; index < applicationCount; ++index) {
+        // The usage is the result of the call, and negative for all of ours; only -1 is an error.
+        const int result = ioctl(device, HIDIOCAPPLICATION, index);
+        const auto application = static_cast<std::uint32_t>(result);
+        if (result != -1 && (application == APPLICATION_EXPANDER || application == APPLICATION_TOUCH_BOARD ||
+                             application == APPLICATION_LIGHT_CONTROLLER)) {
+            found = application;
+        }
+    }
+    return found;
+}
+
+/// The Descriptor that answers the identity request of a touch board; null when the board has none.
+DescriptorPtr FindSetupDescriptor(const Descriptors& descriptors, std::uint32_t deviceNumber) {
+    const auto found = std::find_if(descriptors.begin(), descriptors.end(), [&](const DescriptorPtr& d) {
+        return d->application == APPLICATION_TOUCH_BOARD && d->hid_device == deviceNumber &&
+               d->GetUsagePage() == PAGE_TOUCH_SETUP;
+    });
+    return found == descriptors.end() ? nullptr : *found;
+}
+
+/// Asks every touch board for its model; the setup Descriptors keep the answers.
+void IdentifyBoards(const Descriptors& descriptors) {
+    for (const DescriptorPtr& identDesc : descriptors) {
+        if (identDesc->application != APPLICATION_TOUCH_BOARD ||
+            identDesc->GetUsagePage() != PAGE_TOUCH_LED_SETUP) {
+            continue;
+        }
+        if (const DescriptorPtr setupDesc = FindSetupDescriptor(descriptors, identDesc->hid_device)) {
+            const BoardIdentity identity(identDesc, setupDesc);
+            setupDesc->modelCode = identity.GetModelCode();
+            setupDesc->headerValue = identity.GetHeaderValue();
+        }
+    }
+}
+
+Descriptors FindBoards() {
+    Finder finder;
+    finder.Scan();
+    IdentifyBoards(finder.GetDescriptors());
+    return finder.GetDescriptors();
+}
+
+/// Counts the boards of one application.
+class BoardIndex {
+public:
+    unsigned Count(std::uint32_t deviceNumber) {
+        if (m_recorded && *m_recorded != deviceNumber) {
+            ++m_index;
+        }
+        return m_index;
+    }
+    void Record(std::uint32_t deviceNumber) { m_recorded = deviceNumber; }
+
+private:
+    unsigned m_index = 0;
+    std::optional<std::uint32_t> m_recorded;
+};
+
+std::string FormatPortName(const char* application, unsigned boardIndex, const char* report) {
+    return strprintf("%s-%u-%s", application, boardIndex, report);
+}
+
+/// @return null for a field that is no port
+const char* TouchBoardReportName(std::uint32_t usagePage) {
+    switch (usagePage) {
+        case PAGE_TOUCH_GPIO:
+            return "GPIO";
+        case PAGE_TOUCH_DIAGNOSTICS:
+            return "DIAGNOSTICS";
+        case PAGE_TOUCH_LED_SETUP:
+            return "LED-SETUP";
+        case PAGE_TOUCH_LED:
+            return "LED";
+        default:
+            return nullptr;
+    }
+}
+
+/// Fields of these pages do not move the count of touch boards on. It is deliberate: names in the field rely
+/// on it.
+bool RecordsTouchBoard(std::uint32_t usagePage) {
+    return usagePage != PAGE_TOUCH_GPIO && usagePage != PAGE_TOUCH_LED_SETUP && usagePage != PAGE_TOUCH_LED;
+}
+
+}  // namespace
+
+std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int32_t logicalMaximum) {
+    struct Range {
+        std::int32_t minimum;
+        std::int32_t maximum;
+        std::uint32_t bits;
+    };
+    static constexpr Range RANGES[] = {
+        {0, 1, 1},   {0, 0x7FFFFFFF, 32}, {0, 32767, 16},
+        {0, 127, 8}, {1, 32, 8},  // odd, but there are boards that say so
+    };
+    for (const Range& range : RANGES) {
+        if (range.minimum == logicalMinimum && range.maximum == logicalMaximum) {
+            return range.bits;
+        }
+    }
+    return std::nullopt;
+}
+
+void Finder::Scan() {
+    for (std::uint32_t deviceNumber = 0; deviceNumber < NODE_COUNT; ++deviceNumber) {
+        const std::string path = strprintf("/dev/usb/hiddev%u", deviceNumber);
+        const strata::UniqueFd device(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (device.IsOpen()) {
+            ScanDevice(device.Get(), deviceNumber);
+        }
+    }
+    Sort();
+}
+
+void Finder::ScanDevice(int device, std::uint32_t deviceNumber) {
+    hiddev_devinfo info{};
+    if (ioctl(device, HIDIOCGDEVINFO, &info) < 0) {
+        throw ErrnoException(errno);
+    }
+    const auto vendor = static_cast<std::uint16_t>(info.vendor);
+    if (std::find(std::begin(VENDORS), std::end(VENDORS), vendor) == std::end(VENDORS)) {
+        return;
+    }
+    const auto application = FindApplication(device, info.num_applications);
+    if (!application) {
+        return;
+    }
+
+    Descriptor common;
+    common.hid_device = deviceNumber;
+    common.application = *application;
+    if (const auto place = UsbBusOrder::Find(strprintf("usb/hiddev%u", deviceNumber))) {
+        common.position = place->position;
+        common.location = place->location;
+        common.nodeName = place->nodeName;
+    }
+    try {
+        ScanReports(device, HID_REPORT_TYPE_INPUT, common);
+        ScanReports(device, HID_REPORT_TYPE_OUTPUT, common);
+    } catch (const std::exception&) {
+        // A board that was unplugged meanwhile, or that is broken, must not keep the other boards from being
+        // found.
+    }
+}
+
+void Finder::ScanReports(int device, std::uint32_t reportType, const Descriptor& common) {
+    hiddev_report_info report{};
+    report.report_type = reportType;
+    report.report_id = HID_REPORT_ID_FIRST;
+    while (ioctl(device, HIDIOCGREPORTINFO, &report) >= 0) {
+        for (std::uint32_t index = 0; index < report.num_fields; ++index) {
+            hiddev_field_info field{};
+            field.report_type = reportType;
+            field.report_id = report.report_id;
+            field.field_index = index;
+            if (ioctl(device, HIDIOCGFIELDINFO, &field) < 0) {
+                throw ErrnoException(errno);
+            }
+            // The kernel answers with another number in the place of the index.
+            field.field_index = index;
+            ScanField(device, field, common);
+        }
+        report.report_id |= HID_REPORT_ID_NEXT;
+    }
+}
+
+void Finder::ScanField(int device, const hiddev_field_info& field, const Descriptor& common) {
+    const auto bits = BitsPerField(field.logical_minimum, field.logical_maximum);
+    hiddev_usage_ref usage{};
+    usage.report_type = field.report_type;
+    usage.report_id = field.report_id;
+    usage.field_index = field.field_index;
+    if (!bits || ioctl(device, HIDIOCGUCODE, &usage) < 0) {
+        return;
+    }
+
+    Descriptor found = common;
+    found.reportId = field.report_id;
+    found.usageBase = usage.usage_code;
+    found.count = field.maxusage;
+    found.bitsPerField = *bits;
+    switch (field.report_type) {
+        case HID_REPORT_TYPE_INPUT:
+            found.capabilities = CAPABILITY_INPUT;
+            found.inputField = field.field_index;
+            break;
+        case HID_REPORT_TYPE_OUTPUT:
+            if ((usage.usage_code & DIRECTION_USAGE) != 0) {
+                found.capabilities = CAPABILITY_BOTH;
+                found.directionField = field.field_index;
+                found.usageBase = usage.usage_code & ~DIRECTION_USAGE;
+            } else {
+                found.capabilities = CAPABILITY_OUTPUT;
+                found.outputField = field.field_index;
+            }
+            break;
+        default:
+            throw std::runtime_error("Unrecognised report type");
+    }
+    OnFound(found);
+}
+
+void Finder::OnFound(const Descriptor& found) {
+    const auto known = std::find_if(m_descriptors.begin(), m_descriptors.end(), [&](const DescriptorPtr& d) {
+        return d->hid_device == found.hid_device && d->application == found.application &&
+               d->reportId == found.reportId && d->usageBase == found.usageBase && d->count == found.count;
+    });
+    if (known == m_descriptors.end()) {
+        m_descriptors.push_back(std::make_shared<Descriptor>(found));
+        return;
+    }
+    Descriptor& merged = **known;
+    switch (found.capabilities) {
+        case CAPABILITY_INPUT:
+            merged.inputField = found.inputField;
+            break;
+        case CAPABILITY_OUTPUT:
+            merged.outputField = found.outputField;
+            break;
+        case CAPABILITY_BOTH:
+            merged.directionField = found.directionField;
+            break;
+        default:
+            PLATFORM_ASSERT(false);
+    }
+    merged.capabilities |= found.capabilities;
+}
+
+void Finder::Sort() {
+    std::stable_sort(m_descriptors.begin(), m_descriptors.end(),
+                     [](const DescriptorPtr& a, const DescriptorPtr& b) {
+                         if (a->position.empty() || b->position.empty()) {
+                             return !a->position.empty() && b->position.empty();
+                         }
+                         return a->position < b->position;
+                     });
+}
+
+AvailablePorts::AvailablePorts() : AvailablePorts(FindBoards()) {}
+
+AvailablePorts::AvailablePorts(const Descriptors& descriptors) {
+    BoardIndex expanders;
+    BoardIndex touchBoards;
+    BoardIndex lightControllers;
+    // Where two get one name, the first keeps it.
+    for (const DescriptorPtr& descriptor : descriptors) {
+        const std::uint32_t device = descriptor->hid_device;
+        const std::uint32_t page = descriptor->GetUsagePage();
+        switch (descriptor->application) {
+            case APPLICATION_EXPANDER: {
+                const char* report = page == PAGE_EXPANDER_DIP ? "DIP" : "GPIO";
+                m_ports.emplace(FormatPortName("Expander", expanders.Count(device), report), descriptor);
+                expanders.Record(device);
+                break;
+            }
+            case APPLICATION_LIGHT_CONTROLLER: {
+                const char* report = page == PAGE_LIGHT_CONTROL ? "CONTROL" : "DIAGNOSTICS";
+                m_ports.emplace(FormatPortName("LightController", lightControllers.Count(device), report),
+                                descriptor);
+                lightControllers.Record(device);
+                break;
+            }
+            case APPLICATION_TOUCH_BOARD: {
+                if (const DescriptorPtr setup = FindSetupDescriptor(descriptors, device)) {
+                    descriptor->modelCode = setup->modelCode;
+                    descriptor->headerValue = setup->headerValue;
+                }
+                const unsigned index = touchBoards.Count(device);
+                if (const char* report = TouchBoardReportName(page)) {
+                    m_ports.emplace(FormatPortName("TouchBoard", index, report), descriptor);
+                }
+                if (RecordsTouchBoard(page)) {
+                    touchBoards.Record(device);
+                }
+                break;
+            }
+            default:
+                throw std::runtime_error("Unknown application id!");
+        }
+    }
+}
+
+PortOnHid::DescriptorPtr AvailablePorts::Find(const std::string& name) const {
+    const auto found = m_ports.find(name);
+    return found == m_ports.end() ? nullptr : found->second;
+}
+
+}  // namespace ExternalControl::Impl

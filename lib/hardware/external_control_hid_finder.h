@@ -1,0 +1,64 @@
+#pragma once
+
+// Which HID ports there are. The Finder looks at every hiddev node and describes what a port can be opened
+// on; AvailablePorts gives the ports their names, as "TouchBoard-0-DIAGNOSTICS".
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lib/hardware/external_control_hid.h"
+#include "lib/platform/string_operations.h"
+
+namespace ExternalControl::Impl {
+
+/// How many bits the values of a field have, by its logical range.
+/// @return 1, 8, 16 or 32; nothing when a port cannot use the field
+std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int32_t logicalMaximum);
+
+class Finder {
+public:
+    /// Looks at the nodes /dev/usb/hiddev0 to hiddev15, and sorts what it finds. Blocks for some 60 ms a
+    /// board. Nodes that cannot be opened and devices of others are passed over.
+    /// @throws ErrnoException when a device does not tell what it is
+    void Scan();
+
+    /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
+    /// @param found  with the capability and the field index of that one field
+    void OnFound(const PortOnHid::Descriptor& found);
+
+    /// Sorts by USB position, keeping the order of equal ones. Unknown positions go last.
+    void Sort();
+
+    const std::vector<PortOnHid::DescriptorPtr>& GetDescriptors() const { return m_descriptors; }
+
+private:
+    void ScanDevice(int device, std::uint32_t deviceNumber);
+    void ScanReports(int device, std::uint32_t reportType, const PortOnHid::Descriptor& common);
+    void ScanField(int device, const hiddev_field_info& field, const PortOnHid::Descriptor& common);
+
+    std::vector<PortOnHid::DescriptorPtr> m_descriptors;
+};
+
+class AvailablePorts {
+public:
+    /// Finds the boards, asks touch boards for their model, and names the ports. May block for some seconds.
+    /// @throws ErrnoException when a device fails
+    AvailablePorts();
+
+    /// Names ports.
+    /// @param descriptors  sorted by position
+    /// @throws std::runtime_error "Unknown application id!"
+    explicit AvailablePorts(const std::vector<PortOnHid::DescriptorPtr>& descriptors);
+
+    /// @param name  in upper or lower case
+    /// @return null when there is no such port
+    PortOnHid::DescriptorPtr Find(const std::string& name) const;
+
+private:
+    std::map<std::string, PortOnHid::DescriptorPtr, strata::LessIgnoringAsciiCase> m_ports;
+};
+
+}  // namespace ExternalControl::Impl
