@@ -1,0 +1,14 @@
+#pragma once
+
+// The player's video modes as data: every mode that a mode string can name, in the order in which the parser
+// looks at them.
+
+#include <span>
+
+#include "lib/kestrel_dfb/video_mode.h"
+
+constexpr std::uint64_t RESOLUTION_3840_2160 = 0x40000;
+constexpr std::uint64_t RESOLUTION_4096_2160 = 0x80000;
+
+/// The video mode table. Any thread.
+std::span<const VideoMode::Mode> GetVideoModeTable();
