@@ -1,0 +1,304 @@
+#include "apps/padtune/calibration_run.h"
+
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "apps/padtune/tick_count.h"
+#include "apps/padtune/touch_board_commands.h"
+
+using ExternalControl::Port;
+
+namespace {
+
+constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr std::uint64_t SETUP_TIMEOUT = 10 * NANOSECONDS_PER_SECOND;
+constexpr std::uint64_t FRAME_INTERVAL = NANOSECONDS_PER_SECOND / 15;
+
+constexpr std::uint32_t COLOUR_FAILURE = 0xFF0000;
+constexpr std::uint32_t COLOUR_COMPLETE = 0x0077FF;
+
+// Outputs of the LED-SETUP port.
+constexpr unsigned OUTPUT_COMMAND = 0;
+constexpr unsigned OUTPUT_BUTTON_MASK = 1;
+constexpr unsigned OUTPUT_LED_MASK = 2;
+
+constexpr unsigned MASK_BITS = 32;
+
+const std::vector<std::int32_t> DEFAULT_DIAGNOSED_BUTTONS = {1, 2, 3, 4};
+
+/// Opens a port of the board, null when it is not there. The page says what that means; why the port could
+/// not be opened does not matter to a run that goes on without it.
+std::shared_ptr<Port> OpenBoardPort(const char* name) {
+    try {
+        return ExternalControl::OpenPort(name, [](unsigned, unsigned, unsigned) {}, {});
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void Pause(std::int32_t milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+/// The mask of disabled buttons or LEDs. An --enable- option only makes the mask be sent; it clears nothing.
+std::uint32_t MakeDisableMask(const std::vector<ButtonSwitch>& switches) {
+    std::uint32_t mask = 0;
+    for (const ButtonSwitch& entry : switches) {
+        if (entry.disable && entry.button >= 1 && entry.button <= static_cast<std::int32_t>(MASK_BITS)) {
+            mask |= std::uint32_t{1} << (entry.button - 1);
+        }
+    }
+    return mask;
+}
+
+}  // namespace
+
+void GpioLevels::OnValue(unsigned pin, unsigned value, unsigned /*width*/) {
+    if (pin >= MASK_BITS) {
+        return;
+    }
+    const std::uint32_t bit = std::uint32_t{1} << pin;
+    m_levels = value != 0 ? m_levels | bit : m_levels & ~bit;
+
+    // Only this thread writes the shared mask, so reading it needs no lock.
+    if (m_levels != m_live.gpioLevels) {
+        const std::lock_guard lock(m_live.mutex);
+        m_live.gpioLevels = m_levels;
+    }
+}
+
+CalibrationRun::CalibrationRun(const RunSettings& settings, ScreenPage& page, LiveState& live,
+                               TouchBoardReports& reports, GpioLevels& gpioLevels, BoardInputs& inputs,
+                               BoardOutputs& outputs)
+    : m_settings(settings),
+      m_page(page),
+      m_live(live),
+      m_reports(reports),
+      m_gpioLevels(gpioLevels),
+      m_inputs(inputs),
+      m_outputs(outputs) {}
+
+void CalibrationRun::Run() {
+    try {
+        if (!PrepareBoard()) {
+            return;
+        }
+    } catch (const std::exception& failure) {
+        ShowFailure(failure.what());
+        return;
+    }
+    DrawBoard();
+
+    m_timedLoopReached = true;
+    RunTimedLoop();
+    ResetBoard();
+}
+
+/// @return false when the run ends here; the page then says why
+bool CalibrationRun::PrepareBoard() {
+    if (!OpenInputs()) {
+        return false;
+    }
+
+    m_outputs.ledSetup = OpenBoardPort("TouchBoard-0-LED-SETUP");
+    if (m_outputs.ledSetup) {
+        ConfigureBoard();
+    } else {
+        ShowFailure("Failed to open touch board setup port");
+    }
+    if (!m_settings.ledMasks.empty()) {
+        OpenLed();
+    }
+    return m_outputs.ledSetup && WaitForSetup();
+}
+
+bool CalibrationRun::OpenInputs() {
+    m_inputs.diagnostics = OpenBoardPort("TouchBoard-0-DIAGNOSTICS");
+    m_inputs.gpio = OpenBoardPort("TouchBoard-0-GPIO");
+    if (!m_inputs.diagnostics && !m_inputs.gpio) {
+        // No board at all: the title page says enough.
+        return false;
+    }
+    if (!m_inputs.diagnostics) {
+        ShowFailure("Failed to open touch board diagnostics port");
+        return false;
+    }
+    if (!m_inputs.gpio) {
+        ShowFailure("Failed to open touch board gpio port");
+        return false;
+    }
+
+    // The callbacks outlive this object: they hold only what main keeps longer than the ports.
+    m_inputs.diagnostics->SetValueCallback(
+        [&reports = m_reports](unsigned index, unsigned value, unsigned width) {
+            reports.OnValue(index, value, width);
+        });
+    m_inputs.gpio->SetValueCallback(
+        [&gpioLevels = m_gpioLevels](unsigned pin, unsigned value, unsigned width) {
+            gpioLevels.OnValue(pin, value, width);
+        });
+    return true;
+}
+
+void CalibrationRun::ConfigureBoard() {
+    SelectButtons();
+    for (const ConfigCommand& command : m_settings.configCommands) {
+        SendCommand(MakeCommandWord(command.command, command.button, command.value, command.extra));
+    }
+    // The masks are not commands: no pause follows them.
+    if (!m_settings.buttonSwitches.empty()) {
+        SetOutput(*m_outputs.ledSetup, OUTPUT_BUTTON_MASK, MakeDisableMask(m_settings.buttonSwitches));
+    }
+    if (!m_settings.ledSwitches.empty()) {
+        SetOutput(*m_outputs.ledSetup, OUTPUT_LED_MASK, MakeDisableMask(m_settings.ledSwitches));
+    }
+}
+
+void CalibrationRun::SelectButtons() {
+    const auto& buttons =
+        m_settings.diagnoseButtons.empty() ? DEFAULT_DIAGNOSED_BUTTONS : m_settings.diagnoseButtons;
+    for (const std::int32_t button : buttons) {
+        SendCommand(MakeCommandWord(COMMAND_DIAGNOSE_BUTTON, static_cast<std::uint32_t>(button), 0));
+    }
+}
+
+void CalibrationRun::OpenLed() {
+    m_outputs.led = OpenBoardPort("TouchBoard-0-LED");
+    if (m_outputs.led) {
+        SetButtonMask(*m_outputs.led, 0, m_settings.ledMasks, m_settings.pauseMilliseconds);
+    } else {
+        ShowFailure("Failed to open touch board led port");
+    }
+}
+
+bool CalibrationRun::WaitForSetup() {
+    SendCommand(MakeCommandWord(COMMAND_REQUEST_SETUP, 0, 1));
+
+    const std::uint64_t deadline = getTickCount() + SETUP_TIMEOUT;
+    bool setupReceived = false;
+    for (;;) {
+        const std::int32_t count = m_reports.GetButtonCount();
+        if (const std::unique_ptr<BoardSetup> setup = m_reports.TakeSetup()) {
+            m_setup = std::move(*setup);
+            setupReceived = true;
+        }
+        if (getTickCount() >= deadline) {
+            if (count < 0) {
+                ShowFailure("Failed to receive touch board setup");
+            }
+            return count >= 0;
+        }
+        // A count without a setup is one that was seen before it was checked.
+        if (count > 0 && setupReceived) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+}
+
+void CalibrationRun::DrawBoard() {
+    m_page.DrawIdentity(m_inputs.diagnostics->GetProperties());
+    m_page.DrawParameterTable(m_setup);
+    m_page.LayOutStrip(m_settings.timeoutSeconds);
+    m_page.DrawBoxNames(m_setup);
+}
+
+void CalibrationRun::RunTimedLoop() {
+    const std::uint64_t start = getTickCount();
+    m_live.runStart = start;
+    const auto timeout = static_cast<std::uint64_t>(m_settings.timeoutSeconds);
+    const std::uint64_t end = start + timeout * NANOSECONDS_PER_SECOND;
+
+    // No elapsed second equals this one, so the first frame draws the counter.
+    std::uint64_t lastSecond = 2 * timeout;
+    std::uint64_t lastFrame = 0;
+    for (;;) {
+        const std::uint64_t now = getTickCount();
+        if (now >= end) {
+            return;
+        }
+        // Waits by asking the clock again: sleeping would blur the frames and the seconds.
+        if (now - lastFrame <= FRAME_INTERVAL) {
+            continue;
+        }
+
+        DrawLiveFrame(now - start);
+        const std::uint64_t second = (now - start) / NANOSECONDS_PER_SECOND;
+        if (second != lastSecond) {
+            // The entries of second 0 were played when the LED port opened.
+            if (second != 0 && m_outputs.led) {
+                SetButtonMask(*m_outputs.led, static_cast<std::int64_t>(second), m_settings.ledMasks,
+                              m_settings.pauseMilliseconds);
+            }
+            m_page.DrawSecond(static_cast<std::int64_t>(second));
+            lastSecond = second;
+        }
+        m_page.Flip();
+        lastFrame = now;
+    }
+}
+
+void CalibrationRun::DrawLiveFrame(std::uint64_t elapsed) {
+    std::vector<ButtonSample> samples;
+    std::uint32_t touchBits;
+    std::uint32_t gpioLevels;
+    {
+        const std::lock_guard lock(m_live.mutex);
+        samples = m_live.samples;
+        touchBits = m_live.touchBits;
+        gpioLevels = m_live.gpioLevels;
+    }
+    m_page.DrawFrame(samples, touchBits, gpioLevels, static_cast<std::int64_t>(elapsed));
+}
+
+void CalibrationRun::ResetBoard() {
+    m_page.ShowMessage(m_page.GetStripTop(), COLOUR_COMPLETE, "Complete - Board has been reset");
+    SendCommand(MakeCommandWord(COMMAND_RESET, 0, 0));
+}
+
+/// Plays the LED masks of one second of the run; 0 stands for the time before it.
+void CalibrationRun::SetButtonMask(Port& ledPort, std::int64_t second,
+                                   const std::vector<LedMaskEntry>& ledMasks,
+                                   std::int32_t pauseMilliseconds) {
+    for (const LedMaskEntry& entry : ledMasks) {
+        if (entry.second != second) {
+            continue;
+        }
+        if (OutputDiagnostics && second == 0) {
+            std::fprintf(stderr, "SetButtonMask: START: BT%d: %x\n", entry.button, entry.mask);
+        } else if (OutputDiagnostics) {
+            std::fprintf(stderr, "SetButtonMask: %4d: BT%d: %x\n", static_cast<int>(second), entry.button,
+                         entry.mask);
+        }
+        SetOutput(ledPort, static_cast<unsigned>(entry.button) - 1, entry.mask);
+        Pause(pauseMilliseconds);
+    }
+}
+
+void CalibrationRun::SendCommand(std::uint32_t word) {
+    SetOutput(*m_outputs.ledSetup, OUTPUT_COMMAND, word);
+    Pause(m_settings.pauseMilliseconds);
+}
+
+/// @throws what the port throws, before the timed loop; from then on a failure is printed and the run goes
+/// on:
+///     the port remembers the value and sends it when the board returns
+void CalibrationRun::SetOutput(Port& port, unsigned index, std::uint32_t value) {
+    try {
+        port.SetOutput(index, value);
+    } catch (const std::exception& failure) {
+        if (!m_timedLoopReached) {
+            throw;
+        }
+        std::fprintf(stderr, "%s\n", failure.what());
+    }
+}
+
+void CalibrationRun::ShowFailure(const std::string& text) {
+    m_page.ShowMessage(m_page.GetTop(), COLOUR_FAILURE, text);
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+// One calibration run: opens the board's ports, sends it the selections, configuration and masks of the
+// command line, waits for its setup, redraws the page from its live reports until the time is over, and
+// resets it.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/padtune/command_line.h"
+#include "apps/padtune/screen_page.h"
+#include "apps/padtune/touch_board_reports.h"
+#include "lib/hardware/external_control.h"
+
+/// Keeps the levels of the board's GPIO pins for the frame loop.
+class GpioLevels {
+public:
+    /// @param live where the levels go; must outlive this object
+    explicit GpioLevels(LiveState& live) : m_live(live) {}
+
+    /// The GPIO port's value callback. Runs on the poll thread.
+    /// @throws std::system_error when the mutex of the live state cannot be locked
+    void OnValue(unsigned pin, unsigned value, unsigned width);
+
+private:
+    LiveState& m_live;
+    std::uint32_t m_levels = 0;
+};
+
+/// The ports that deliver values. Declared apart from the others because they are released later.
+struct BoardInputs {
+    std::shared_ptr<ExternalControl::Port> diagnostics;
+    std::shared_ptr<ExternalControl::Port> gpio;
+};
+
+/// The ports that take commands.
+struct BoardOutputs {
+    std::shared_ptr<ExternalControl::Port> ledSetup;
+    std::shared_ptr<ExternalControl::Port> led;
+};
+
+/// Main thread only. The objects that it is given belong to main, whose order of declarations is the order of
+/// shutting down; the ports that it opens are left in them.
+class CalibrationRun {
+public:
+    CalibrationRun(const RunSettings& settings, ScreenPage& page, LiveState& live, TouchBoardReports& reports,
+                   GpioLevels& gpioLevels, BoardInputs& inputs, BoardOutputs& outputs);
+
+    /// Runs from the opening of the ports to the reset of the board. Whatever the board does wrong is shown
+    /// on the page, or from the timed loop on printed to standard error, and the run ends in order.
+    /// @throws std::system_error when the mutex of the live state cannot be locked
+    void Run();
+
+private:
+    bool PrepareBoard();
+    bool OpenInputs();
+    void ConfigureBoard();
+    void SelectButtons();
+    void OpenLed();
+    bool WaitForSetup();
+    void DrawBoard();
+    void RunTimedLoop();
+    void DrawLiveFrame(std::uint64_t elapsed);
+    void ResetBoard();
+
+    void SetButtonMask(ExternalControl::Port& ledPort, std::int64_t second,
+                       const std::vector<LedMaskEntry>& ledMasks, std::int32_t pauseMilliseconds);
+    void SendCommand(std::uint32_t word);
+    void SetOutput(ExternalControl::Port& port, unsigned index, std::uint32_t value);
+    void ShowFailure(const std::string& text);
+
+    const RunSettings& m_settings;
+    ScreenPage& m_page;
+    LiveState& m_live;
+    TouchBoardReports& m_reports;
+    GpioLevels& m_gpioLevels;
+    BoardInputs& m_inputs;
+    BoardOutputs& m_outputs;
+
+    BoardSetup m_setup;
+    bool m_timedLoopReached = false;
+};

@@ -1,0 +1,46 @@
+#pragma once
+
+// The command line: pairs of an option and its argument, turned into one record that the run reads.
+
+#include <cstdint>
+#include <vector>
+
+/// --enable-button, --disable-button, --enable-led, --disable-led.
+struct ButtonSwitch {
+    std::int32_t button = 0;   ///< 1-based
+    std::uint8_t disable = 0;  ///< 1 for a --disable- option
+};
+
+/// A configuration option; becomes one command word.
+struct ConfigCommand {
+    std::uint32_t command = 0;  ///< a configuration code of BoardCommand
+    std::uint32_t button = 0;   ///< 1-based for COMMAND_FINGER_TH, else 0
+    std::uint32_t value = 0;
+    std::uint32_t extra = 0;  ///< always 0
+};
+
+/// One LED mask of the schedule.
+struct LedMaskEntry {
+    std::int32_t button = 0;  ///< 1-based
+    std::int32_t second = 0;  ///< second of the run at which it applies; 0: before the run
+    std::uint32_t mask = 0;
+};
+
+/// The parsed command line. Lists keep the order of the command line and its repetitions.
+struct RunSettings {
+    std::int32_t timeoutSeconds = 60;
+    std::int32_t pauseMilliseconds = 100;
+    std::vector<std::int32_t> diagnoseButtons;
+    std::vector<ButtonSwitch> buttonSwitches;
+    std::vector<ButtonSwitch> ledSwitches;
+    std::vector<ConfigCommand> configCommands;
+    std::vector<LedMaskEntry> ledMasks;
+};
+
+/// Parses the command line; also sets OutputDiagnostics. Call before other threads start. A command line that
+/// cannot be used ends the process through PrintUsage.
+RunSettings ParseCommandLine(int argc, const char* const* argv);
+
+/// Prints the usage text to standard output and ends the process with status 2.
+/// @param program the program's name
+[[noreturn]] void PrintUsage(const char* program);

@@ -1,0 +1,120 @@
+#pragma once
+
+// The geometry of the page: where the bottom strip, the progress bar and the button boxes lie, from the
+// screen's size and the measured extents of texts. Nothing here draws. All measures are pixels, and all
+// divisions drop the remainder.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct PageRectangle {
+    std::int32_t x = 0;
+    std::int32_t y = 0;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+};
+
+/// Where one button's name and live values are drawn.
+struct ButtonBox {
+    std::int32_t button = 0;  ///< 1-based
+    std::int32_t x = 0;
+    std::int32_t y = 0;
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+};
+
+/// The strip at the bottom of the page: the progress bar and, to the right of it, the counter of seconds.
+struct StripLayout {
+    std::int32_t top = 0;
+    std::int32_t height = 0;
+    std::int32_t counterX = 0;  ///< where the widest count would start
+    std::int32_t counterTextX = 0;
+};
+
+/// What the boxes have to share, and what they have to keep clear of.
+struct BoxArea {
+    std::int32_t screenWidth = 0;
+    std::int32_t top = 0;
+    std::int32_t bottom = 0;
+    std::int32_t labelWidth = 0;  ///< of the widest label of the parameter table
+    std::int32_t valueWidth = 0;  ///< of its widest value
+};
+
+/// @param counterWidth logical width of the widest count
+/// @param counterHeight its logical height
+inline StripLayout LayOutBottomStrip(std::int32_t screenWidth, std::int32_t screenHeight,
+                                     std::int32_t counterWidth, std::int32_t counterHeight) {
+    constexpr std::int32_t COUNTER_MARGIN = 5;
+    StripLayout strip;
+    strip.top = screenHeight - 2 * counterHeight;
+    strip.height = 2 * counterHeight;
+    strip.counterX = screenWidth - counterWidth;
+    strip.counterTextX = strip.counterX - COUNTER_MARGIN;
+    return strip;
+}
+
+/// What is blanked before the bar is drawn again.
+inline PageRectangle GetProgressBackground(const StripLayout& strip) {
+    return {0, strip.top, strip.counterX - 15, strip.height};
+}
+
+inline PageRectangle GetProgressOutline(const StripLayout& strip) {
+    return {20, strip.top + strip.height / 4, strip.counterX - 45, strip.height / 2};
+}
+
+/// The filled part of the bar, inside the outline.
+/// @param elapsedNanoseconds since the start of the timed loop
+/// @param timeoutSeconds length of the timed loop; the bar of an empty loop is empty
+inline PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elapsedNanoseconds,
+                                    std::int32_t timeoutSeconds) {
+    constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+    const std::int64_t fullWidth = strip.counterX - 49;
+    const std::int64_t timeoutNanoseconds = timeoutSeconds * NANOSECONDS_PER_SECOND;
+    const std::int64_t width =
+        timeoutNanoseconds > 0 ? fullWidth * elapsedNanoseconds / timeoutNanoseconds : 0;
+    return {22, strip.top + 2 + strip.height / 4, static_cast<std::int32_t>(width), strip.height / 2 - 4};
+}
+
+/// A keypad of three columns and three rows, with a fourth column of two.
+inline std::vector<ButtonBox> LayOutKeypad(const BoxArea& area) {
+    const std::int32_t available = area.bottom - area.top;
+    const std::int32_t left = area.labelWidth + area.valueWidth + 20;
+    const std::int32_t width = (area.screenWidth - left) / 4;
+    const std::int32_t height = available / 3;
+    std::vector<ButtonBox> boxes;
+    for (std::int32_t button = 1; button <= 9; ++button) {
+        const std::int32_t column = (button - 1) % 3;
+        const std::int32_t row = (button - 1) / 3;
+        boxes.push_back({button, left + width * column, area.top + height * row, width, height});
+    }
+    const std::int32_t lastColumn = left + 3 * width;
+    const std::int32_t lastColumnTop = area.top + available / 6;
+    boxes.push_back({10, lastColumn, lastColumnTop, width, height});
+    boxes.push_back({11, lastColumn, lastColumnTop + height, width, height});
+    return boxes;
+}
+
+/// Four buttons in a cross: right, up, down, left.
+inline std::vector<ButtonBox> LayOutCross(const BoxArea& area) {
+    const std::int32_t available = area.bottom - area.top;
+    const std::int32_t left = area.labelWidth + 2 * area.valueWidth;
+    const std::int32_t width = (area.screenWidth - left) / 3;
+    const std::int32_t height = available / 2;
+    const std::int32_t middle = area.top + available / 4;
+    return {
+        {1, left + 2 * width, middle, width, height},
+        {2, left + width, area.top, width, height},
+        {3, left + width, area.top + available / 2, width, height},
+        {4, left, middle, width, height},
+    };
+}
+
+/// The boxes of a board, button n at position n - 1.
+inline std::vector<ButtonBox> LayOutButtonBoxes(const std::string& model, std::int32_t buttonCount,
+                                                const BoxArea& area) {
+    constexpr std::int32_t KEYPAD_BUTTONS = 11;
+    // A KP120 announces the keypad's button count too, but has four buttons.
+    const bool isKeypad = buttonCount == KEYPAD_BUTTONS && model != "KP120";
+    return isKeypad ? LayOutKeypad(area) : LayOutCross(area);
+}

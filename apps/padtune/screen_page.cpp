@@ -1,0 +1,343 @@
+// The program's reports of failed DirectFB calls go by the program's name, not by the file's.
+#define DFBCHECK_SOURCE "apps/padtune/padtune"
+
+#include "apps/padtune/screen_page.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+
+#include "apps/padtune/touch_board_commands.h"
+#include "lib/kestrel_dfb/video_mode.h"
+#include "lib/platform/string_operations.h"
+#include "lib/platform/string_splitter.h"
+
+namespace {
+
+constexpr char FONT_FILE[] = "/storage/sys/default-font.ttf";
+constexpr char TITLE[] = "Padtune";
+
+constexpr std::uint32_t BACKGROUND = 0x000011;
+constexpr std::uint32_t BLACK = 0x000000;
+constexpr std::uint32_t WHITE = 0xFFFFFF;
+constexpr std::uint32_t RED = 0xFF0000;
+constexpr std::uint32_t GREEN = 0x00FF00;
+constexpr std::uint32_t BLUE = 0x0077FF;
+constexpr std::uint32_t VIOLET = 0xEE82EE;
+constexpr std::uint32_t ORANGE = 0xFF7F00;
+constexpr std::uint32_t VALUE_COLOUR = 0xFF7777;
+
+// A KP480 whose touch controller reports this raw header is sold as the KP480S.
+constexpr int KP480S_RAW_HEADER = 92;
+
+/// One row of the parameter table.
+struct ParameterRow {
+    std::string label;
+    std::string value;
+};
+
+struct ParameterLabel {
+    std::uint32_t code;
+    const char* label;
+};
+
+constexpr ParameterLabel PARAMETER_LABELS[] = {
+    {COMMAND_NOISE_TH, "Noise T/H:"},   {COMMAND_NEGNOISE_TH, "Neg Noise T/H:"},
+    {COMMAND_BASELINE_TH, "Baseline:"}, {COMMAND_HYSTERESIS, "Hysteresis:"},
+    {COMMAND_DEBOUNCE, "Debounce:"},    {COMMAND_LOWBASELINE, "Low Baseline:"},
+};
+
+std::string FormatRawHeader(int rawHeader) {
+    return rawHeader < 0 ? "?" : strprintf("%d", rawHeader);
+}
+
+/// The row of a parameter, if it has one. Unknown codes are reported on standard error.
+std::optional<ParameterRow> MakeParameterRow(const BoardParameter& parameter, int rawHeader) {
+    if (parameter.code == COMMAND_RAW_HEADER) {
+        return ParameterRow{"Raw Header:", FormatRawHeader(rawHeader)};
+    }
+    if (parameter.code == COMMAND_DIAGNOSE_BUTTON) {
+        return std::nullopt;  // marks an unused place of the setup report
+    }
+    for (const ParameterLabel& known : PARAMETER_LABELS) {
+        if (known.code == parameter.code) {
+            return ParameterRow{known.label, strprintf("%d", parameter.value)};
+        }
+    }
+    std::fprintf(stderr, "COMMAND_??? param %d %d\n", static_cast<int>(parameter.code), parameter.value);
+    return std::nullopt;
+}
+
+int ParseRawHeader(const std::string& text) {
+    char* end = nullptr;
+    const long value = std::strtol(text.c_str(), &end, 10);
+    return end == text.c_str() ? -1 : static_cast<int>(value);
+}
+
+bool HasBit(std::uint32_t bits, const ButtonBox& box) {
+    return (bits >> (box.button - 1) & 1) != 0;
+}
+
+}  // namespace
+
+BoardProperties BoardProperties::Parse(const std::string& text) {
+    BoardProperties board;
+    const StringSplitter pieces(text, ";");
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const StringSplitter pair(pieces[i], "=");
+        if (pair.size() != 2) {
+            std::fprintf(stderr, "Properties error '%s'\n", pieces[i].c_str());
+            continue;
+        }
+        const std::string key = pair[0];
+        const std::string value = pair[1];
+        if (key == "hardware") {
+            board.model = value;
+        } else if (key == "header") {
+            board.hasHeader = value == "yes";
+        } else if (key == "revision") {
+            board.revision = value;
+        } else if (key == "rheader") {
+            board.rawHeader = ParseRawHeader(value);
+        }
+    }
+    return board;
+}
+
+void ScreenPage::BringUp(int argc, char** argv) {
+    DFBPointer<IDirectFBScreen>& dfbScreen = m_dfbScreen;
+    IDirectFB* dfb = nullptr;
+    IDirectFBSurface* primary = nullptr;
+    DFBSurfaceDescription sdsc{};
+    int screen_width = 0;
+    int screen_height = 0;
+
+    // Failure reports quote these calls as they stand here, blanks included.
+    // clang-format off
+    DFBCHECK(DirectFBInit( &argc, &argv ));
+    DFBCHECK(DirectFBCreate( &dfb ));
+    m_dfb = DFBPointer<IDirectFB>(dfb);
+    dfb->SetCooperativeLevel(dfb, DFSCL_EXCLUSIVE);
+    DFBCHECK(dfb->GetScreen(dfb, 0, dfbScreen.AsOutParameter()));
+    VideoMode::ApplyCurrentMode(dfbScreen, true, false);
+    dfbScreen->SetPowerMode(dfbScreen, DSPM_ON);
+
+    sdsc.flags = DSDESC_CAPS;
+    sdsc.caps = static_cast<DFBSurfaceCapabilities>(DSCAPS_PRIMARY | DSCAPS_FLIPPING);
+    DFBCHECK(dfb->CreateSurface( dfb, &sdsc, &primary ));
+    m_primary = DFBPointer<IDirectFBSurface>(primary);
+    DFBCHECK(dfbScreen->GetSize(dfbScreen, &screen_width, &screen_height));
+    // clang-format on
+    m_width = screen_width;
+    m_height = screen_height;
+    CreateFonts();
+}
+
+void ScreenPage::CreateFonts() {
+    IDirectFB* const dfb = m_dfb;
+    const char* const fontfile = FONT_FILE;
+    IDirectFBFont* font_small = nullptr;
+    IDirectFBFont* font_normal = nullptr;
+    IDirectFBFont* font_large = nullptr;
+    DFBFontDescription fdsc{};
+    fdsc.flags = DFDESC_HEIGHT;
+
+    // clang-format off
+    fdsc.height = m_width / 40;
+    DFBCHECK(dfb->CreateFont( dfb, fontfile, &fdsc, &font_small ));
+    m_fontSmall = DFBPointer<IDirectFBFont>(font_small);
+    fdsc.height = m_width / 30;
+    DFBCHECK(dfb->CreateFont( dfb, fontfile, &fdsc, &font_normal ));
+    m_fontNormal = DFBPointer<IDirectFBFont>(font_normal);
+    fdsc.height = m_width / 20;
+    DFBCHECK(dfb->CreateFont( dfb, fontfile, &fdsc, &font_large ));
+    m_fontLarge = DFBPointer<IDirectFBFont>(font_large);
+    // clang-format on
+}
+
+void ScreenPage::DrawTitle() {
+    const std::int32_t margin = m_height / 16;
+    Fill({0, 0, m_width, m_height}, BACKGROUND);
+    const TextExtents extents = Measure(m_fontLarge, TITLE);
+    SetColour(WHITE);
+    m_primary->SetFont(m_primary, m_fontLarge);
+    DrawText(TITLE, (m_width - extents.logical.w) / 2, margin);
+    m_top = margin + extents.logical.h + margin;
+    Flip();
+}
+
+void ScreenPage::ShowMessage(std::int32_t y, std::uint32_t colour, const std::string& text) {
+    Fill({0, y, m_width, m_height - y}, BLACK);
+    SetColour(colour);
+    m_primary->SetFont(m_primary, m_fontNormal);
+    DrawText(text, m_width / 2, y + (m_height - y) / 2, DSTF_CENTER);
+    Flip();
+}
+
+void ScreenPage::DrawIdentity(const std::string& properties) {
+    m_board = BoardProperties::Parse(properties);
+    m_modelColour = RED;
+    m_identityAdvance = 0;
+    if (m_board.model.empty() || m_board.revision.empty()) {
+        return;
+    }
+
+    std::uint32_t lineColour = VIOLET;
+    if (m_board.rawHeader == KP480S_RAW_HEADER && m_board.model == "KP480") {
+        m_board.model = "KP480S";
+        lineColour = BLUE;
+        m_modelColour = BLUE;
+    }
+    const std::string line = strprintf("%s (%s) ", m_board.model.c_str(), m_board.revision.c_str());
+    const TextExtents extents = Measure(m_fontNormal, line);
+    m_primary->SetFont(m_primary, m_fontNormal);
+    SetColour(lineColour);
+    DrawText(line, 0, m_top);
+    if (m_board.model == "KP120") {
+        SetColour(m_board.hasHeader ? GREEN : RED);
+        DrawText(m_board.hasHeader ? "(Y)" : "(N)", extents.logical.w, m_top);
+    }
+    m_identityAdvance = extents.ink.h + extents.ink.h / 2;
+}
+
+ScreenPage::TableMeasures ScreenPage::MeasureParameterTable(const BoardSetup& setup) {
+    TableMeasures measures;
+    for (const BoardParameter& parameter : setup.parameters) {
+        if (const auto row = MakeParameterRow(parameter, m_board.rawHeader)) {
+            const DFBRectangle label = Measure(m_fontSmall, row->label).logical;
+            const DFBRectangle value = Measure(m_fontSmall, row->value).logical;
+            measures.labelWidth = std::max(measures.labelWidth, label.w);
+            measures.valueWidth = std::max(measures.valueWidth, value.w);
+            measures.lineHeight = std::max(measures.lineHeight, label.h);
+        }
+    }
+    return measures;
+}
+
+void ScreenPage::DrawParameterTable(const BoardSetup& setup) {
+    m_table = MeasureParameterTable(setup);
+    m_primary->SetFont(m_primary, m_fontSmall);
+    std::int32_t y = m_top + m_identityAdvance;
+    for (const BoardParameter& parameter : setup.parameters) {
+        if (const auto row = MakeParameterRow(parameter, m_board.rawHeader)) {
+            SetColour(WHITE);
+            DrawText(row->label, m_table.labelWidth + 5, y, DSTF_TOPRIGHT);
+            SetColour(VALUE_COLOUR);
+            DrawText(row->value, m_table.labelWidth + 7, y);
+            Flip();
+        }
+        y += m_table.lineHeight;  // an entry without a row leaves a gap
+    }
+}
+
+void ScreenPage::LayOutStrip(std::int32_t timeoutSeconds) {
+    const std::string widestCount(strprintf("%d", timeoutSeconds).size(), '0');
+    const DFBRectangle extents = Measure(m_fontNormal, widestCount).logical;
+    m_timeoutSeconds = timeoutSeconds;
+    m_strip = LayOutBottomStrip(m_width, m_height, extents.w, extents.h);
+}
+
+void ScreenPage::DrawBoxNames(const BoardSetup& setup) {
+    const BoxArea area{m_width, m_top, m_strip.top, m_table.labelWidth, m_table.valueWidth};
+    m_boxes = LayOutButtonBoxes(m_board.model, setup.buttonCount, area);
+    m_primary->SetFont(m_primary, m_fontSmall);
+    for (const ButtonBox& box : m_boxes) {
+        const std::string name = strprintf("BT%d", box.button);
+        SetColour(WHITE);
+        DrawText(name, box.x, box.y);
+        const auto position = static_cast<std::size_t>(box.button - 1);
+        if (position < setup.fingerThresholds.size()) {
+            const std::int32_t nameWidth = Measure(m_fontSmall, name).logical.w;
+            SetColour(VALUE_COLOUR);
+            DrawText(strprintf("(%d)", setup.fingerThresholds[position]), box.x + nameWidth + 5, box.y);
+        }
+    }
+    Flip();
+}
+
+void ScreenPage::DrawFrame(const std::vector<ButtonSample>& samples, std::uint32_t touchBits,
+                           std::uint32_t gpioLevels, std::int64_t elapsedNanoseconds) {
+    m_primary->SetFont(m_primary, m_fontSmall);
+    std::vector<bool> diagnosed(m_boxes.size(), false);
+    for (const ButtonSample& sample : samples) {
+        if (sample.button > m_boxes.size()) {
+            std::fprintf(stderr, "Logic error: bd.button %d > %zu\n", static_cast<int>(sample.button),
+                         m_boxes.size());
+            continue;
+        }
+        if (sample.button == 0) {
+            continue;  // names no button
+        }
+        DrawSample(m_boxes[sample.button - 1], sample, gpioLevels);
+        diagnosed[sample.button - 1] = true;
+    }
+    for (std::size_t i = 0; i < m_boxes.size(); ++i) {
+        if (!diagnosed[i]) {
+            DrawUndiagnosedBox(m_boxes[i], HasBit(touchBits, m_boxes[i]), gpioLevels);
+        }
+    }
+    DrawProgress(elapsedNanoseconds);
+}
+
+void ScreenPage::DrawSample(const ButtonBox& box, const ButtonSample& sample, std::uint32_t gpioLevels) {
+    const std::int32_t line = m_table.lineHeight;
+    const bool touched = sample.touched != 0;
+    Fill({box.x, box.y + line, box.width, box.height - line}, BACKGROUND);
+    SetColour(touched ? GetTouchColour(box, gpioLevels) : GREEN);
+    DrawText(strprintf("%d", sample.value1), box.x, box.y + line);
+    DrawText(strprintf("%d", sample.value2), box.x, box.y + 2 * line);
+    DrawText(strprintf("%d", sample.value4), box.x, box.y + 3 * line);
+    if (sample.value3 != 0 && !touched) {
+        SetColour(ORANGE);
+    }
+    DrawText(strprintf("%d", sample.value3), box.x, box.y + 4 * line);
+}
+
+void ScreenPage::DrawUndiagnosedBox(const ButtonBox& box, bool touched, std::uint32_t gpioLevels) {
+    const PageRectangle block{box.x, box.y + box.height / 4, box.width / 2, box.height / 2};
+    Fill(block, touched ? GetTouchColour(box, gpioLevels) : BACKGROUND);
+}
+
+std::uint32_t ScreenPage::GetTouchColour(const ButtonBox& box, std::uint32_t gpioLevels) const {
+    return HasBit(gpioLevels, box) ? m_modelColour : ORANGE;
+}
+
+void ScreenPage::DrawProgress(std::int64_t elapsedNanoseconds) {
+    const PageRectangle outline = GetProgressOutline(m_strip);
+    Fill(GetProgressBackground(m_strip), BLACK);
+    SetColour(WHITE);
+    m_primary->DrawRectangle(m_primary, outline.x, outline.y, outline.width, outline.height);
+    Fill(GetProgressBar(m_strip, elapsedNanoseconds, m_timeoutSeconds), WHITE);
+}
+
+void ScreenPage::DrawSecond(std::int64_t second) {
+    m_primary->SetFont(m_primary, m_fontNormal);
+    Fill({m_strip.counterTextX, m_strip.top, m_width - m_strip.counterTextX, m_strip.height}, BLACK);
+    SetColour(WHITE);
+    DrawText(strprintf("%d", static_cast<int>(second)), m_strip.counterTextX, m_strip.top);
+}
+
+void ScreenPage::Flip() {
+    IDirectFBSurface* const primary = m_primary;
+    DFBCHECK(primary->Flip(primary, NULL, static_cast<DFBSurfaceFlipFlags>(DSFLIP_ONSYNC | DSFLIP_BLIT)));
+}
+
+ScreenPage::TextExtents ScreenPage::Measure(DFBPointer<IDirectFBFont>& font, const std::string& text) {
+    TextExtents extents;
+    font->GetStringExtents(font, text.c_str(), -1, &extents.logical, &extents.ink);
+    return extents;
+}
+
+void ScreenPage::SetColour(std::uint32_t colour) {
+    m_primary->SetColor(m_primary, colour >> 16 & 0xFF, colour >> 8 & 0xFF, colour & 0xFF, 0xFF);
+}
+
+void ScreenPage::Fill(const PageRectangle& area, std::uint32_t colour) {
+    SetColour(colour);
+    m_primary->FillRectangle(m_primary, area.x, area.y, area.width, area.height);
+}
+
+void ScreenPage::DrawText(const std::string& text, std::int32_t x, std::int32_t y,
+                          DFBSurfaceTextFlags anchor) {
+    m_primary->DrawString(m_primary, text.c_str(), -1, x, y, anchor);
+}

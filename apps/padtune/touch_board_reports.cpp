@@ -1,0 +1,238 @@
+#include "apps/padtune/touch_board_reports.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "apps/padtune/tick_count.h"
+#include "apps/padtune/touch_board_commands.h"
+
+bool OutputDiagnostics = false;
+
+namespace {
+
+// Slots of a setup report.
+constexpr unsigned SLOT_MARKER = 0;
+constexpr unsigned SLOT_CODES = 1;
+constexpr unsigned SLOT_FORMAT = 2;
+constexpr unsigned SLOT_BUTTONS = 3;
+constexpr unsigned SLOT_FIRST_THRESHOLD = 4;
+
+constexpr std::uint32_t SETUP_MARKER = 0xFFFF;
+constexpr std::uint32_t FORMAT_PLAIN = 16;
+constexpr std::uint32_t FORMAT_REMAPPED = 32;
+constexpr std::int32_t SUPPORTED_BUTTON_COUNT = 11;
+
+// After the thresholds: groups of a word with two parameter codes and one word for each value.
+constexpr unsigned PARAMETER_GROUP_SIZE = 3;
+constexpr unsigned LAST_PARAMETER_SLOT = 27;
+
+// Slots of a diagnostics report: the touch bits, then seven groups.
+constexpr unsigned SLOT_TOUCH_BITS = 0;
+constexpr unsigned SLOT_FIRST_GROUP = 1;
+constexpr unsigned SAMPLE_GROUPS = 7;
+constexpr unsigned SAMPLE_GROUP_SIZE = 4;
+
+/// Where the touch bits of the four-button board stand; entry n is the old place of new bit n.
+constexpr unsigned REMAPPED_TOUCH_BITS[] = {9, 3, 5, 4};
+
+/// How many known parameters may precede a zero code that is still worth a line.
+constexpr int MAX_KNOWN_BEFORE_ZERO_LINE = 2;
+
+constexpr std::uint32_t Byte(std::uint32_t word, unsigned index) {
+    return word >> (8 * index) & 0xFF;
+}
+
+const char* ParameterName(std::uint32_t code) {
+    switch (code) {
+        case COMMAND_FINGER_TH:
+            return "FINGER_TH";
+        case COMMAND_NOISE_TH:
+            return "NOISE_TH";
+        case COMMAND_NEGNOISE_TH:
+            return "NEGNOISE_TH";
+        case COMMAND_BASELINE_TH:
+            return "BASELINE_TH";
+        case COMMAND_HYSTERESIS:
+            return "HYSTERESIS";
+        case COMMAND_DEBOUNCE:
+            return "DEBOUNCE";
+        case COMMAND_LOWBASELINE:
+            return "LOWBASELINE";
+        default:
+            return nullptr;
+    }
+}
+
+/// Milliseconds since the run started; 0 before it.
+std::uint64_t MillisecondsSince(std::uint64_t runStart) {
+    if (runStart == 0) {
+        return 0;
+    }
+    const std::uint64_t now = getTickCount();
+    return runStart > now ? 0 : (now - runStart) / 1'000'000;
+}
+
+}  // namespace
+
+TouchBoardReports::~TouchBoardReports() {
+    delete m_newestSetup.load();
+}
+
+void TouchBoardReports::OnValue(unsigned index, unsigned value, unsigned /*width*/) {
+    if (index == 0) {
+        m_slots.fill(0);
+        m_slots[0] = value;
+        return;
+    }
+    if (index >= SLOT_COUNT) {
+        std::fprintf(stderr, "ERROR: Diagnostics %d - OUT OF RANGE\n", static_cast<int>(index));
+        return;
+    }
+    m_slots[index] = value;
+    if (index != SLOT_COUNT - 1) {
+        return;
+    }
+
+    if (IsSetupReport()) {
+        DecodeSetup();
+    } else {
+        DecodeDiagnostics();
+    }
+}
+
+bool TouchBoardReports::IsSetupReport() const {
+    return m_slots[SLOT_MARKER] == SETUP_MARKER && Byte(m_slots[SLOT_CODES], 0) == COMMAND_DIAGNOSE_BUTTON &&
+           Byte(m_slots[SLOT_CODES], 1) == COMMAND_DIAGNOSE_BUTTON &&
+           (m_slots[SLOT_FORMAT] == FORMAT_PLAIN || m_slots[SLOT_FORMAT] == FORMAT_REMAPPED);
+}
+
+void TouchBoardReports::DecodeSetup() {
+    m_remapTouchBits = m_slots[SLOT_FORMAT] == FORMAT_REMAPPED;
+
+    if (Byte(m_slots[SLOT_BUTTONS], 0) != COMMAND_FINGER_TH) {
+        std::fprintf(stderr, "Invalid button format\n");
+        m_buttonCount = -1;
+        return;
+    }
+
+    // Stored before it is checked: main may see a strange count for a moment, but finds no setup with it.
+    const auto count = static_cast<std::int32_t>(Byte(m_slots[SLOT_BUTTONS], 1));
+    m_buttonCount = count;
+    if (count != SUPPORTED_BUTTON_COUNT) {
+        std::fprintf(stderr, "Strange button count %d\n", count);
+        m_buttonCount = -1;
+        return;
+    }
+
+    auto setup = std::make_unique<BoardSetup>();
+    setup->buttonCount = count;
+    ReadThresholds(*setup);
+    ReadParameters(*setup);
+    ReviewParameters(*setup);
+    delete m_newestSetup.exchange(setup.release());
+
+    m_printInfo = false;
+    m_slots.fill(0);
+}
+
+void TouchBoardReports::ReadThresholds(BoardSetup& setup) const {
+    for (std::int32_t button = 1; button <= setup.buttonCount; ++button) {
+        const unsigned slot = SLOT_FIRST_THRESHOLD - 1 + static_cast<unsigned>(button);
+        const auto threshold = static_cast<std::int32_t>(m_slots[slot]);
+        setup.fingerThresholds.push_back(threshold);
+        if (m_printInfo) {
+            std::fprintf(stderr, "INFO: Button Threshold %02d = %d\n", button, threshold);
+        }
+    }
+}
+
+void TouchBoardReports::ReadParameters(BoardSetup& setup) const {
+    // The raw header is no parameter of the board; its entry makes room for the page's row.
+    setup.parameters.push_back({COMMAND_RAW_HEADER, 0});
+
+    const unsigned firstSlot = SLOT_FIRST_THRESHOLD + static_cast<unsigned>(setup.buttonCount);
+    for (unsigned slot = firstSlot; slot + PARAMETER_GROUP_SIZE - 1 <= LAST_PARAMETER_SLOT;
+         slot += PARAMETER_GROUP_SIZE) {
+        const std::uint32_t codes = m_slots[slot];
+        setup.parameters.push_back({Byte(codes, 0), static_cast<std::int32_t>(m_slots[slot + 1])});
+        setup.parameters.push_back({Byte(codes, 1), static_cast<std::int32_t>(m_slots[slot + 2])});
+    }
+}
+
+void TouchBoardReports::ReviewParameters(BoardSetup& setup) const {
+    int knownParameters = 0;
+    for (BoardParameter& parameter : setup.parameters) {
+        if (const char* name = ParameterName(parameter.code)) {
+            if (m_printInfo) {
+                std::fprintf(stderr, "INFO: %s %d\n", name, parameter.value);
+            }
+            ++knownParameters;
+        } else if (parameter.code == 0) {
+            if (knownParameters <= MAX_KNOWN_BEFORE_ZERO_LINE) {
+                std::fprintf(stderr, "ZERO param %d %d\n", 0, parameter.value);
+            }
+            // The page leaves this code out.
+            parameter.code = COMMAND_DIAGNOSE_BUTTON;
+        } else {
+            // The raw header's own entry is reported here at every setup report; log readers expect it.
+            std::fprintf(stderr, "UNKNOWN param %d %d\n", static_cast<int>(parameter.code), parameter.value);
+        }
+    }
+}
+
+void TouchBoardReports::DecodeDiagnostics() {
+    if (m_buttonCount < 1) {
+        m_slots.fill(0);
+        return;
+    }
+
+    const std::uint32_t touchBits = ReadTouchBits();
+    const std::uint64_t milliseconds = MillisecondsSince(m_live.runStart);
+
+    std::vector<ButtonSample> samples;
+    for (unsigned group = 0; group < SAMPLE_GROUPS; ++group) {
+        const std::uint32_t* words = &m_slots[SLOT_FIRST_GROUP + SAMPLE_GROUP_SIZE * group];
+        const std::uint32_t button = Byte(words[0], 0);
+        if (button == 0) {
+            continue;
+        }
+        ButtonSample sample;
+        sample.button = button;
+        sample.value1 = static_cast<std::int32_t>(words[1]);
+        sample.value2 = static_cast<std::int32_t>(words[2]);
+        sample.value3 = static_cast<std::int32_t>(words[3]);
+        sample.value4 = static_cast<std::int32_t>(Byte(words[0], 1));
+        // A button number comes from a byte of the board; the touch bits have 32.
+        sample.touched = button <= 32 && (touchBits >> (button - 1) & 1) != 0;
+        samples.push_back(sample);
+        if (OutputDiagnostics) {
+            PrintSample(sample, milliseconds);
+        }
+    }
+
+    {
+        const std::lock_guard lock(m_live.mutex);
+        m_live.samples = std::move(samples);
+        m_live.touchBits = touchBits;
+    }
+    m_slots.fill(0);
+}
+
+std::uint32_t TouchBoardReports::ReadTouchBits() const {
+    const std::uint32_t bits = m_slots[SLOT_TOUCH_BITS];
+    if (!m_remapTouchBits) {
+        return bits;
+    }
+    std::uint32_t remapped = 0;
+    for (unsigned bit = 0; bit < std::size(REMAPPED_TOUCH_BITS); ++bit) {
+        remapped |= (bits >> REMAPPED_TOUCH_BITS[bit] & 1) << bit;
+    }
+    return remapped;
+}
+
+void TouchBoardReports::PrintSample(const ButtonSample& sample, std::uint64_t milliseconds) const {
+    // value4 comes third and value3 last, as on the page.
+    std::fprintf(stderr, "%2d.%03d: BT%d: %5d %5d %5d %5d %c\n", static_cast<int>(milliseconds / 1000),
+                 static_cast<int>(milliseconds % 1000), static_cast<int>(sample.button), sample.value1,
+                 sample.value2, sample.value4, sample.value3, sample.touched ? '*' : ' ');
+}

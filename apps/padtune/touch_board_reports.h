@@ -1,0 +1,98 @@
+#pragma once
+
+// Decoding of what the touch board sends on its DIAGNOSTICS port: reports of 29 32-bit values, delivered one
+// value at a time. A setup report says what the board is configured to; a diagnostics report carries the live
+// values of up to seven buttons.
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+/// One decoded per-button sample of a diagnostics report.
+struct ButtonSample {
+    std::uint32_t button = 0;  ///< 1-based
+    std::int32_t value1 = 0;
+    std::int32_t value2 = 0;
+    std::int32_t value3 = 0;
+    std::int32_t value4 = 0;
+    std::uint8_t touched = 0;  ///< 1 while the button is touched
+};
+
+/// One entry of the board's configuration: a command code and the value in force.
+struct BoardParameter {
+    std::uint32_t code = 0;
+    std::int32_t value = 0;
+};
+
+/// What a valid setup report says about the board.
+struct BoardSetup {
+    std::int32_t buttonCount = -1;
+    std::vector<std::int32_t> fingerThresholds;  ///< one per button, in button order
+    std::vector<BoardParameter> parameters;      ///< in the order of the page's table
+};
+
+/// Set by --output-diagnostics, before the poll thread starts; read on the poll thread.
+extern bool OutputDiagnostics;
+
+/// What the poll thread's handlers hand to the frame loop. The mutex guards the three items below it.
+struct LiveState {
+    std::mutex mutex;
+    std::vector<ButtonSample> samples;
+    std::uint32_t touchBits = 0;            ///< bit n: button n+1 is touched
+    std::uint32_t gpioLevels = 0xFFFFFFFF;  ///< bit n: level of GPIO pin n; all ones until the first event
+
+    /// Start of the timed loop in ticks of getTickCount, 0 before it; published by the main thread.
+    std::atomic<std::uint64_t> runStart{0};
+};
+
+/// Assembles and decodes the board's reports.
+class TouchBoardReports {
+public:
+    /// @param live where decoded samples go; must outlive this object
+    explicit TouchBoardReports(LiveState& live) : m_live(live) {}
+    ~TouchBoardReports();
+
+    TouchBoardReports(const TouchBoardReports&) = delete;
+    TouchBoardReports& operator=(const TouchBoardReports&) = delete;
+
+    /// The DIAGNOSTICS port's value callback. Runs on the poll thread.
+    /// @param index position of the value in its report, 0 to 28
+    /// @param value the raw value
+    /// @throws std::system_error when the mutex of the live state cannot be locked
+    void OnValue(unsigned index, unsigned value, unsigned width);
+
+    /// Number of buttons that the board announced; -1 until a valid setup report came, and again after an
+    /// invalid one. Any thread.
+    std::int32_t GetButtonCount() const { return m_buttonCount; }
+
+    /// Hands over the newest complete setup; null when none came since the last call. Any thread.
+    std::unique_ptr<BoardSetup> TakeSetup() {
+        return std::unique_ptr<BoardSetup>(m_newestSetup.exchange(nullptr));
+    }
+
+private:
+    static constexpr unsigned SLOT_COUNT = 29;
+
+    bool IsSetupReport() const;
+    void DecodeSetup();
+    void ReadThresholds(BoardSetup& setup) const;
+    void ReadParameters(BoardSetup& setup) const;
+    void ReviewParameters(BoardSetup& setup) const;
+    void DecodeDiagnostics();
+    std::uint32_t ReadTouchBits() const;
+    void PrintSample(const ButtonSample& sample, std::uint64_t milliseconds) const;
+
+    LiveState& m_live;
+
+    // Touched on the poll thread only.
+    std::array<std::uint32_t, SLOT_COUNT> m_slots{};
+    bool m_remapTouchBits = false;
+    bool m_printInfo = true;
+
+    // A mailbox of one: the poll thread puts, the main thread takes.
+    std::atomic<BoardSetup*> m_newestSetup{nullptr};
+    std::atomic<std::int32_t> m_buttonCount{-1};
+};
