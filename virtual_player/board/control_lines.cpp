@@ -1,0 +1,88 @@
+#include "virtual_player/board/control_lines.h"
+
+#include <charconv>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+
+namespace VirtualBoard {
+
+namespace {
+
+std::optional<bool> ParseLevel(const std::string& text) {
+    if (text == "auto")
+        return std::nullopt;
+    if (text == "0" || text == "1")
+        return text == "1";
+    throw std::invalid_argument("not a level: " + text);
+}
+
+SetupOddities ParseOddities(const std::vector<std::string>& words) {
+    SetupOddities oddities;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        const std::size_t equals = word.find('=');
+        const std::string key = word.substr(0, equals);
+        if (word == "silent") {
+            oddities.silent = true;
+        } else if (word == "normal" && words.size() == 2) {
+            return {};
+        } else if (equals == std::string::npos) {
+            throw std::invalid_argument("not a setup word: " + word);
+        } else {
+            const std::uint32_t value = ParseNumber(word.substr(equals + 1));
+            if (key == "count")
+                oddities.count = value;
+            else if (key == "format")
+                oddities.format = value;
+            else if (key == "marker")
+                oddities.marker = value;
+            else
+                oddities.slotValues[ParseNumber(key)] = value;
+        }
+    }
+    return oddities;
+}
+
+}  // namespace
+
+std::vector<std::string> SplitWords(const std::string& line) {
+    std::istringstream stream(line);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::uint32_t ParseNumber(const std::string& text) {
+    const bool isHex = text.starts_with("0x");
+    const char* const first = text.data() + (isHex ? 2 : 0);
+    const char* const last = text.data() + text.size();
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(first, last, number, isHex ? 16 : 10);
+    if (error != std::errc() || end != last)
+        throw std::invalid_argument("not a number: " + text);
+    return number;
+}
+
+std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
+    const std::vector<std::string> words = SplitWords(line);
+    const std::string command = words.empty() ? "" : words[0];
+    const std::size_t arguments = words.empty() ? 0 : words.size() - 1;
+
+    if ((command == "touch" || command == "release") && arguments == 1)
+        board.SetTouched(ParseNumber(words[1]), command == "touch");
+    else if (command == "gpio" && arguments == 2)
+        board.SetGpioLevel(ParseNumber(words[1]), ParseLevel(words[2]));
+    else if (command == "rate" && arguments == 1)
+        board.SetRate(ParseNumber(words[1]));
+    else if (command == "setup" && arguments >= 1)
+        board.SetSetupOddities(ParseOddities(words));
+    else if (command == "send-setup" && arguments == 0)
+        board.SendSetup();
+    else if (command == "state" && arguments == 0)
+        return "state " + board.DescribeState();
+    else
+        throw std::invalid_argument("not understood: " + line);
+    return {};
+}
+
+}  // namespace VirtualBoard

@@ -1,0 +1,28 @@
+#pragma once
+
+// The lines of text that play the part of fingers, cables and test instructions for a touch board.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "virtual_player/board/touch_board_model.h"
+
+namespace VirtualBoard {
+
+/// @return the words of a line; blanks separate them
+std::vector<std::string> SplitWords(const std::string& line);
+
+/// @return a whole word as a number: decimal, or hexadecimal with 0x
+/// @throws std::invalid_argument for anything else
+std::uint32_t ParseNumber(const std::string& text);
+
+/// Does what a line asks of the board:
+///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | send-setup | state |
+///   setup normal | setup [silent] [count=N] [format=N] [marker=N] [SLOT=N]...
+/// A setup line replaces the one before.
+/// @return the answer, empty when there is nothing to tell
+/// @throws std::invalid_argument with what is wrong; the board is then as before
+std::string ExecuteLine(TouchBoardModel& board, const std::string& line);
+
+}  // namespace VirtualBoard

@@ -1,0 +1,30 @@
+#pragma once
+
+// The owner of one open descriptor.
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace VirtualBoard {
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd = -1) : m_fd(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    FileDescriptor& operator=(FileDescriptor other) noexcept {
+        std::swap(m_fd, other.m_fd);
+        return *this;
+    }
+    ~FileDescriptor() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+
+    int Get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+}  // namespace VirtualBoard

@@ -1,0 +1,149 @@
+#pragma once
+
+// A touch board as its host sees it, without the cable: the protocol state, the commands that change it and
+// the reports that it sends. It has no clock, no thread and no file: time is passed in, so that a test
+// decides what time it is, and the same seed gives the same noise. Not safe for use by several threads at
+// once.
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace VirtualBoard {
+
+constexpr unsigned BUTTON_COUNT = 11;
+constexpr unsigned DIAGNOSTICS_WORDS = 29;
+constexpr unsigned IDENTITY_WORDS = 2;
+constexpr unsigned LED_SETUP_WORDS = 3;
+/// A diagnostics report has room for this many buttons.
+constexpr unsigned DIAGNOSED_BUTTONS_MAX = 7;
+
+using DiagnosticsWords = std::array<std::uint32_t, DIAGNOSTICS_WORDS>;
+using IdentityWords = std::array<std::uint32_t, IDENTITY_WORDS>;
+using LedSetupWords = std::array<std::uint32_t, LED_SETUP_WORDS>;
+using ButtonWords = std::array<std::uint32_t, BUTTON_COUNT>;
+
+/// Which report a group of words belongs to. The numbers are the HID report ids.
+enum class ReportId : std::uint8_t { GPIO = 1, DIAGNOSTICS = 2, IDENTITY = 3, LED_SETUP = 4, LED = 5 };
+
+/// A report on its way to the host: one word per usage, GPIO levels included.
+struct InputReport {
+    ReportId id;
+    std::vector<std::uint32_t> words;
+};
+
+/// What is wrong, on purpose, with the setup reports that a board sends.
+struct SetupOddities {
+    bool silent = false;                           ///< a request is not answered at all
+    std::optional<std::uint32_t> count;            ///< announced button count; the layout follows it
+    std::optional<std::uint32_t> format;           ///< format word
+    std::optional<std::uint32_t> marker;           ///< button-format marker
+    std::map<unsigned, std::uint32_t> slotValues;  ///< whole words, by slot number; applied last
+};
+
+class TouchBoardModel {
+public:
+    /// @param modelName  KP120, KP120H (with header), KP480 (revision A), KP480B or KP480S
+    /// @param seed       of the noise and the drift
+    /// @throws std::invalid_argument for any other name
+    explicit TouchBoardModel(std::string_view modelName, std::uint32_t seed = 1);
+
+    /// The board comes (back) onto the bus. Thresholds, parameters and the selected buttons are still those
+    /// from before; masks, LEDs, the identity answer and reports on their way are gone.
+    void Connect();
+
+    /// An LED-SETUP report arrives: command, button disable mask, LED disable mask. The host repeats the
+    /// words that it does not mean to change, so a report with a new mask is a write of that mask, and its
+    /// command is not executed.
+    void WriteLedSetup(const LedSetupWords& words);
+
+    /// An LED report arrives: the LED mask of every button.
+    void WriteLeds(const ButtonWords& words);
+
+    /// A finger comes to a button or leaves it. @param button from 1. @throws std::invalid_argument if there
+    /// is no such button on this board
+    void SetTouched(unsigned button, bool touched);
+
+    /// Holds a GPIO pin at a level whatever its button does, or lets it follow the button again (no level).
+    /// @param pin from 0. @throws std::invalid_argument if there is no such pin
+    void SetGpioLevel(unsigned pin, std::optional<bool> level);
+
+    /// @param reportsPerSecond  diagnostics reports per second, at most 1000; 0 stops them
+    /// @throws std::invalid_argument for more
+    void SetRate(unsigned reportsPerSecond);
+
+    /// @throws std::invalid_argument for a slot that a report has not
+    void SetSetupOddities(const SetupOddities& oddities);
+
+    /// Queues a setup report, as if the host had asked for one.
+    void SendSetup();
+
+    /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the diagnostics report that
+    /// became due. A late call gives one report, not one for each period that went by.
+    void Advance(std::int64_t now);
+
+    /// When the next diagnostics report is due, on the clock given to `Advance`; none while no button is
+    /// selected.
+    std::optional<std::int64_t> NextReportTime() const { return m_nextReport; }
+
+    /// The reports queued since the last call, oldest first.
+    std::deque<InputReport> TakeReports();
+
+    /// What happened since the last call, one line an event, oldest first.
+    std::vector<std::string> TakeRecords();
+
+    /// The present content of an input report, as GET_REPORT reads it. @throws std::invalid_argument for
+    /// outputs
+    InputReport CurrentReport(ReportId id) const;
+
+    DiagnosticsWords SetupReport() const;
+    /// Takes a new sample of every diagnosed button; noise and drift move on.
+    DiagnosticsWords DiagnosticsReport();
+
+    /// Everything that the host can change, as one line of key=value words.
+    std::string DescribeState() const;
+
+private:
+    struct Model;
+    static const Model MODELS[];
+
+    static const Model& FindModel(std::string_view name);
+    void RestoreDefaults();
+    void Execute(std::uint32_t word);
+    void SelectButton(unsigned button);
+    void Queue(ReportId id, std::vector<std::uint32_t> words);
+    void QueueGpio();
+    std::uint32_t SensedTouches() const { return m_touches & ~m_buttonMask; }
+    std::uint32_t WireTouchBits() const;
+    void Record(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    const Model& m_model;
+    std::mt19937 m_random;
+    ButtonWords m_thresholds{};
+    std::map<std::uint32_t, std::uint32_t> m_parameters;  ///< by configuration code
+    std::uint32_t m_buttonMask = 0;
+    std::uint32_t m_ledMask = 0;
+    ButtonWords m_leds{};
+    std::vector<unsigned> m_selected;
+    IdentityWords m_identity{};  ///< zeros until the host has asked
+    LedSetupWords
+        m_lastLedSetup{};  ///< as received; a reset of the board does not change what the host repeats
+    ButtonWords m_lastLeds{};
+    std::uint32_t m_touches = 0;
+    std::map<unsigned, bool> m_heldPins;
+    std::array<int, BUTTON_COUNT> m_drift{};
+    SetupOddities m_oddities;
+    DiagnosticsWords m_lastDiagnostics{};
+    unsigned m_rate = 25;
+    std::optional<std::int64_t> m_nextReport;
+    std::deque<InputReport> m_reports;
+    std::vector<std::string> m_records;
+};
+
+}  // namespace VirtualBoard
