@@ -1,0 +1,199 @@
+// What the ports do without a device: describing, ordering and naming ports, decoding a board's identity, and
+// what the device tree says about the hardware.
+
+#include "lib/hardware/external_control.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "lib/hardware/board_identity.h"
+#include "lib/hardware/external_control_hid_finder.h"
+#include "lib/hardware/hardware_config.h"
+#include "lib/hardware/usb_bus_order.h"
+#include "lib/platform/posix_helpers.h"
+
+using namespace ExternalControl::Impl;
+
+namespace {
+
+PortOnHid::Descriptor Field(std::uint32_t device, std::uint32_t application, std::uint32_t page,
+                            std::uint32_t capabilities = CAPABILITY_INPUT, std::uint32_t reportId = 1) {
+    PortOnHid::Descriptor field;
+    field.hid_device = device;
+    field.application = application;
+    field.usageBase = 0xFF000001 | page << 16;
+    field.capabilities = capabilities;
+    field.reportId = reportId;
+    field.count = 8;
+    return field;
+}
+
+std::vector<PortOnHid::DescriptorPtr> MakeDescriptors(const std::vector<PortOnHid::Descriptor>& fields) {
+    std::vector<PortOnHid::DescriptorPtr> descriptors;
+    for (const auto& field : fields) {
+        descriptors.push_back(std::make_shared<PortOnHid::Descriptor>(field));
+    }
+    return descriptors;
+}
+
+std::string TemporaryFolder() {
+    std::string path = testing::TempDir() + "padtune-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) {
+        throw ErrnoException(errno, path);
+    }
+    return path;
+}
+
+}  // namespace
+
+TEST(BoardIdentity, AnswersNameTheModelAndItsProperties) {
+    struct Case {
+        std::uint32_t boardCode, headerValue;
+        std::optional<BoardModel> model;
+        const char* properties;
+    };
+    const Case cases[] = {
+        {0x77, 20, MODEL_SMALL, "hardware=KP120;header=no;revision=A;rheader=20"},
+        {0x77, 21, MODEL_SMALL_WITH_HEADER, "hardware=KP120;header=yes;revision=A;rheader=21"},
+        {0x55, 92, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=92"},
+        {0x00, 0, std::nullopt, ""},
+        {0x00, 21, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=21"},
+        {0x01, 90, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=90"},
+        {0x01, 21, MODEL_UNKNOWN, ""},
+        {0x55, 0xFFFFFFFF, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=-1"},
+    };
+    for (const Case& c : cases) {
+        const auto model = DecodeBoardModel(c.boardCode, c.headerValue);
+        EXPECT_EQ(model, c.model) << c.boardCode << " " << c.headerValue;
+        EXPECT_EQ(FormatBoardProperties(model.value_or(MODEL_UNKNOWN), c.headerValue), c.properties);
+    }
+}
+
+TEST(UsbBusOrder, PortPathsCompareByNumberAndBusFirst) {
+    const char* const inOrder[] = {"1-1", "1-2", "1-2.1", "1-2.10.3", "1-3", "1-10", "2-1", "10-1"};
+    for (std::size_t i = 1; i < std::size(inOrder); ++i) {
+        EXPECT_LT(UsbBusOrder::ParsePosition(inOrder[i - 1]).value(),
+                  UsbBusOrder::ParsePosition(inOrder[i]).value())
+            << inOrder[i];
+    }
+    for (const char* noDevice : {"", "usb1", "1", "1-", "1-2.", "1.2", "1-2-3", "1-2:1.0", "-1-2"}) {
+        EXPECT_FALSE(UsbBusOrder::ParsePosition(noDevice)) << noDevice;
+    }
+}
+
+TEST(Finder, LogicalRangesGiveTheWidth) {
+    EXPECT_EQ(BitsPerField(0, 1), 1u);
+    EXPECT_EQ(BitsPerField(0, 127), 8u);
+    EXPECT_EQ(BitsPerField(1, 32), 8u);
+    EXPECT_EQ(BitsPerField(0, 32767), 16u);
+    EXPECT_EQ(BitsPerField(0, 0x7FFFFFFF), 32u);
+    for (const auto& [minimum, maximum] : {std::pair{0, 255}, {1, 127}, {-1, 1}, {0, -1}}) {
+        EXPECT_FALSE(BitsPerField(minimum, maximum)) << minimum << " " << maximum;
+    }
+}
+
+TEST(Finder, FieldsOfOneReportMakeOnePort) {
+    Finder finder;
+    PortOnHid::Descriptor input = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_INPUT, 7);
+    input.inputField = 0;
+    PortOnHid::Descriptor output = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_OUTPUT, 7);
+    output.outputField = 3;
+    PortOnHid::Descriptor direction = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_BOTH, 7);
+    direction.directionField = 4;
+    for (const auto& field : {input, output, Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_INPUT, 8),
+                              Field(3, APPLICATION_EXPANDER, 0x01, CAPABILITY_OUTPUT, 7), direction}) {
+        finder.OnFound(field);
+    }
+    ASSERT_EQ(finder.GetDescriptors().size(), 3u);
+    EXPECT_EQ(finder.GetDescriptors()[0]->ToString(),
+              "ID=7, INPUT=0, OUTPUT=3, DIRECTION=4, usage=ff010001, count=8, device=2");
+    EXPECT_EQ(finder.GetDescriptors()[2]->ToString(),
+              "ID=7, OUTPUT=4294967295, usage=ff010001, count=8, device=3");
+    EXPECT_EXIT(finder.OnFound(Field(2, APPLICATION_EXPANDER, 0x01, 4, 7)), testing::KilledBySignal(SIGABRT),
+                "");
+}
+
+TEST(Finder, SortsByPositionKeepingTheFieldsOfADeviceTogether) {
+    Finder finder;
+    const UsbPosition positions[] = {{}, {1, 10}, {}, {1, 2}, {1, 10}};
+    for (std::uint32_t device = 0; device < std::size(positions); ++device) {
+        for (std::uint32_t page : {1, 2}) {
+            PortOnHid::Descriptor field = Field(device, APPLICATION_EXPANDER, page);
+            field.position = positions[device];
+            finder.OnFound(field);
+        }
+    }
+    finder.Sort();
+    std::string order;
+    for (const auto& descriptor : finder.GetDescriptors()) {
+        order +=
+            std::to_string(descriptor->hid_device) + "." + std::to_string(descriptor->GetUsagePage()) + " ";
+    }
+    EXPECT_EQ(order, "3.1 3.2 1.1 1.2 4.1 4.2 0.1 0.2 2.1 2.2 ");
+}
+
+TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
+    auto descriptors = MakeDescriptors({
+        Field(5, APPLICATION_TOUCH_BOARD, 0x00),
+        Field(5, APPLICATION_TOUCH_BOARD, 0x01),
+        Field(5, APPLICATION_TOUCH_BOARD, 0x02),
+        Field(5, APPLICATION_TOUCH_BOARD, 0x40),
+        Field(5, APPLICATION_TOUCH_BOARD, 0x41),
+        Field(2, APPLICATION_EXPANDER, 0x80),
+        Field(2, APPLICATION_EXPANDER, 0x00),
+        Field(2, APPLICATION_EXPANDER, 0x00, CAPABILITY_INPUT, 2),
+        Field(1, APPLICATION_LIGHT_CONTROLLER, 0x40),
+        Field(4, APPLICATION_EXPANDER, 0x80),
+        Field(1, APPLICATION_LIGHT_CONTROLLER, 0x01),
+        // The first field of the second touch board moves the count on without recording the board.
+        Field(3, APPLICATION_TOUCH_BOARD, 0x00),
+        Field(3, APPLICATION_TOUCH_BOARD, 0x01),
+        Field(3, APPLICATION_TOUCH_BOARD, 0x41),
+    });
+    descriptors[2]->modelCode = MODEL_LARGE_A;
+    descriptors[2]->headerValue = 90;
+    const AvailablePorts ports(descriptors);
+
+    const std::pair<const char*, int> names[] = {
+        {"TouchBoard-0-GPIO", 0},
+        {"touchboard-0-diagnostics", 1},
+        {"TOUCHBOARD-0-LED-SETUP", 3},
+        {"TouchBoard-0-LED", 4},
+        {"Expander-0-DIP", 5},
+        {"Expander-0-GPIO", 6},
+        {"LightController-0-CONTROL", 8},
+        {"LightController-0-DIAGNOSTICS", 10},
+        {"Expander-1-DIP", 9},
+        {"TouchBoard-1-GPIO", 11},
+        {"TouchBoard-2-DIAGNOSTICS", 12},
+        {"TouchBoard-2-LED", 13},
+    };
+    for (const auto& [name, index] : names) {
+        EXPECT_EQ(ports.Find(name), descriptors[index]) << name;
+    }
+    for (const char* name :
+         {"TouchBoard-1-LED", "TouchBoard-0-LED ", "TouchBoard-0", "Expander-1-GPIO", ""}) {
+        EXPECT_EQ(ports.Find(name), nullptr) << name;
+    }
+    EXPECT_EQ(descriptors[4]->modelCode, MODEL_LARGE_A);
+    EXPECT_EQ(descriptors[4]->headerValue, 90u);
+    EXPECT_EQ(descriptors[13]->modelCode, MODEL_UNKNOWN);
+
+    EXPECT_THROW(AvailablePorts(MakeDescriptors({Field(0, 0x00010002, 0x01)})), std::runtime_error);
+}
+
+TEST(HardwareConfig, ReadsTheDeviceTree) {
+    const std::string root = TemporaryFolder();
+    EXPECT_FALSE(HardwareConfig(DeviceTree(root)).IsLimitedToHd());
+    std::filesystem::create_directory(root + "/vantora,player");
+    std::ofstream(root + "/vantora,player/limited-to-hd");
+    std::ofstream(root + "/model") << "Player 7" << '\0';
+    EXPECT_TRUE(HardwareConfig(DeviceTree(root)).IsLimitedToHd());
+    EXPECT_EQ(DeviceTree(root).ReadString("/model"), "Player 7");
+    EXPECT_THROW(DeviceTree(root).ReadString("/compatible"), ErrnoException);
+    std::filesystem::remove_all(root);
+}

@@ -1,0 +1,296 @@
+// The poll thread: clients, timers, and what other threads may rely on.
+
+#include "lib/platform/poll_thread.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lib/platform/unique_fd.h"
+#include "tests/console_report.h"
+
+namespace {
+
+std::int64_t Now() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// A client on a pipe of its own, which runs a function on activity.
+class PipeClient : public Pollable {
+public:
+    explicit PipeClient(std::function<void(short)> onActivity) : m_onActivity(std::move(onActivity)) {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        m_readEnd.Reset(ends[0]);
+        m_writeEnd.Reset(ends[1]);
+    }
+    int GetFd() override { return m_readEnd.Get(); }
+    void OnActivity(short revents) override { m_onActivity(revents); }
+
+    void MakeReady() { ASSERT_EQ(write(m_writeEnd.Get(), "x", 1), 1); }
+    void HangUp() { m_writeEnd.Reset(); }
+    void Drain() {
+        char byte;
+        ASSERT_EQ(read(m_readEnd.Get(), &byte, 1), 1);
+    }
+
+private:
+    strata::UniqueFd m_readEnd;
+    strata::UniqueFd m_writeEnd;
+    std::function<void(short)> m_onActivity;
+};
+
+/// Timers that run a function.
+class Alarm : public TimerClient {
+public:
+    explicit Alarm(std::function<void(std::uintptr_t)> onTimer) : m_onTimer(std::move(onTimer)) {}
+    virtual ~Alarm() = default;
+    virtual void OnTimer(std::uintptr_t argument) { m_onTimer(argument); }
+
+private:
+    std::function<void(std::uintptr_t)> m_onTimer;
+};
+
+/// Returns when the poll thread has come through a whole iteration after this call: everything that was ready
+/// or due before has been served.
+void WaitForAnIteration(PollThread& thread) {
+    for (int i = 0; i < 2; ++i) {
+        std::promise<void> fired;
+        Alarm alarm([&](std::uintptr_t) { fired.set_value(); });
+        thread.AddTimer(&alarm, &Alarm::OnTimer, 0, 0);
+        fired.get_future().wait();
+        // The entry is in the list until its callback has returned.
+        const auto blocked = thread.BlockCallbacks();
+    }
+}
+
+TEST(PollThread, ServesClientsOnAThreadOfItsOwnNameUntilDetached) {
+    PollThread thread;
+    std::string name(16, '\0');
+    std::atomic<int> calls{0};
+    std::atomic<short> events{0};
+    std::promise<void> served;
+    PipeClient client([&](short revents) {
+        client.Drain();
+        events = revents;
+        prctl(PR_GET_NAME, name.data());
+        if (++calls == 1) {
+            served.set_value();
+        }
+    });
+    thread.Attach(&client, POLLIN);
+    client.MakeReady();
+    served.get_future().wait();
+    thread.Detach(&client);
+    EXPECT_STREQ(name.c_str(), "vtpoll");
+    EXPECT_EQ(events, POLLIN);
+
+    client.MakeReady();
+    WaitForAnIteration(thread);
+    EXPECT_EQ(calls, 1);
+    thread.Detach(&client);
+}
+
+TEST(PollThread, PassesOnAHangUpThatNobodyAskedFor) {
+    PollThread thread;
+    std::promise<short> events;
+    PipeClient client([&](short revents) {
+        thread.Detach(&client);
+        events.set_value(revents);
+    });
+    thread.Attach(&client, 0);
+    client.HangUp();
+    EXPECT_EQ(events.get_future().get(), POLLHUP);
+}
+
+TEST(PollThread, DetachedClientGetsNoCallbackInTheSameIteration) {
+    PollThread thread;
+    std::atomic<int> firstCalls{0};
+    std::atomic<int> secondCalls{0};
+    PipeClient second([&](short) { ++secondCalls; });
+    PipeClient first([&](short) {
+        first.Drain();
+        ++firstCalls;
+        thread.Detach(&second);
+    });
+    {
+        // Both become ready in one iteration.
+        const auto blocked = thread.BlockCallbacks();
+        thread.Attach(&first, POLLIN);
+        thread.Attach(&second, POLLIN);
+        first.MakeReady();
+        second.MakeReady();
+    }
+    WaitForAnIteration(thread);
+    EXPECT_EQ(firstCalls, 1);
+    EXPECT_EQ(secondCalls, 0);
+    thread.Detach(&first);
+}
+
+TEST(PollThread, ChangeEventsTakesEffect) {
+    PollThread thread;
+    std::promise<void> served;
+    PipeClient client([&](short) {
+        thread.Detach(&client);
+        served.set_value();
+    });
+    thread.Attach(&client, 0);
+    client.MakeReady();
+    WaitForAnIteration(thread);
+    thread.ChangeEvents(&client, POLLIN);
+    served.get_future().wait();
+}
+
+TEST(PollThread, TimersFireAfterTheirDeadlineInOrder) {
+    PollThread thread;
+    std::vector<std::uintptr_t> fired;
+    std::atomic<bool> early{false};
+    std::promise<void> done;
+    const std::int64_t deadline = Now() + 20'000'000;
+    Alarm alarm([&](std::uintptr_t argument) {
+        early = early || Now() <= deadline;
+        fired.push_back(argument);
+        if (fired.size() == 3) {
+            done.set_value();
+        }
+    });
+    thread.AddTimer(&alarm, &Alarm::OnTimer, 3, deadline + 1);
+    thread.AddTimer(&alarm, &Alarm::OnTimer, 1, deadline);
+    thread.AddTimer(&alarm, &Alarm::OnTimer, 2, deadline);
+    done.get_future().wait();
+    EXPECT_EQ(fired, (std::vector<std::uintptr_t>{1, 2, 3}));
+    EXPECT_FALSE(early);
+}
+
+TEST(PollThread, RemoveTimerMatchesObjectCallbackAndArgument) {
+    PollThread thread;
+    std::vector<std::uintptr_t> fired;
+    Alarm alarm([&](std::uintptr_t argument) { fired.push_back(argument); });
+    Alarm other([&](std::uintptr_t) { fired.push_back(0); });
+    {
+        const auto blocked = thread.BlockCallbacks();
+        const std::int64_t due = Now();
+        thread.AddTimer(&alarm, &Alarm::OnTimer, 1, due);
+        thread.AddTimer(&alarm, &Alarm::OnTimer, 2, due);
+        thread.AddTimer(&other, &Alarm::OnTimer, 1, due);
+        thread.RemoveTimer(&other, &Alarm::OnTimer, 1);
+        thread.RemoveTimer(&alarm, &Alarm::OnTimer, 1);
+        thread.RemoveTimer(&alarm, &Alarm::OnTimer, 7);
+    }
+    WaitForAnIteration(thread);
+    EXPECT_EQ(fired, std::vector<std::uintptr_t>{2});
+}
+
+TEST(PollThread, ATimerMayAddItselfAgainAndDispatchesVirtually) {
+    struct Derived : Alarm {
+        using Alarm::Alarm;
+        void OnTimer(std::uintptr_t argument) override { Alarm::OnTimer(argument + 100); }
+    };
+    PollThread thread;
+    std::promise<std::uintptr_t> last;
+    Derived alarm([&](std::uintptr_t argument) {
+        if (argument == 103) {
+            last.set_value(argument);
+        } else {
+            thread.AddTimer<Alarm>(&alarm, &Alarm::OnTimer, argument - 99, Now());
+        }
+    });
+    thread.AddTimer<Alarm>(&alarm, &Alarm::OnTimer, 1, 0);
+    EXPECT_EQ(last.get_future().get(), 103u);
+}
+
+TEST(PollThread, OtherThreadsGetTheirTurnWhileADescriptorStaysReady) {
+    PollThread thread;
+    std::atomic<long> calls{0};
+    PipeClient busy([&](short) { ++calls; });
+    busy.MakeReady();
+    thread.Attach(&busy, POLLIN);
+    while (calls < 100) {
+    }
+    // With an unfair mutex each of these can wait for ever.
+    Alarm alarm([](std::uintptr_t) {});
+    const long before = calls;
+    for (int i = 0; i < 100; ++i) {
+        thread.AddTimer(&alarm, &Alarm::OnTimer, 0, INT64_MAX);
+        thread.RemoveTimer(&alarm, &Alarm::OnTimer, 0);
+    }
+    thread.Detach(&busy);
+    // Each turn costs the waiter at most the iteration that was running and the one queued before it.
+    EXPECT_LT(calls - before, 10'000);
+}
+
+TEST(PollThread, HoldsTwoHundredAndFiftyFourClientsBesideItsOwn) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    PollThread thread;
+    std::vector<std::unique_ptr<PipeClient>> clients;
+    for (int i = 0; i < 254; ++i) {
+        clients.push_back(std::make_unique<PipeClient>([](short) {}));
+        thread.Attach(clients.back().get(), POLLIN);
+    }
+    WaitForAnIteration(thread);
+    EXPECT_EXIT(
+        {
+            ReportOnConsole();
+            thread.Attach(clients[0].get(), POLLIN);
+        },
+        testing::KilledBySignal(SIGABRT),
+        "^PollThread exceeded maximum number of clients\\. Client dump:\n  0x[0-9a-f]+:0x[0-9a-f]+ "
+        "\\(.*PollableWaker.*\\)\n"
+        "(.*\n)*.*ASSERT FAILED: m_clients\\.size\\(\\) < MAX_CLIENTS\r\nlib/platform/poll_thread\\.cpp:214:"
+        "void PollThread::Attach\\(Pollable\\*, short int\\)\r\n");
+    for (const auto& client : clients) {
+        thread.Detach(client.get());
+    }
+}
+
+TEST(PollThreadDeathTest, EndsTheProcessWhenSomethingIsLeftBehind) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            PipeClient client([](short) {});
+            PollThread thread;
+            thread.Attach(&client, POLLIN);
+            ReportOnConsole();
+        },
+        testing::KilledBySignal(SIGABRT),
+        "^PollThread client still attached: 0x[0-9a-f]+\nPoll thread exiting with 1 clients still "
+        "present:\n\r\n"
+        "ASSERT FAILED: false\r\nlib/platform/poll_thread\\.cpp:173:void PollThread::Run\\(\\)\r\n");
+    EXPECT_EXIT(
+        {
+            Alarm alarm([](std::uintptr_t) {});
+            PollThread thread;
+            thread.AddTimer(&alarm, &Alarm::OnTimer, 0, INT64_MAX);
+            ReportOnConsole();
+        },
+        testing::KilledBySignal(SIGABRT),
+        "^Poll thread exiting with 1 timer clients still present:\n\r\nASSERT FAILED: false\r\n"
+        "lib/platform/poll_thread\\.cpp:179:void PollThread::Run\\(\\)\r\n");
+    EXPECT_EXIT(
+        {
+            PollThread first;
+            ReportOnConsole();
+            PollThread second;
+        },
+        testing::KilledBySignal(SIGABRT),
+        "ASSERT FAILED: sm_instance == __null\r\nlib/platform/singleton\\.h:49:"
+        "strata::Singleton<T>::Singleton\\(\\) \\[with T = PollThread\\]\r\n");
+    PipeClient client([](short) {});
+    EXPECT_EXIT(
+        {
+            ReportOnConsole();
+            client.Pollable::OnActivity();
+        },
+        testing::KilledBySignal(SIGABRT), "ASSERT FAILED: false\r\nlib/platform/poll_thread\\.h:34:");
+}
+
+}  // namespace
