@@ -2,8 +2,9 @@
 
 // Registration of process-wide objects. Every misuse is a failed assertion.
 
-#include <boost/thread/once.hpp>
+#include <atomic>
 #include <cstddef>
+#include <mutex>
 
 #include "lib/platform/assertion.h"
 
@@ -62,8 +63,16 @@ public:
     /// Creates the instance on the first call; concurrent first callers wait. Any thread.
     /// @throws what T's constructor throws; nothing is registered then and the next call tries again
     static T* GetInstance() {
-        static boost::once_flag once_flag;
-        boost::call_once(once_flag, [] { new T; });
+        // Not std::call_once: a creation that throws confuses the thread sanitizer there.
+        static std::atomic<bool> once_flag{false};
+        static std::mutex creation;
+        if (!once_flag) {
+            const std::lock_guard lock(creation);
+            if (!once_flag) {
+                new T;
+                once_flag = true;
+            }
+        }
         return sm_instance;
     }
 

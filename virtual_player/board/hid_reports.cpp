@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
+#include <stdexcept>
 
 namespace VirtualBoard {
 
@@ -12,6 +13,7 @@ enum class Direction { INPUT, OUTPUT };
 
 struct ReportLayout {
     ReportId id;
+    const char* portName;
     Direction direction;
     std::uint16_t usagePage;
     std::uint8_t count;
@@ -20,11 +22,11 @@ struct ReportLayout {
 
 // The host tells the fields apart by the low byte of the usage page.
 constexpr ReportLayout REPORTS[] = {
-    {ReportId::GPIO, Direction::INPUT, 0xFF00, BUTTON_COUNT, 1},
-    {ReportId::DIAGNOSTICS, Direction::INPUT, 0xFF01, DIAGNOSTICS_WORDS, 32},
-    {ReportId::IDENTITY, Direction::INPUT, 0xFF02, IDENTITY_WORDS, 32},
-    {ReportId::LED_SETUP, Direction::OUTPUT, 0xFF40, LED_SETUP_WORDS, 32},
-    {ReportId::LED, Direction::OUTPUT, 0xFF41, BUTTON_COUNT, 32},
+    {ReportId::GPIO, "GPIO", Direction::INPUT, 0xFF00, BUTTON_COUNT, 1},
+    {ReportId::DIAGNOSTICS, "DIAGNOSTICS", Direction::INPUT, 0xFF01, DIAGNOSTICS_WORDS, 32},
+    {ReportId::IDENTITY, "", Direction::INPUT, 0xFF02, IDENTITY_WORDS, 32},
+    {ReportId::LED_SETUP, "LED-SETUP", Direction::OUTPUT, 0xFF40, LED_SETUP_WORDS, 32},
+    {ReportId::LED, "LED", Direction::OUTPUT, 0xFF41, BUTTON_COUNT, 32},
 };
 
 constexpr std::uint16_t APPLICATION_PAGE = 0xFF77;
@@ -92,14 +94,24 @@ Words ReadWords(const Bytes& report) {
 
 }  // namespace
 
-Bytes HidReportDescriptor() {
+Bytes HidReportDescriptor(std::optional<ReportId> leftOut) {
     Bytes bytes;
     Append(bytes, {USAGE_PAGE_16, APPLICATION_PAGE & 0xFF, APPLICATION_PAGE >> 8});
     Append(bytes, {USAGE_8, APPLICATION_USAGE, COLLECTION_8, COLLECTION_APPLICATION});
-    for (const ReportLayout& layout : REPORTS)
-        AppendField(bytes, layout);
+    for (const ReportLayout& layout : REPORTS) {
+        if (layout.id != leftOut)
+            AppendField(bytes, layout);
+    }
     Append(bytes, {END_COLLECTION});
     return bytes;
+}
+
+ReportId FindReport(const std::string& name) {
+    for (const ReportLayout& layout : REPORTS) {
+        if (name == layout.portName)
+            return layout.id;
+    }
+    throw std::invalid_argument("no report " + name);
 }
 
 Bytes PackReport(const InputReport& report) {

@@ -4,6 +4,8 @@
 // that they cannot disagree.
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "virtual_player/board/touch_board_model.h"
@@ -12,8 +14,13 @@ namespace VirtualBoard {
 
 using Bytes = std::vector<std::uint8_t>;
 
+/// @param leftOut a report that this board does not have
 /// @return one application collection with a field for each report
-Bytes HidReportDescriptor();
+Bytes HidReportDescriptor(std::optional<ReportId> leftOut);
+
+/// @param name the host's name for the report's port: "GPIO", "DIAGNOSTICS", "LED-SETUP" or "LED"
+/// @throws std::invalid_argument for any other name
+ReportId FindReport(const std::string& name);
 
 /// @return the report as it goes over the bus, report id first
 Bytes PackReport(const InputReport& report);

@@ -1,7 +1,7 @@
 // touch-board: a touch board on this kernel's USB bus. Lines on standard input play its fingers and its cable
-// (see control_lines.h, and `mute`, `unmute`, `stall`, `unstall`, `unplug`, `plug`, `count`, `quit`); each
-// line on standard output is an event with its time on the monotonic clock, so that a test can set it against
-// its own times.
+// (see control_lines.h, and `mute`, `unmute`, `stall`, `unstall`, `unplug`, `plug`, `count`, `quit`, and
+// `without PORT` or `without nothing` for the next time it is plugged in); each line on standard output is an
+// event with its time on the monotonic clock, so that a test can set it against its own times.
 
 #include <poll.h>
 #include <unistd.h>
@@ -31,7 +31,7 @@ namespace {
 
 constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr std::int64_t PLUG_STEP = 20'000'000;
-constexpr std::int64_t PLUG_TIMEOUT = 10 * NANOSECONDS_PER_SECOND;
+constexpr std::int64_t PLUG_TIMEOUT = 30 * NANOSECONDS_PER_SECOND;
 
 struct Options {
     std::string model = "KP480";
@@ -208,6 +208,8 @@ private:
             StartPlugging("plugged");
         else if (command == "count")
             PrintRecord("diagnostics " + std::to_string(m_diagnosticsCount));
+        else if (words[0] == "without" && words.size() == 2)
+            m_device.LeaveOut(words[1] == "nothing" ? std::nullopt : std::optional(FindReport(words[1])));
         else if (const std::string answer = ExecuteLine(m_board, line); !answer.empty())
             PrintRecord(answer);
     }

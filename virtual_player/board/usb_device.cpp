@@ -76,15 +76,14 @@ Bytes DeviceDescriptor(std::uint16_t vendor) {
             1};  // no serial number, one configuration
 }
 
-Bytes HidDescriptor() {
-    const std::size_t length = HidReportDescriptor().size();
-    return {9, HID, 0x11, 0x01, 0, 1, HID_REPORT, Low(length), High(length)};
+Bytes HidDescriptor(std::size_t reportDescriptorLength) {
+    return {9, HID, 0x11, 0x01, 0, 1, HID_REPORT, Low(reportDescriptorLength), High(reportDescriptorLength)};
 }
 
-Bytes ConfigurationDescriptor() {
+Bytes ConfigurationDescriptor(std::size_t reportDescriptorLength) {
     Bytes bytes = {9, CONFIGURATION, 0, 0, 1, 1, 0, 0x80, 50,  // one interface, bus powered, 100 mA
                    9, INTERFACE,     0, 0, 1, 3, 0, 0,    0};  // one endpoint, HID, no boot protocol
-    const Bytes hid = HidDescriptor();
+    const Bytes hid = HidDescriptor(reportDescriptorLength);
     bytes.insert(bytes.end(), hid.begin(), hid.end());
     const Bytes endpoint = {7, ENDPOINT, 0x80 | INTERRUPT_ENDPOINT, 3, PACKET_SIZE, 0, POLL_INTERVAL_MS};
     bytes.insert(bytes.end(), endpoint.begin(), endpoint.end());
@@ -166,17 +165,18 @@ std::optional<Bytes> UsbDevice::Answer(const ControlRequest& request, const Byte
 }
 
 std::optional<Bytes> UsbDevice::Descriptor(unsigned kind, unsigned index) const {
+    const Bytes reportDescriptor = HidReportDescriptor(m_leftOut);
     switch (kind) {
         case DEVICE:
             return DeviceDescriptor(m_vendor);
         case CONFIGURATION:
-            return ConfigurationDescriptor();
+            return ConfigurationDescriptor(reportDescriptor.size());
         case STRING:
             return StringDescriptor(index);
         case HID:
-            return HidDescriptor();
+            return HidDescriptor(reportDescriptor.size());
         case HID_REPORT:
-            return HidReportDescriptor();
+            return reportDescriptor;
         default:
             return std::nullopt;
     }

@@ -31,6 +31,9 @@ public:
     UsbDevice(TouchBoardModel& board, std::uint16_t vendor) : m_board(board), m_vendor(vendor) {}
     virtual ~UsbDevice() = default;
 
+    /// Makes this a board without one of its reports, from the next time it is plugged in.
+    void LeaveOut(std::optional<ReportId> report) { m_leftOut = report; }
+
     /// Runs one control transfer.
     /// @param data  what the host sent with it; empty for reads
     /// @return what the device sends back (empty for writes), cut to the length asked for; none for a stall
@@ -42,6 +45,7 @@ private:
 
     TouchBoardModel& m_board;
     const std::uint16_t m_vendor;
+    std::optional<ReportId> m_leftOut;
 };
 
 }  // namespace VirtualBoard

@@ -1,0 +1,422 @@
+// Ports against the kernel's own hiddev driver. Runs inside the virtual player, as root; every test brings
+// its own touch boards and plugs and unplugs them as it needs. The poll thread ends the process when a test
+// leaves a client or a timer behind.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lib/hardware/external_control_hid_finder.h"
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/unique_fd.h"
+#include "virtual_player/board/expander.h"
+
+using namespace ExternalControl;
+using namespace ExternalControl::Impl;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto PATIENCE = 60s;
+
+void WaitUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("waited in vain");
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+/// A touch board on the USB bus, as long as it lives.
+class Board {
+public:
+    Board(const std::string& model, unsigned port, const std::string& vendor = "0x084f") {
+        int input[2], output[2];
+        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
+            throw ErrnoException(errno, "pipe2");
+        }
+        m_process = fork();
+        if (m_process == 0) {
+            dup2(input[0], STDIN_FILENO);
+            dup2(output[1], STDOUT_FILENO);
+            execlp("touch-board", "touch-board", "--model", model.c_str(), "--port",
+                   std::to_string(port).c_str(), "--vendor", vendor.c_str(), nullptr);
+            _exit(127);
+        }
+        close(input[0]);
+        close(output[1]);
+        m_lines.Reset(input[1]);
+        m_records = fdopen(output[0], "r");
+        WaitFor("ready");
+    }
+
+    ~Board() {
+        m_lines.Reset();
+        waitpid(m_process, nullptr, 0);
+        fclose(m_records);
+    }
+
+    void Send(const std::string& line) {
+        write_all_throw(m_lines.Get(), (line + "\n").data(), line.size() + 1);
+    }
+
+    /// Waits for the next record with this text, or the next complaint, and returns it.
+    std::string WaitFor(const std::string& text) {
+        char line[512];
+        while (fgets(line, sizeof line, m_records) != nullptr) {
+            const std::string record = line;
+            if (record.find(text) != std::string::npos || record.starts_with("error")) {
+                return record;
+            }
+        }
+        throw std::runtime_error("no record " + text);
+    }
+
+    void Unplug() {
+        Send("unplug");
+        WaitFor("unplug");
+    }
+
+    void Plug() {
+        // A command that is on its way when the board goes can hold the kernel's clearing up for 10 seconds,
+        // which is longer than the board program tries.
+        do {
+            Send("plug");
+        } while (WaitFor("plugged").find("plugged") == std::string::npos);
+    }
+
+    bool HasState(const std::string& text) {
+        Send("state");
+        return WaitFor("state ").find(text) != std::string::npos;
+    }
+
+private:
+    pid_t m_process = -1;
+    strata::UniqueFd m_lines;
+    FILE* m_records = nullptr;
+};
+
+struct Event {
+    unsigned pin, value, width;
+    bool operator==(const Event&) const = default;
+};
+
+bool IsAny(const std::vector<Event>& events) {
+    return !events.empty();
+}
+
+/// What a callback received; the test waits for it.
+class EventLog {
+public:
+    InputCallback Callback() {
+        return [this](unsigned pin, unsigned value, unsigned width) {
+            const std::lock_guard lock(m_mutex);
+            m_events.push_back({pin, value, width});
+            m_changed.notify_all();
+        };
+    }
+
+    /// Waits until a condition holds for what was received since the last Clear.
+    void WaitFor(const std::function<bool(const std::vector<Event>&)>& condition) {
+        std::unique_lock lock(m_mutex);
+        if (!m_changed.wait_for(lock, PATIENCE, [&] { return condition(m_events); })) {
+            throw std::runtime_error("events did not come");
+        }
+    }
+
+    std::vector<Event> Take() {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_events, {});
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<Event> m_events;
+};
+
+void Ignore(unsigned, unsigned, unsigned) {}
+
+std::shared_ptr<PortOnHid> OpenAvailable(const std::string& name, InputCallback input = Ignore,
+                                         LostCallback lost = {}) {
+    const auto descriptor = AvailablePorts().Find(name);
+    if (!descriptor) {
+        throw std::runtime_error("no port " + name);
+    }
+    return PortOnHid::Open(*descriptor, std::move(input), std::move(lost));
+}
+
+unsigned CountDescriptors() {
+    unsigned count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+std::string Leds(const std::vector<unsigned>& values) {
+    std::string text = "leds=";
+    for (const unsigned value : values) {
+        text += strprintf("%s0x%08X", text.back() == '=' ? "" : ",", value);
+    }
+    return text;
+}
+
+/// Waits until the kernel fails the requests of a port whose board was unplugged.
+void WaitUntilGone(PortOnHid& port) {
+    WaitUntil([&] {
+        try {
+            port.GetVersion();
+            return false;
+        } catch (const ErrnoException& e) {
+            return e.GetErrno() == ENODEV;
+        }
+    });
+}
+
+}  // namespace
+
+class PortsOnHid : public testing::Test {
+protected:
+    // What the kernel has not cleared away yet must not be found by the next test.
+    void TearDown() override {
+        WaitUntil(
+            [] { return !std::filesystem::exists("/dev/usb/hiddev0") && !UsbBusOrder::Find("usb/hiddev0"); });
+    }
+
+    PollThread m_pollThread;
+    KestrelObjectGlobals m_objectGlobals;
+};
+
+TEST_F(PortsOnHid, TheTableOfPortsIsBuiltOnce) {
+    const auto expectNotFound = [](const std::string& name) {
+        try {
+            OpenPort(name, Ignore, {});
+            ADD_FAILURE() << name;
+        } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(e.what(), "External control port not found");
+        }
+    };
+    expectNotFound("TouchBoard-0-LED");
+    Board board("KP480", 0);
+    expectNotFound("TouchBoard-0-LED");
+    expectNotFound("vantora ");
+    EXPECT_TRUE(AvailablePorts().Find("touchboard-0-led"));
+}
+
+TEST_F(PortsOnHid, BoardsAreNumberedByPositionAndIdentified) {
+    Board foreign("KP480", 1, "0x1234");
+    Board far("KP120H", 4);
+    Board near("KP480B", 2);
+    EXPECT_LT(UsbBusOrder::Find("usb/hiddev2")->position, UsbBusOrder::Find("usb/hiddev1")->position);
+    EXPECT_FALSE(UsbBusOrder::Find("usb/hiddev9"));
+
+    const auto gpio = OpenAvailable("TouchBoard-0-GPIO");
+    EXPECT_EQ(gpio->GetPinCount(), 11u);
+    EXPECT_TRUE(gpio->GetProperties().starts_with("hardware=KP480;header=no;revision=B;"))
+        << gpio->GetProperties();
+    EXPECT_EQ(gpio->GetVersion().size(), 4u);
+    EXPECT_EQ(OpenAvailable("TouchBoard-1-GPIO")->GetProperties(),
+              "hardware=KP120;header=yes;revision=A;rheader=21");
+    EXPECT_FALSE(AvailablePorts().Find("TouchBoard-2-GPIO"));
+}
+
+TEST_F(PortsOnHid, ABoardThatRefusesToAnswerStillHasPorts) {
+    Board board("KP480", 0);
+    board.Send("stall");
+    const auto leds = OpenAvailable("TouchBoard-0-LED");
+    EXPECT_EQ(leds->GetProperties(), "");
+    EXPECT_NO_THROW(leds->SetOutput(0, 1));
+}
+
+TEST_F(PortsOnHid, InputsReachTheirCallbacks) {
+    Board board("KP480", 0);
+    EventLog levels, gpioValues, diagnostics;
+    const auto gpio = OpenAvailable("TouchBoard-0-GPIO", levels.Callback());
+    gpio->SetValueCallback(gpioValues.Callback());
+    board.Send("touch 3");
+    levels.WaitFor(IsAny);
+    board.Send("release 3");
+    gpioValues.WaitFor([](const auto& events) { return events.size() == 22; });
+    // Levels only when they change; values always, all pins of a report in order.
+    EXPECT_EQ(levels.Take(), (std::vector<Event>{{2, 1, 1}, {2, 0, 1}}));
+    const std::vector<Event> values = gpioValues.Take();
+    for (unsigned i = 0; i < values.size(); ++i) {
+        EXPECT_EQ(values[i], (Event{i % 11, i == 2, 32})) << i;
+    }
+    EXPECT_EQ(gpio->ReadAllInputs(), 0u);
+    board.Send("touch 1");
+    levels.WaitFor(IsAny);
+    EXPECT_TRUE(gpio->GetInput(0));
+    EXPECT_TRUE(gpio->IsInput(0));
+    EXPECT_FALSE(gpio->IsOutput(0));
+    EXPECT_THROW(gpio->ConfigureOutput(0), std::runtime_error);
+
+    // A callback may replace itself; two ports of one name work side by side.
+    const auto first = OpenAvailable("TouchBoard-0-DIAGNOSTICS");
+    const auto second = OpenAvailable("TouchBoard-0-DIAGNOSTICS");
+    std::atomic<int> calls{0};
+    first->SetValueCallback([&first, &calls, text = std::string(100, 'x')](unsigned, unsigned, unsigned) {
+        first->SetValueCallback({});
+        calls += text.size() == 100;
+    });
+    second->SetValueCallback(diagnostics.Callback());
+    OpenAvailable("TouchBoard-0-LED-SETUP")->SetOutput(0, 0x1C2);
+    diagnostics.WaitFor([](const auto& events) { return events.size() >= 2 * 29; });
+    const std::vector<Event> words = diagnostics.Take();
+    for (unsigned i = 0; i < 2 * 29; ++i) {
+        EXPECT_EQ(words[i].pin, i % 29);
+    }
+    EXPECT_EQ(words[1].value & 0xFF, 1u);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(PortsOnHid, OutputsReachTheBoard) {
+    Board board("KP480", 0);
+    const auto leds = OpenAvailable("TouchBoard-0-LED");
+    leds->SetAllLevels(0x5);
+    EXPECT_TRUE(board.HasState(Leds({1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0})));
+    const std::vector<unsigned> many(2000, 0xFFFFFFFF);
+    leds->SetOutputs(many.data(), 2);
+    EXPECT_TRUE(board.HasState(Leds({0xFFFFFFFF, 0xFFFFFFFF, 1, 0, 0, 0, 0, 0, 0, 0, 0})));
+    EXPECT_EQ(leds->ReadAllOutputs(), 0x7u);
+    leds->SetOutputs(many.data(), 2000);
+    leds->SetOutputs(many.data(), 0);
+    leds->SetOutput(10, 0);
+    EXPECT_EQ(leds->ReadAllOutputs(), 0x3FFu);
+    EXPECT_EQ(leds->ReadAllInputs(), 0u);
+    EXPECT_NO_THROW(leds->ConfigureOutput(3));
+    EXPECT_THROW(leds->ConfigureInput(3), std::runtime_error);
+    EXPECT_THROW(leds->SetOutput(11, 1), ErrnoException);
+}
+
+TEST_F(PortsOnHid, OutputsAndValuesSurviveTwentyReturns) {
+    Board board("KP480", 0);
+    EventLog values;
+    int lost = 0;
+    const auto diagnostics = OpenAvailable("TouchBoard-0-DIAGNOSTICS", Ignore, [&] { ++lost; });
+    diagnostics->SetValueCallback(values.Callback());
+    const auto setup = OpenAvailable("TouchBoard-0-LED-SETUP");
+    const auto leds = OpenAvailable("TouchBoard-0-LED");
+    setup->SetOutput(1, 0x15);
+    setup->SetOutput(0, 0x1C2);
+    const unsigned descriptors = CountDescriptors();
+    std::vector<unsigned> written(11, 0);
+    for (unsigned cycle = 0; cycle < 20; ++cycle) {
+        leds->SetOutput(cycle % 11, written[cycle % 11] = 100 + cycle);
+        board.Unplug();
+        WaitUntilGone(*leds);
+        written[5] = 200 + cycle;
+        EXPECT_THROW(leds->SetOutput(5, written[5]), ErrnoException);
+        board.Plug();
+        WaitUntil([&] { return board.HasState(Leds(written)) && board.HasState("button-mask=0x00000015"); });
+        values.Take();
+        values.WaitFor(IsAny);
+    }
+    EXPECT_EQ(CountDescriptors(), descriptors);
+    EXPECT_EQ(lost, 0);
+}
+
+TEST_F(PortsOnHid, DirectionsAndOutputsSurviveReturns) {
+    VirtualBoard::Expander board(0);
+    board.Plug();
+    const auto gpio = OpenAvailable("Expander-0-GPIO");
+    // Active low, as all boards but the touch board.
+    EXPECT_EQ(gpio->ReadAllInputs(), 0x0001u);
+    gpio->ConfigureOutput(3);
+    gpio->ConfigureOutput(15);
+    gpio->ConfigureOutput(0);
+    gpio->ConfigureInput(0);
+    gpio->SetOutput(15, 1);
+    gpio->SetOutput(4, 2);
+    EXPECT_EQ(board.GetWritten(), 0x80088010);
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        board.Unplug();
+        WaitUntilGone(*gpio);
+        EXPECT_THROW(gpio->SetOutput(5, 1), ErrnoException);
+        board.Plug();
+        WaitUntil([&] { return board.GetWritten() == 0x80088030; });
+    }
+    EXPECT_TRUE(gpio->IsOutput(3));
+    EXPECT_TRUE(gpio->IsInput(0));
+    EXPECT_EQ(gpio->ReadAllOutputs(), 0x8030u);
+    board.Unplug();
+}
+
+TEST_F(PortsOnHid, CommandsWhileTheBoardReturnsAreNotOvertaken) {
+    Board board("KP480", 0);
+    const auto leds = OpenAvailable("TouchBoard-0-LED");
+    unsigned last = 0;
+    std::jthread commander([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            try {
+                leds->SetOutput(3, ++last);
+            } catch (const ErrnoException&) {
+                // Remembered, to be sent when the board is back.
+            }
+            std::this_thread::sleep_for(5ms);
+        }
+    });
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        board.Unplug();
+        board.Plug();
+        board.WaitFor(" led 4 ");
+    }
+    board.Unplug();
+    board.Plug();
+    commander.request_stop();
+    commander.join();
+    WaitUntil([&] { return board.HasState(Leds({0, 0, 0, last, 0, 0, 0, 0, 0, 0, 0})); });
+}
+
+TEST_F(PortsOnHid, ALostBoardIsReportedOnceAndMayStillReturn) {
+    Board board("KP480", 0);
+    EventLog values;
+    std::atomic<int> lost{0};
+    auto gpio = OpenAvailable("TouchBoard-0-GPIO", Ignore, [&] { ++lost; });
+    gpio->SetValueCallback(values.Callback());
+    const auto start = std::chrono::steady_clock::now();
+    board.Unplug();
+    WaitUntil([&] { return lost == 1; });
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 10s);
+    board.Plug();
+    WaitUntil([&] {
+        board.Send("touch 1");
+        return !values.Take().empty();
+    });
+    // Destroyed while it is lost again: no timer may be left.
+    board.Unplug();
+    WaitUntilGone(*gpio);
+    gpio.reset();
+    EXPECT_EQ(lost, 1);
+}
+
+TEST_F(PortsOnHid, APortMayBeDestroyedWhileItsBoardReturns) {
+    Board board("KP480", 0);
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        auto leds = OpenAvailable("TouchBoard-0-LED");
+        leds->SetOutput(0, 7);
+        board.Unplug();
+        board.Plug();
+        if (cycle == 2) {
+            // Keeps the reconnection waiting.
+            board.Send("mute");
+        }
+        leds.reset();
+    }
+    board.Send("unmute");
+}

@@ -1,0 +1,199 @@
+"""The virtual player's kernel and root file system, made from the arm64 packages that scripts/setup unpacks.
+
+The root file system is an initramfs of two archives: a base that is made once and kept in the cache, and a small
+overlay for each start with the programs to run.
+"""
+
+import hashlib
+import os
+import pathlib
+import re
+import stat
+import subprocess
+import tempfile
+
+TOP = pathlib.Path(__file__).resolve().parent.parent
+
+MODULES = ("virtio_pci", "virtio_console", "virtio_gpu", "vhci_hcd", "usbhid", "hid_generic", "evdev", "cuse")
+
+LIBRARIES = "usr/lib/aarch64-linux-gnu"
+DIRECTFB = f"{LIBRARIES}/directfb-1.7-7"
+
+# From the packages to the same place in the guest; a directory comes with all that it holds. Libraries that these
+# need come by themselves.
+FILES = (
+    "usr/bin/busybox",
+    "usr/bin/udevadm",
+    "usr/lib/systemd/systemd-udevd",
+    "usr/lib/udev/rules.d/50-udev-default.rules",
+    "usr/lib/ld-linux-aarch64.so.1",
+    f"{DIRECTFB}/inputdrivers/libdirectfb_keyboard.so",
+    f"{DIRECTFB}/inputdrivers/libdirectfb_linux_input.so",
+    f"{DIRECTFB}/interfaces/IDirectFBFont/libidirectfbfont_ft2.so",
+    f"{DIRECTFB}/systems/libdirectfb_fbdev.so",
+    f"{DIRECTFB}/wm/libdirectfbwm_default.so",
+    # What our programs link.
+    f"{LIBRARIES}/libasan.so.8",
+    f"{LIBRARIES}/libboost_chrono.so.1.74.0",
+    f"{LIBRARIES}/libboost_thread.so.1.74.0",
+    f"{LIBRARIES}/libboost_system.so.1.74.0",
+    f"{LIBRARIES}/libboost_atomic.so.1.74.0",
+    f"{LIBRARIES}/libdirectfb-1.7.so.7",
+    f"{LIBRARIES}/libfmt.so.9",
+    f"{LIBRARIES}/libmagic.so.1",
+    f"{LIBRARIES}/libstdc++.so.6",
+    f"{LIBRARIES}/libubsan.so.1",
+    f"{LIBRARIES}/libudev.so.1",
+    "usr/share/misc/magic.mgc",
+)
+FONT = "usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+
+# udev's rules name groups; device nodes get them by number.
+GROUPS = ("root", "tty", "disk", "lp", "audio", "video", "kvm", "render", "input", "dialout", "cdrom", "tape", "sgx",
+          "kmem")
+
+
+class Archive:
+    """A cpio archive as the kernel reads it ("newc")."""
+
+    def __init__(self):
+        self._chunks = []
+        self._directories = set()
+        self._inode = 0
+
+    def _add(self, path, mode, data=b"", device=(0, 0)):
+        parent = os.path.dirname(path)
+        if parent and parent not in self._directories:
+            self.add_directory(parent)
+        self._inode += 1
+        name = path.encode() + b"\0"
+        fields = (self._inode, mode, 0, 0, 1, 0, len(data), 0, 0, *device, len(name), 0)
+        self._append(b"070701" + b"".join(b"%08X" % field for field in fields) + name)
+        self._append(data)
+
+    def _append(self, data):
+        self._chunks += (data, bytes(-len(data) % 4))
+
+    def add_directory(self, path):
+        if path not in self._directories:
+            self._directories.add(path)
+            self._add(path, stat.S_IFDIR | 0o755)
+
+    def add_link(self, path, target):
+        self._add(path, stat.S_IFLNK | 0o777, os.fsencode(target))
+
+    def add_file(self, path, data, mode=0o644):
+        self._add(path, stat.S_IFREG | mode, data)
+
+    def add_character_device(self, path, major, minor):
+        self._add(path, stat.S_IFCHR | 0o600, device=(major, minor))
+
+    def content(self):
+        self._add("TRAILER!!!", 0)
+        return b"".join(self._chunks)
+
+
+def _cache():
+    if "PADTUNE_CACHE" in os.environ:
+        return pathlib.Path(os.environ["PADTUNE_CACHE"])
+    if "XDG_CACHE_HOME" in os.environ:
+        return pathlib.Path(os.environ["XDG_CACHE_HOME"]) / "padtune"
+    return pathlib.Path.home() / ".cache" / "padtune"
+
+
+def _digest(*paths):
+    return hashlib.sha256(b"".join(path.read_bytes() for path in paths)).hexdigest()[:16]
+
+
+def _output(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+class _Packages:
+    """The unpacked arm64 packages."""
+
+    def __init__(self, root):
+        self.root = root
+        self.modules = {path.stem.replace("-", "_"): path for path in root.glob("usr/lib/modules/*/kernel/**/*.ko")}
+
+    def with_needed_libraries(self, files):
+        """The paths of `files` and of every library that they need, transitively, links included."""
+        found = set()
+        pending = [self.root / file for file in files]
+        while pending:
+            path = pending.pop()
+            if path in found:
+                continue
+            found.add(path)
+            if path.is_symlink():
+                pending.append(pathlib.Path(os.path.normpath(path.parent / os.readlink(path))))
+            elif path.read_bytes()[:4] == b"\x7fELF":
+                dynamic = _output("aarch64-linux-gnu-readelf", "-d", str(path))
+                for name in re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic):
+                    pending.append(self.root / LIBRARIES / name)
+        return sorted(found)
+
+    def modules_in_loading_order(self, names):
+        order = []
+
+        def visit(name):
+            path = self.modules.get(name)
+            if path is None or path in order:
+                return
+            for needed in _output("modinfo", "-F", "depends", str(path)).strip().split(","):
+                visit(needed.replace("-", "_"))
+            order.append(path)
+
+        for name in names:
+            if name not in self.modules:
+                raise FileNotFoundError(f"the kernel package has no module {name}")
+            visit(name)
+        return order
+
+
+def _make_base(packages):
+    archive = Archive()
+    for directory in ("dev", "proc", "run", "sys", "tmp", "var", "usr/bin", "usr/sbin", "usr/lib"):
+        archive.add_directory(directory)
+    for link in ("bin", "sbin", "lib"):
+        archive.add_link(link, f"usr/{link}")
+    archive.add_link("var/run", "/run")
+    archive.add_character_device("dev/console", 5, 1)
+    for path in packages.with_needed_libraries(FILES):
+        name = str(path.relative_to(packages.root))
+        if path.is_symlink():
+            archive.add_link(name, os.readlink(path))
+        else:
+            archive.add_file(name, path.read_bytes(), path.stat().st_mode & 0o777)
+    modules = packages.modules_in_loading_order(MODULES)
+    for module in modules:
+        archive.add_file(f"usr/lib/modules/{module.name}", module.read_bytes())
+    archive.add_file("etc/modules", "".join(f"/usr/lib/modules/{module.name}\n" for module in modules).encode())
+    archive.add_file("etc/passwd", b"root:x:0:0:root:/:/bin/sh\n")
+    archive.add_file("etc/group", "".join(f"{name}:x:{i}:\n" for i, name in enumerate(GROUPS)).encode())
+    archive.add_file("storage/sys/default-font.ttf", (packages.root / FONT).read_bytes())
+    archive.add_file("init", (TOP / "virtual_player/guest/init").read_bytes(), 0o755)
+    return archive.content()
+
+
+def kernel_and_base():
+    """The paths of the kernel and of the base archive, which is made now if the cache has none.
+
+    Raises FileNotFoundError when scripts/setup has not been run.
+    """
+    # The same name as in scripts/setup.
+    root = _cache() / f"arm64-{_digest(TOP / 'scripts/packages')}"
+    if not root.is_dir():
+        raise FileNotFoundError(f"{root} is missing: run scripts/setup")
+    (kernel,) = root.glob("boot/vmlinuz-*")
+    recipe = _digest(pathlib.Path(__file__), TOP / "virtual_player/guest/init")
+    base = _cache() / f"{root.name}-guest-{recipe}.cpio"
+    if not base.exists():
+        with tempfile.NamedTemporaryFile(dir=base.parent, delete=False) as unfinished:
+            try:
+                unfinished.write(_make_base(_Packages(root)))
+                os.replace(unfinished.name, base)
+            except BaseException:
+                os.unlink(unfinished.name)
+                raise
+    return kernel, base

@@ -1,0 +1,370 @@
+"""The virtual player: a QEMU guest that runs cross-built programs, with touch boards on its USB bus.
+
+    with VirtualPlayer(boards=["KP480"]) as player:
+        player.boards[0].send("touch 3")
+        status = player.run(["padtune", "--timeout", "8"])
+        player.picture("page.png")
+
+Whatever goes wrong with the guest itself is a PlayerError whose text holds the guest's console output. All methods
+are for one thread, except that any thread may send lines to a board and take pictures.
+"""
+
+import json
+import os
+import pathlib
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+
+import guest_image
+
+TOP = pathlib.Path(__file__).resolve().parent.parent
+DEFAULT_BUILD = TOP / "build" / "arm64"
+
+# Built programs, relative to the build folder; they are commands in the guest.
+AGENT = "virtual_player/agent"
+BOARD_PROGRAM = "virtual_player/board/touch-board"
+PROGRAMS = (AGENT, BOARD_PROGRAM, "padtune")
+
+ENVIRONMENT = {
+    "PATH": "/usr/local/bin:/usr/bin:/usr/sbin",
+    "HOME": "/",
+    # DirectFB on the frame buffer, without a mouse and without the text console, which would paint over the last page
+    # as soon as the program that drew it ends. Of its messages, warnings and errors are left.
+    "DFBARGS": "system=fbdev,no-cursor,no-vt,no-banner,quiet=info",
+}
+
+BOOT_TIMEOUT = 60
+BOARD_TIMEOUT = 40
+STOP_TIMEOUT = 5
+
+# Frames to and from the guest's agent; see guest/agent.cpp.
+HEADER = struct.Struct("<III")
+READY, START, INPUT, SIGNAL, OUTPUT, ERROR, EXIT = range(7)
+
+
+class PlayerError(Exception):
+    """The guest did not start, died, or a device of it failed."""
+
+
+class Command:
+    """A command in the guest, running or ended."""
+
+    def __init__(self, player, number, arguments):
+        self._player = player
+        self._number = number
+        self.arguments = arguments
+        self.stdout = bytearray()
+        self.stderr = bytearray()
+        #: None while it runs; then the exit status, or 128 + the signal that ended it
+        self.status = None
+
+    def write(self, data):
+        """Gives bytes to its standard input."""
+        if data:
+            self._player._send(self._number, INPUT, data)
+
+    def close_input(self):
+        self._player._send(self._number, INPUT, b"")
+
+    def kill(self, signal_number=signal.SIGTERM):
+        self._player._send(self._number, SIGNAL, bytes([signal_number]))
+
+    def wait(self, timeout=None):
+        """Waits until it has ended and returns its status; after `timeout` seconds it is killed: TimeoutError."""
+        if not self._player.wait_for(lambda: self.status is not None, timeout):
+            self.kill(signal.SIGKILL)
+            raise TimeoutError(f"{' '.join(self.arguments)} has not ended within {timeout} s")
+        return self.status
+
+
+class Board:
+    """A touch board in the guest: takes control lines, gives record lines."""
+
+    def __init__(self, player, model, port):
+        self._player = player
+        self._command = player.start(["touch-board", "--model", model, "--port", str(port)])
+        #: its record lines as they come
+        self.output = self._command.stdout
+
+    def send(self, line):
+        """Gives the board a control line, such as "touch 3" or "unplug"."""
+        self._command.write(line.encode() + b"\n")
+
+    def unplug(self):
+        """Takes the board off the bus and waits until it has gone."""
+        self._send_and_wait("unplug", " unplug")
+
+    def plug(self):
+        """Puts the board back on the bus and waits for its device node."""
+        self._send_and_wait("plug", " plugged")
+
+    def _send_and_wait(self, line, record):
+        start = len(self.records)
+        self.send(line)
+        self.wait_for_record(record, start=start)
+
+    @property
+    def records(self):
+        """The record lines up to now."""
+        # The last piece is empty or an unfinished line.
+        return self.output.decode(errors="replace").split("\n")[:-1]
+
+    def wait_for_record(self, text, timeout=BOARD_TIMEOUT, start=0):
+        """Waits for a record line that contains `text`, from record number `start` on, and returns its number."""
+
+        def find():
+            lines = self.records
+            return next((i for i in range(start, len(lines)) if text in lines[i]), None)
+
+        self._player.wait_for(lambda: find() is not None or self._command.status is not None, timeout)
+        number = find()
+        if number is None:
+            problem = self._command.stderr.decode(errors="replace")
+            state = "still runs" if self._command.status is None else f"has ended with {self._command.status}"
+            raise PlayerError(f"no record '{text}' from the touch board, which {state}: {problem}{self.records[-5:]}")
+        return number
+
+
+class VirtualPlayer:
+    """A context manager: entered, the guest is up and its boards are attached; left, nothing remains.
+
+    screen      (width, height) of the frame buffer
+    video_mode  content of /var/run/video.mode, or None for no such file
+    boards      model names, one for each board; board N sits at USB position N
+    build       build folder that the programs come from
+    files       {path in the guest: path here} of more files to take along
+    window      whether the screen is shown in a window
+    """
+
+    def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), build=DEFAULT_BUILD,
+                 files=None, window=False):
+        self._screen = screen
+        self._video_mode = video_mode
+        self._models = boards
+        self._build = pathlib.Path(build)
+        self._files = dict(files or {})
+        self._window = window
+        self._qemu = None
+        self._commands = {}
+        self._ready = False
+        #: grows with everything that comes from the guest
+        self.frames_received = 0
+        self._gone = False
+        self._changed = threading.Condition()
+        self._sending = threading.Lock()
+        self._monitoring = threading.Lock()
+        self.boards = []
+
+    def __enter__(self):
+        try:
+            self._boot()
+            for port, model in enumerate(self._models):
+                # One after the other, so that their device nodes are in order too.
+                self.boards.append(Board(self, model, port))
+                self.boards[-1].wait_for_record("ready")
+        except BaseException:
+            self.stop()
+            raise
+        return self
+
+    def __exit__(self, *exception):
+        self.stop()
+
+    # --- commands ---
+
+    def start(self, arguments, environment=None, directory="/"):
+        """Starts a command in the guest and returns it while it runs."""
+        environment = {**ENVIRONMENT, **(environment or {})}
+        strings = [directory, str(len(arguments)), *arguments, *(f"{k}={v}" for k, v in environment.items())]
+        command = Command(self, len(self._commands) + 1, arguments)
+        self._commands[command._number] = command
+        self._send(command._number, START, b"".join(os.fsencode(string) + b"\0" for string in strings))
+        return command
+
+    def run(self, arguments, timeout=None, **options):
+        """Runs a command without input to its end and returns it; options as for start()."""
+        command = self.start(arguments, **options)
+        command.close_input()
+        command.wait(timeout)
+        return command
+
+    def shell(self, script, timeout=30):
+        """Runs a line of shell in the guest and returns what it printed; PlayerError if it fails."""
+        command = self.run(["sh", "-c", script], timeout)
+        if command.status != 0:
+            raise PlayerError(f"'{script}' ended with {command.status}: {command.stderr.decode(errors='replace')}")
+        return command.stdout.decode(errors="replace")
+
+    def put(self, source, target):
+        """Copies a file into the guest, with its permissions."""
+        source = pathlib.Path(source)
+        command = self.start(["sh", "-c", 'cat >"$0" && chmod "$1" "$0"', target, f"{source.stat().st_mode & 0o777:o}"])
+        command.write(source.read_bytes())
+        command.close_input()
+        if command.wait(60) != 0:
+            raise PlayerError(f"cannot write {target}: {command.stderr.decode(errors='replace')}")
+
+    def get(self, source):
+        """The content of a file in the guest."""
+        command = self.run(["cat", source], 60)
+        if command.status != 0:
+            raise PlayerError(f"cannot read {source}: {command.stderr.decode(errors='replace')}")
+        return command.stdout
+
+    # --- devices ---
+
+    def clear_screen(self):
+        """What a program drew stays on the screen after its end: this makes it black."""
+        self.shell("cat /dev/zero >/dev/fb0 2>/dev/null; true")
+
+    def picture(self, path):
+        """Writes what the screen shows now to a PNG file."""
+        self._qmp_execute("screendump", filename=str(pathlib.Path(path).absolute()), format="png")
+
+    def console(self):
+        """What the guest's kernel and first process have printed."""
+        return pathlib.Path(f"/dev/fd/{self._console.fileno()}").read_bytes().decode(errors="replace")
+
+    # --- waiting ---
+
+    def wait_for(self, condition, timeout=None):
+        """Waits until `condition` holds, checked whenever something came from the guest; False after `timeout`."""
+        with self._changed:
+            held = self._changed.wait_for(lambda: self._gone or condition(), timeout)
+            if not condition() and self._gone:
+                raise PlayerError(f"the guest has died; its console:\n{self._last_words()}")
+            return held
+
+    # --- the machine ---
+
+    def _boot(self):
+        kernel, base = guest_image.kernel_and_base()
+        agent_end, port_end = socket.socketpair()
+        qmp_end, monitor_end = socket.socketpair()
+        self._agent, self._qmp = agent_end, qmp_end
+        self._console = tempfile.TemporaryFile()
+        # Nothing of this has a name in the file system, so nothing can be left behind.
+        with port_end, monitor_end, tempfile.TemporaryFile() as initrd:
+            initrd.write(base.read_bytes())
+            initrd.write(self._overlay())
+            initrd.flush()
+            inherited = (port_end.fileno(), monitor_end.fileno(), initrd.fileno())
+            self._qemu = subprocess.Popen(self._qemu_command(kernel, *inherited), pass_fds=inherited,
+                                          stdin=subprocess.DEVNULL, stdout=self._console, stderr=self._console,
+                                          start_new_session=True)
+            threading.Thread(target=self._receive, daemon=True).start()
+            if not self.wait_for(lambda: self._ready, BOOT_TIMEOUT):
+                raise PlayerError(f"the guest is not up after {BOOT_TIMEOUT} s; its console:\n{self._last_words()}")
+        self._qmp_stream = self._qmp.makefile("rw")
+        self._qmp_stream.readline()
+        self._qmp_execute("qmp_capabilities")
+
+    def _qemu_command(self, kernel, port, monitor, initrd):
+        width, height = self._screen
+        return [
+            "qemu-system-aarch64", "-accel", "tcg", "-M", "virt", "-cpu", "cortex-a53", "-m", "512",
+            "-nodefaults", "-no-reboot", "-display", self._display(), "-serial", "stdio",
+            "-kernel", str(kernel), "-initrd", f"/dev/fd/{initrd}",
+            # The text console stays off the frame buffer: it may only have a second one, and there is none.
+            "-append", "console=ttyAMA0 panic=-1 quiet fbcon=map:1",
+            "-chardev", f"socket,id=agent,fd={port}",
+            "-device", "virtio-serial-pci", "-device", "virtserialport,chardev=agent,name=agent",
+            "-chardev", f"socket,id=monitor,fd={monitor}", "-mon", "chardev=monitor,mode=control",
+            "-device", f"virtio-gpu-pci,xres={width},yres={height}",
+        ]
+
+    def _display(self):
+        if not self._window:
+            return "none"
+        known = subprocess.run(["qemu-system-aarch64", "-display", "help"], stdout=subprocess.PIPE,
+                               stderr=subprocess.DEVNULL, text=True).stdout
+        for display in ("gtk", "sdl"):
+            if display in known.split():
+                return display
+        raise PlayerError("this QEMU cannot open a window: install qemu-system-gui")
+
+    def _overlay(self):
+        archive = guest_image.Archive()
+        files = {f"/usr/local/bin/{pathlib.Path(program).name}": self._build / program for program in PROGRAMS}
+        if not files["/usr/local/bin/agent"].exists():
+            raise PlayerError(f"{self._build} has no agent: build it with `cmake --preset arm64 && cmake --build "
+                              "--preset arm64`")
+        for target, source in {**files, **self._files}.items():
+            source = pathlib.Path(source)
+            if source.exists() or target in self._files:
+                archive.add_file(target.lstrip("/"), source.read_bytes(), source.stat().st_mode & 0o777)
+        if self._video_mode is not None:
+            archive.add_file("etc/video.mode", self._video_mode.encode())
+        return archive.content()
+
+    def _receive(self):
+        """Runs on a thread of its own until the guest has gone."""
+        try:
+            with self._agent.makefile("rb") as stream:
+                while len(header := stream.read(HEADER.size)) == HEADER.size:
+                    number, kind, length = HEADER.unpack(header)
+                    self._handle_frame(number, kind, stream.read(length))
+        finally:
+            with self._changed:
+                self._gone = True
+                self._changed.notify_all()
+
+    def _handle_frame(self, number, kind, payload):
+        command = self._commands.get(number)
+        with self._changed:
+            self.frames_received += 1
+            if kind == READY:
+                self._ready = True
+            elif kind == OUTPUT:
+                command.stdout += payload
+            elif kind == ERROR:
+                command.stderr += payload
+            elif kind == EXIT:
+                command.status = payload[0]
+            self._changed.notify_all()
+
+    def _send(self, number, kind, payload):
+        try:
+            with self._sending:
+                self._agent.sendall(HEADER.pack(number, kind, len(payload)) + payload)
+        except OSError as error:
+            raise PlayerError(f"the guest has died; its console:\n{self._last_words()}") from error
+
+    def _qmp_execute(self, command, **arguments):
+        with self._monitoring:
+            json.dump({"execute": command, "arguments": arguments}, self._qmp_stream)
+            self._qmp_stream.flush()
+            for line in self._qmp_stream:
+                answer = json.loads(line)
+                if "error" in answer:
+                    raise PlayerError(f"{command}: {answer['error']['desc']}")
+                if "return" in answer:
+                    return
+        raise PlayerError(f"the guest has died; its console:\n{self._last_words()}")
+
+    def _last_words(self):
+        # The port closes when QEMU ends, which may be a moment before the console is complete.
+        try:
+            self._qemu.wait(1)
+        except subprocess.TimeoutExpired:
+            pass
+        return "".join(f"  | {line}\n" for line in self.console().splitlines()) or "  | (nothing)\n"
+
+    def stop(self):
+        """Ends the guest; may be called again."""
+        if self._qemu is None:
+            return
+        # The agent switches the guest off when its port closes, and would also if this process were killed.
+        self._agent.shutdown(socket.SHUT_RDWR)
+        try:
+            self._qemu.wait(STOP_TIMEOUT)
+        except subprocess.TimeoutExpired:
+            self._qemu.kill()
+            self._qemu.wait()
+        self._qemu = None
+        for resource in (self._agent, self._qmp, self._console):
+            resource.close()

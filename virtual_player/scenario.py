@@ -1,0 +1,119 @@
+"""Scenarios: what happens to the boards, and which pictures are taken, while a command runs in the guest.
+
+One step a line; "#" starts a comment:
+
+    SECONDS LINE            gives LINE ("touch 3") to board 0
+    SECONDS board N LINE    gives LINE to board N
+    SECONDS picture FILE    takes a picture of the screen
+    end picture FILE        takes it when the command has ended; what it drew last is still there
+    from TEXT               from here on seconds count from board 0's first record line that contains TEXT
+
+Before any "from", seconds count from the start of the command. Steps are played in the order of the file; those whose
+time had not come when the command ended are reported.
+"""
+
+import dataclasses
+import sys
+import time
+
+
+class ScenarioError(Exception):
+    """A line that is not a step."""
+
+
+@dataclasses.dataclass
+class Step:
+    time: float | None  # seconds; None: when the command has ended
+    action: str  # "from TEXT", "picture FILE" or "board N LINE"
+
+
+def parse(lines):
+    """The steps of a scenario."""
+    steps = []
+    for number, line in enumerate(lines, 1):
+        words = line.split("#")[0].split(maxsplit=1)
+        if not words:
+            continue
+        try:
+            when, action = words
+            if when == "from":
+                steps.append(Step(0, f"from {action}"))
+            elif when == "end" and action.startswith("picture "):
+                steps.append(Step(None, action.strip()))
+            else:
+                device = "" if action.startswith(("picture ", "board ")) else "board 0 "
+                steps.append(Step(float(when), device + action.strip()))
+        except ValueError:
+            raise ScenarioError(f"line {number} is not a step of a scenario: {line.rstrip()}") from None
+    return steps
+
+
+def perform(player, action):
+    """Does what a step says."""
+    kind, argument = action.split(maxsplit=1)
+    if kind == "picture":
+        player.picture(argument)
+        return
+    number, line = argument.split(maxsplit=1)
+    if not number.isdigit() or int(number) >= len(player.boards):
+        raise ScenarioError(f"there is no board {number} for '{line}'")
+    player.boards[int(number)].send(line)
+
+
+class _Timeline:
+    """Steps of one origin, played one after the other."""
+
+    def __init__(self, player, steps):
+        self._player = player
+        self._steps = [step for step in steps if step.time is not None]
+        self._at_end = [step for step in steps if step.time is None]
+        self._start = time.monotonic()
+
+    def play_due(self):
+        """Plays the steps whose time has come; returns the seconds until the next, None if that is not known."""
+        while self._steps:
+            step = self._steps[0]
+            if step.action.startswith("from "):
+                if not any(step.action[len("from "):] in record for record in self._player.boards[0].records):
+                    return None
+                self._start = time.monotonic()
+            else:
+                remaining = self._start + step.time - time.monotonic()
+                if remaining > 0:
+                    return remaining
+                perform(self._player, step.action)
+            self._steps.pop(0)
+        return None
+
+    def play_end(self):
+        for step in self._at_end:
+            perform(self._player, step.action)
+        for step in self._steps:
+            print(f"scenario: not played, the command had ended: {step.time} {step.action}", file=sys.stderr)
+
+
+def play(player, command, scenarios, copies=()):
+    """Plays scenarios (lists of steps) side by side from now until the command ends, and returns its status.
+
+    `copies` are pairs of growing output (Command.stdout) and a binary stream that gets it as it comes.
+    """
+    timelines = [_Timeline(player, steps) for steps in scenarios]
+    copied = [0] * len(copies)
+
+    def copy_output():
+        for i, (output, stream) in enumerate(copies):
+            fresh = bytes(output[copied[i]:])
+            if fresh:
+                stream.write(fresh)
+                stream.flush()
+                copied[i] += len(fresh)
+
+    while command.status is None:
+        seen = player.frames_received
+        due = [remaining for timeline in timelines if (remaining := timeline.play_due()) is not None]
+        copy_output()
+        player.wait_for(lambda: player.frames_received != seen, min(due, default=None))
+    copy_output()
+    for timeline in timelines:
+        timeline.play_end()
+    return command.status
