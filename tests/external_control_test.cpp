@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "lib/hardware/board_identity.h"
+#include "lib/hardware/external_control_dummy.h"
 #include "lib/hardware/external_control_hid_finder.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/hardware/usb_bus_order.h"
@@ -113,8 +114,10 @@ TEST(Finder, FieldsOfOneReportMakeOnePort) {
               "ID=7, INPUT=0, OUTPUT=3, DIRECTION=4, usage=ff010001, count=8, device=2");
     EXPECT_EQ(finder.GetDescriptors()[2]->ToString(),
               "ID=7, OUTPUT=4294967295, usage=ff010001, count=8, device=3");
-    EXPECT_EXIT(finder.OnFound(Field(2, APPLICATION_EXPANDER, 0x01, 4, 7)), testing::KilledBySignal(SIGABRT),
-                "");
+    for (const std::uint32_t knownOrNew : {2, 4}) {
+        EXPECT_EXIT(finder.OnFound(Field(knownOrNew, APPLICATION_EXPANDER, 0x01, 4, 7)),
+                    testing::KilledBySignal(SIGABRT), "");
+    }
 }
 
 TEST(Finder, SortsByPositionKeepingTheFieldsOfADeviceTogether) {
@@ -184,6 +187,22 @@ TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
     EXPECT_EQ(descriptors[13]->modelCode, MODEL_UNKNOWN);
 
     EXPECT_THROW(AvailablePorts(MakeDescriptors({Field(0, 0x00010002, 0x01)})), std::runtime_error);
+}
+
+TEST(DummyPort, AnswersNothingAndIgnoresCommands) {
+    const std::shared_ptr<ExternalControl::Port> port = std::make_shared<DummyPort>();
+    const unsigned values[] = {1};
+    port->ConfigureInput(0);
+    port->ConfigureOutput(0);
+    port->SetAllLevels(1);
+    port->SetOutputs(values, 1);
+    port->SetOutput(0, 1);
+    port->SetValueCallback([](unsigned, unsigned, unsigned) {});
+    EXPECT_EQ(port->GetPinCount() | port->ReadAllInputs() | port->ReadAllOutputs(), 0u);
+    EXPECT_EQ(port->GetVersion() + port->GetProperties(), "");
+    EXPECT_FALSE(port->IsInput(0) || port->GetInput(0) || port->IsOutput(0) || port->GetOutput(0));
+    EXPECT_FALSE(port->ConfigurePulse(1, 1) || port->StartPulse(0, 1) || port->StopPulse(0) ||
+                 port->SetPinFunction(0, "UART"));
 }
 
 TEST(HardwareConfig, ReadsTheDeviceTree) {

@@ -1,11 +1,15 @@
-// The page, drawn on a DirectFB that records what is drawn and whose fonts measure alike on every machine.
+// The page, drawn on a DirectFB that records what is drawn and whose fonts measure alike on every
+// machine.
 
 #include "apps/padtune/screen_page.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <string>
 #include <utility>
@@ -23,49 +27,36 @@ using ::testing::StartsWith;
 /// What was called and drawn, on a screen of the given size; a recorded call that reads like failingCall
 /// fails.
 struct Recording {
-    int width = 1920;
-    int height = 1080;
-    std::string failingCall;
-    std::string colour;
+    int width = 1920, height = 1080;
+    std::string failingCall, colour, calls;
     int fontHeight = 0;
-    std::vector<std::string> calls;
 };
 
 Recording g_recording;
 
 DFBResult Record(const std::string& call) {
-    g_recording.calls.push_back(call);
+    g_recording.calls += (g_recording.calls.empty() ? "" : "; ") + call;
     return call == g_recording.failingCall ? DFB_FAILURE : DFB_OK;
-}
-
-/// What was recorded since the last time, in one line.
-std::string TakeRecorded() {
-    std::string all;
-    for (const std::string& call : std::exchange(g_recording.calls, {})) {
-        all += (all.empty() ? "" : "; ") + call;
-    }
-    return all;
 }
 
 DFBResult RecordArea(const char* what, int x, int y, int w, int h) {
     return Record(strprintf("%s %d,%d %dx%d %s", what, x, y, w, h, g_recording.colour.c_str()));
 }
 
-DFBResult RecordText(IDirectFBSurface*, const char* text, int, int x, int y, DFBSurfaceTextFlags anchor) {
-    const std::map<int, const char*> anchors = {
-        {DSTF_TOPLEFT, ""}, {DSTF_TOPRIGHT, " right"}, {DSTF_CENTER, " centre"}};
-    return Record(strprintf("'%s' %d,%d %s %d%s", text, x, y, g_recording.colour.c_str(),
-                            g_recording.fontHeight, anchors.at(anchor)));
+/// What was recorded since the last time, in one line.
+std::string TakeRecorded() {
+    return std::exchange(g_recording.calls, "");
 }
 
-/// A font's characters are half as wide as high; the ink of a text is three quarters of its logical height.
+/// A font's characters are half as wide as high, but "D" stands 4 and "?" 8 higher than its others; the
+/// ink of a text is three quarters of its logical height.
 struct FakeFont : IDirectFBFont {
     FakeFont() : IDirectFBFont{} {
-        Release = [](IDirectFBFont*) { return static_cast<DirectResult>(Record("release font")); };
-        GetStringExtents = [](IDirectFBFont* font, const char* text, int, DFBRectangle_C* logical,
-                              DFBRectangle_C* ink) {
-            const int h = static_cast<FakeFont*>(font)->height;
-            const int w = static_cast<int>(std::strlen(text)) * h / 2;
+        Release = [](auto*) { return Record("release font"), DR_OK; };
+        GetStringExtents = [](auto* font, const char* text, int, auto* logical, auto* ink) {
+            const int em = static_cast<FakeFont*>(font)->height;
+            const int w = static_cast<int>(std::strlen(text)) * em / 2;
+            const int h = em + (std::strchr(text, '?') ? 8 : std::strchr(text, 'D') ? 4 : 0);
             *logical = {0, 0, w, h};
             *ink = {1, 1, w - 2, h * 3 / 4};
             return DFB_OK;
@@ -76,19 +67,23 @@ struct FakeFont : IDirectFBFont {
 
 struct FakeSurface : IDirectFBSurface {
     FakeSurface() : IDirectFBSurface{} {
-        Release = [](IDirectFBSurface*) { return static_cast<DirectResult>(Record("release surface")); };
-        SetColor = [](IDirectFBSurface*, u8 r, u8 g, u8 b, u8 a) {
-            g_recording.colour = strprintf("%s%02X%02X%02X", a == 255 ? "" : "translucent ", r, g, b);
-            return DFB_OK;
+        Release = [](auto*) { return Record("release surface"), DR_OK; };
+        SetColor = [](auto*, u8 r, u8 g, u8 b, u8 a) {
+            const char* const kind = a == 255 ? "" : "translucent ";
+            return g_recording.colour = strprintf("%s%02X%02X%02X", kind, r, g, b), DFB_OK;
         };
-        SetFont = [](IDirectFBSurface*, IDirectFBFont* font) {
-            g_recording.fontHeight = static_cast<FakeFont*>(font)->height;
-            return DFB_OK;
+        SetFont = [](auto*, auto* font) {
+            return g_recording.fontHeight = static_cast<FakeFont*>(font)->height, DFB_OK;
         };
         FillRectangle = [](auto*, int x, int y, int w, int h) { return RecordArea("fill", x, y, w, h); };
         DrawRectangle = [](auto*, int x, int y, int w, int h) { return RecordArea("outline", x, y, w, h); };
-        DrawString = RecordText;
-        Flip = [](auto*, auto*, DFBSurfaceFlipFlags flags) {
+        DrawString = [](auto*, const char* text, int, int x, int y, DFBSurfaceTextFlags anchor) {
+            const std::map<int, const char*> anchors = {
+                {DSTF_TOPLEFT, ""}, {DSTF_TOPRIGHT, " right"}, {DSTF_CENTER, " centre"}};
+            return Record(strprintf("'%s' %d,%d %s %d%s", text, x, y, g_recording.colour.c_str(),
+                                    g_recording.fontHeight, anchors.at(anchor)));
+        };
+        Flip = [](auto*, auto*, auto flags) {
             return Record(flags == (DSFLIP_ONSYNC | DSFLIP_BLIT) ? "flip" : "flip otherwise");
         };
     }
@@ -98,10 +93,8 @@ struct FakeScreen : IDirectFBScreen {
     FakeScreen() : IDirectFBScreen{} {
         AddRef = [](auto*) { return DR_OK; };
         Release = [](auto*) { return DR_OK; };
-        GetSize = [](IDirectFBScreen*, int* width, int* height) {
-            *width = g_recording.width;
-            *height = g_recording.height;
-            return Record("size");
+        GetSize = [](auto*, int* width, int* height) {
+            return *width = g_recording.width, *height = g_recording.height, Record("size");
         };
         SetPowerMode = [](auto*, auto mode) { return Record(strprintf("power %d", mode)), DFB_FAILURE; };
         GetEncoderConfiguration = [](auto...) { return DFB_UNSUPPORTED; };
@@ -115,17 +108,14 @@ std::map<int, FakeFont> g_fonts;  ///< by height
 
 struct FakeMain : IDirectFB {
     FakeMain() : IDirectFB{} {
-        Release = [](IDirectFB*) { return static_cast<DirectResult>(Record("release main")); };
+        Release = [](auto*) { return Record("release main"), DR_OK; };
         SetCooperativeLevel = [](auto...) { return DFB_FAILURE; };
-        GetScreen = [](auto*, DFBScreenID, IDirectFBScreen** screen) {
-            return *screen = &g_screen, Record("screen");
-        };
-        CreateSurface = [](auto*, const DFBSurfaceDescription* description, IDirectFBSurface** surface) {
+        GetScreen = [](auto*, auto, auto** screen) { return *screen = &g_screen, Record("screen"); };
+        CreateSurface = [](auto*, const auto* description, auto** surface) {
             EXPECT_EQ(description->flags, DSDESC_CAPS);
             return *surface = &g_surface, Record(strprintf("surface %#x", description->caps));
         };
-        CreateFont = [](auto*, const char* file, const DFBFontDescription* description,
-                        IDirectFBFont** font) {
+        CreateFont = [](auto*, const char* file, const auto* description, auto** font) {
             EXPECT_STREQ(file, "/storage/sys/default-font.ttf");
             EXPECT_EQ(description->flags, DFDESC_HEIGHT);
             g_fonts[description->height].height = description->height;
@@ -143,8 +133,8 @@ DFBResult DirectFBInit(int*, char***) {
     return Record("init");
 }
 
-DFBResult DirectFBCreate(IDirectFB** dfb) {
-    return *dfb = &g_main, Record("create");
+DFBResult DirectFBCreate(IDirectFB** interface_ptr) {
+    return *interface_ptr = &g_main, Record("create");
 }
 
 namespace {
@@ -156,17 +146,17 @@ protected:
     void Start() {
         m_page.BringUp(0, nullptr);
         m_page.DrawTitle();
-        g_recording.calls.clear();
+        TakeRecorded();
     }
 
-    /// Draws what comes before the timed loop. A row of the table is 48 high, a box of the keypad 373x240,
-    /// one of the cross 480x361. Returns what the box names drew.
+    /// Draws what comes before the timed loop. A row of the table is 48 high, a box of the keypad
+    /// 373x240, one of the cross 480x361. Returns what the box names drew.
     std::string DrawBoard(const char* properties) {
         Start();
         m_page.DrawIdentity(properties);
         m_page.DrawParameterTable(m_setup);
         m_page.LayOutStrip(60);
-        g_recording.calls.clear();
+        TakeRecorded();
         m_page.DrawBoxNames(m_setup);
         return TakeRecorded();
     }
@@ -182,9 +172,8 @@ TEST_F(ScreenPageTest, EverythingFollowsFromTheScreenSizeAndIsReleasedInOrder) {
         int width, height, top, stripTop;
         const char *fonts, *title;
     } const cases[] = {
-        {1920, 1080, 230, 952, "font 48; font 64; font 96",
-         "0,0 1920x1080 000011; 'Padtune' 792,67 FFFFFF 96"},
-        {1366, 768, 164, 678, "font 34; font 45; font 68", "0,0 1366x768 000011; 'Padtune' 564,48 FFFFFF 68"},
+        {1920, 1080, 230, 952, "font 48; font 64; font 96", "1920x1080 000011; 'Padtune' 792,67 FFFFFF 96"},
+        {1366, 768, 164, 678, "font 34; font 45; font 68", "1366x768 000011; 'Padtune' 564,48 FFFFFF 68"},
     };
     for (const auto& expected : cases) {
         g_recording.width = expected.width;
@@ -194,21 +183,19 @@ TEST_F(ScreenPageTest, EverythingFollowsFromTheScreenSizeAndIsReleasedInOrder) {
             page.BringUp(0, nullptr);
             page.DrawTitle();
             page.LayOutStrip(60);
-            EXPECT_EQ(page.GetTop(), expected.top);
-            EXPECT_EQ(page.GetStripTop(), expected.stripTop);
+            EXPECT_EQ(std::pair(page.GetTop(), page.GetStripTop()),
+                      std::pair(expected.top, expected.stripTop));
         }
         EXPECT_EQ(
             TakeRecorded(),
-            strprintf("init; create; screen; set mode; power 0; surface 0x211; size; %s; fill %s; flip; "
+            strprintf("init; create; screen; set mode; power 0; surface 0x211; size; %s; fill 0,0 %s; flip; "
                       "release font; release font; release font; release surface; release main",
                       expected.fonts, expected.title));
     }
 }
 
 TEST_F(ScreenPageTest, AFailingCallEndsTheProcessWithItsText) {
-    struct {
-        const char *failingCall, *text;
-    } const cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"init", "DirectFBInit( &argc, &argv )"},
         {"create", "DirectFBCreate( &dfb )"},
         {"screen", "dfb->GetScreen(dfb, 0, dfbScreen.AsOutParameter())"},
@@ -220,69 +207,68 @@ TEST_F(ScreenPageTest, AFailingCallEndsTheProcessWithItsText) {
         {"flip",
          "primary->Flip(primary, NULL, static_cast<DFBSurfaceFlipFlags>(DSFLIP_ONSYNC | DSFLIP_BLIT))"},
     };
-    for (const auto& expected : cases) {
-        g_recording.failingCall = expected.failingCall;
+    for (const auto& [failingCall, text] : cases) {
+        g_recording.failingCall = failingCall;
         EXPECT_EXIT(
             Start(), [](int status) { return WIFEXITED(status) && WEXITSTATUS(status) != 0; },
             testing::AllOf(testing::ContainsRegex("apps/padtune/padtune <[0-9]+>:\n\t"),
-                           HasSubstr("[" + std::string(expected.text) + "]")));
+                           HasSubstr("[" + text + "]")));
     }
 }
 
 TEST_F(ScreenPageTest, TheIdentityLineNamesTheBoardAndMakesRoomForTheTable) {
     struct {
-        const char *properties, *complaints, *line;
-        int tableY;
+        const char* properties;
+        std::string line;
         const char* rawHeader;
     } const cases[] = {
-        {"hardware=KP480;revision=B;rheader=91;", "", "'KP480 (B) ' 0,230 EE82EE 64; ", 302, "91"},
-        {"hardware=KP480;revision=B;rheader=92", "", "'KP480S (B) ' 0,230 0077FF 64; ", 302, "92"},
-        {"rheader=92;revision=C;header=yes;other=1;hardware=KP120", "",
-         "'KP120 (C) ' 0,230 EE82EE 64; '(Y)' 320,230 00FF00 64; ", 302, "92"},
-        {"hardware=KP120;header;revision=;revision=C=D;revision=C;rheader=xx",
-         "Properties error 'header'\nProperties error 'revision='\nProperties error 'revision=C=D'\n",
-         "'KP120 (C) ' 0,230 EE82EE 64; '(N)' 320,230 FF0000 64; ", 302, "?"},
-        {"hardware=KP480;rheader=92", "", "", 230, "92"},
+        {"hardware=KP480;revision=B;rheader=91;", "'KP480 (B) ' 0,230 EE82EE 64; ", "91"},
+        {"hardware=KP480;revision=B;rheader=92", "'KP480S (B) ' 0,230 0077FF 64; ", "92"},
+        {"hardware=KP480;revision=B;rheader=4294967388", "'KP480 (B) ' 0,230 EE82EE 64; ", "?"},
+        {"rheader=92;revision=C;header=yes;other=1;hardware=KP120",
+         "'KP120 (C) ' 0,230 EE82EE 64; '(Y)' 320,230 00FF00 64; ", "92"},
+        {"hardware=KP120;header;revision=;revision=C=D;revision=C;rheader=xx;header=no",
+         "'KP120 (C) ' 0,230 EE82EE 64; '(N)' 320,230 FF0000 64; ", "0"},
+        {"hardware=KP480;rheader=92", "", "92"},
+        {"revision=B;header=yes", "", "?"},
     };
     Start();
-    for (const auto& expected : cases) {
-        testing::internal::CaptureStderr();
-        m_page.DrawIdentity(expected.properties);
+    testing::internal::CaptureStderr();
+    for (const auto& [properties, line, rawHeader] : cases) {
+        m_page.DrawIdentity(properties);
         m_page.DrawParameterTable({11, {}, {{0xAD, 0}}});
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), expected.complaints);
+        const int y = line.empty() ? 230 : 302;
         EXPECT_EQ(TakeRecorded(),
-                  expected.line + strprintf("'Raw Header:' 269,%d FFFFFF 48 right; "
-                                            "'%s' 271,%d FF7777 48; flip",
-                                            expected.tableY, expected.rawHeader, expected.tableY));
+                  line + strprintf("'Raw Header:' 269,%d FFFFFF 48 right; '%s' 271,%d FF7777 48; flip", y,
+                                   rawHeader, y));
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Properties error 'header'\nProperties error 'revision='\nProperties error 'revision=C=D'\n");
 }
 
 TEST_F(ScreenPageTest, ParametersWithoutARowLeaveAGap) {
     Start();
-    m_page.DrawIdentity("hardware=KP480");
-    const std::vector<BoardParameter> parameters = {{0xAD, 7},    {0xA6, -5}, {0x33, 9},
-                                                    {0xAA, 1000}, {0xC2, 0},  {0xAB, 6}};
+    const std::vector<BoardParameter> parameters = {{0xAD, 7}, {0xA6, -5}, {0x33, 9}, {0xAA, 1000}, {0xC2, 0},
+                                                    {0xAB, 6}, {0xA7, 1},  {0xA8, 2}, {0xA9, 3}};
     testing::internal::CaptureStderr();
     m_page.DrawParameterTable({11, {}, parameters});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "COMMAND_??? param 51 9\nCOMMAND_??? param 51 9\n");
     EXPECT_EQ(TakeRecorded(),
-              "'Raw Header:' 317,230 FFFFFF 48 right; '?' 319,230 FF7777 48; flip; "
-              "'Noise T/H:' 317,278 FFFFFF 48 right; '-5' 319,278 FF7777 48; flip; "
-              "'Debounce:' 317,374 FFFFFF 48 right; '1000' 319,374 FF7777 48; flip; "
-              "'Low Baseline:' 317,470 FFFFFF 48 right; '6' 319,470 FF7777 48; flip");
-    m_page.DrawParameterTable({11, {}, {{0xA7, 1}, {0xA8, 2}, {0xA9, 3}}});
-    EXPECT_EQ(TakeRecorded(),
-              "'Neg Noise T/H:' 341,230 FFFFFF 48 right; '1' 343,230 FF7777 48; flip; "
-              "'Baseline:' 341,278 FFFFFF 48 right; '2' 343,278 FF7777 48; flip; "
-              "'Hysteresis:' 341,326 FFFFFF 48 right; '3' 343,326 FF7777 48; flip");
+              "'Raw Header:' 341,230 FFFFFF 48 right; '?' 343,230 FF7777 48; flip; "
+              "'Noise T/H:' 341,282 FFFFFF 48 right; '-5' 343,282 FF7777 48; flip; "
+              "'Debounce:' 341,386 FFFFFF 48 right; '1000' 343,386 FF7777 48; flip; "
+              "'Low Baseline:' 341,490 FFFFFF 48 right; '6' 343,490 FF7777 48; flip; "
+              "'Neg Noise T/H:' 341,542 FFFFFF 48 right; '1' 343,542 FF7777 48; flip; "
+              "'Baseline:' 341,594 FFFFFF 48 right; '2' 343,594 FF7777 48; flip; "
+              "'Hysteresis:' 341,646 FFFFFF 48 right; '3' 343,646 FF7777 48; flip");
 }
 
 TEST_F(ScreenPageTest, BoxesFormTheBoardsKeypad) {
     const std::string keypad = DrawBoard("hardware=KP480;revision=B");
-    for (const char* name : {"'BT1' 428,230", "'BT2' 801,230", "'BT3' 1174,230", "'BT4' 428,470",
-                             "'BT5' 801,470", "'BT6' 1174,470", "'BT7' 428,710", "'BT8' 801,710",
-                             "'BT9' 1174,710", "'BT10' 1547,350", "'BT11' 1547,590"}) {
-        EXPECT_THAT(keypad, HasSubstr(std::string(name) + " FFFFFF 48; '(4"));
+    for (const std::string name : {"'BT1' 428,230", "'BT2' 801,230", "'BT3' 1174,230", "'BT4' 428,470",
+                                   "'BT5' 801,470", "'BT6' 1174,470", "'BT7' 428,710", "'BT8' 801,710",
+                                   "'BT9' 1174,710", "'BT10' 1547,350", "'BT11' 1547,590"}) {
+        EXPECT_THAT(keypad, HasSubstr(name + " FFFFFF 48; '(4"));
     }
     EXPECT_THAT(keypad, StartsWith("'BT1' 428,230 FFFFFF 48; '(40)' 505,230 FF7777 48; 'BT2'"));
     EXPECT_THAT(keypad, EndsWith("; 'BT11' 1547,590 FFFFFF 48; '(410)' 1648,590 FF7777 48; flip"));
@@ -308,15 +294,16 @@ TEST_F(ScreenPageTest, ASampleIsDrawnInTheColourOfItsState) {
         {"hardware=KP480;revision=B;rheader=92", 0, 1, 0x10, "0077FF", "0077FF"},
         {"hardware=KP480;rheader=92", 0, 1, 0x10, "FF0000", "FF0000"},
     };
-    for (const auto& expected : cases) {
-        DrawBoard(expected.properties);
-        m_page.DrawFrame({{5, 10, 20, expected.value3, 40, expected.touched}}, 0, expected.levels, 0);
+    for (const auto& [properties, value3, touched, levels, colour, value3Colour] : cases) {
+        DrawBoard(properties);
+        m_page.DrawSecond(0);
+        TakeRecorded();
+        m_page.DrawFrame({{5, 10, 20, value3, 40, touched}}, 0, levels, 0);
         EXPECT_THAT(
             TakeRecorded(),
             StartsWith(strprintf("fill 801,518 373x192 000011; '10' 801,518 %s 48; '20' 801,566 %s 48; "
                                  "'40' 801,614 %s 48; '%d' 801,662 %s 48; fill 428,290 186x120 000011",
-                                 expected.colour, expected.colour, expected.colour, expected.value3,
-                                 expected.value3Colour)));
+                                 colour, colour, colour, value3, value3Colour)));
     }
 }
 
@@ -333,17 +320,20 @@ TEST_F(ScreenPageTest, AButtonThatIsNotDiagnosedShowsItsTouchAsABlock) {
 
 TEST_F(ScreenPageTest, TheStripShowsTheTimeThatHasPassedAndMakesWayForAMessage) {
     DrawBoard("");
-    m_page.DrawFrame({}, 0, 0, 45'000'000'001);
     m_page.DrawSecond(45);
+    m_page.DrawFrame({}, 0, 0, 45'000'000'001);
     m_page.ShowMessage(m_page.GetStripTop(), 0x0077FF, "Complete");
-    EXPECT_THAT(
-        TakeRecorded(),
-        EndsWith("fill 0,952 1841x128 000000; outline 20,984 1811x64 FFFFFF; fill 22,986 1355x60 FFFFFF; "
-                 "fill 1851,952 69x128 000000; '45' 1851,952 FFFFFF 64; "
-                 "fill 0,952 1920x128 000000; 'Complete' 960,1016 0077FF 64 centre; flip"));
+    const std::string drawn = TakeRecorded();
+    EXPECT_THAT(drawn, StartsWith("fill 1851,952 69x128 000000; '45' 1851,952 FFFFFF 64; "));
+    EXPECT_THAT(drawn, EndsWith("fill 0,952 1841x128 000000; outline 20,984 1811x64 FFFFFF; "
+                                "fill 22,986 1355x60 FFFFFF; "
+                                "fill 0,952 1920x128 000000; 'Complete' 960,1016 0077FF 64 centre; flip"));
     m_page.LayOutStrip(0);
     m_page.DrawFrame({}, 0, 0, 1);
     EXPECT_THAT(TakeRecorded(), EndsWith("fill 22,986 0x60 FFFFFF"));
+    m_page.LayOutStrip(std::numeric_limits<std::int32_t>::max());
+    m_page.DrawFrame({}, 0, 0, 1'000'000'000'000'000'000);
+    EXPECT_THAT(TakeRecorded(), EndsWith("fill 22,986 722x60 FFFFFF"));
 }
 
 }  // namespace

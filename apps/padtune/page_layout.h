@@ -41,8 +41,9 @@ struct BoxArea {
     std::int32_t valueWidth = 0;  ///< of its widest value
 };
 
-/// @param counterWidth logical width of the widest count
-/// @param counterHeight its logical height
+/// Places the strip at the bottom of the page.
+/// @param screenWidth, screenHeight the page's size
+/// @param counterWidth, counterHeight logical extents of the widest count
 inline StripLayout LayOutBottomStrip(std::int32_t screenWidth, std::int32_t screenHeight,
                                      std::int32_t counterWidth, std::int32_t counterHeight) {
     constexpr std::int32_t COUNTER_MARGIN = 5;
@@ -56,11 +57,15 @@ inline StripLayout LayOutBottomStrip(std::int32_t screenWidth, std::int32_t scre
 
 /// What is blanked before the bar is drawn again.
 inline PageRectangle GetProgressBackground(const StripLayout& strip) {
-    return {0, strip.top, strip.counterX - 15, strip.height};
+    constexpr std::int32_t GAP_BEFORE_COUNTER = 15;
+    return {0, strip.top, strip.counterX - GAP_BEFORE_COUNTER, strip.height};
 }
 
+/// The frame around the bar.
 inline PageRectangle GetProgressOutline(const StripLayout& strip) {
-    return {20, strip.top + strip.height / 4, strip.counterX - 45, strip.height / 2};
+    constexpr std::int32_t LEFT = 20;
+    constexpr std::int32_t GAP_BEFORE_COUNTER = 25;
+    return {LEFT, strip.top + strip.height / 4, strip.counterX - LEFT - GAP_BEFORE_COUNTER, strip.height / 2};
 }
 
 /// The filled part of the bar, inside the outline.
@@ -69,17 +74,24 @@ inline PageRectangle GetProgressOutline(const StripLayout& strip) {
 inline PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elapsedNanoseconds,
                                     std::int32_t timeoutSeconds) {
     constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-    const std::int64_t fullWidth = strip.counterX - 49;
+    constexpr std::int32_t INSET = 2;
+    PageRectangle bar = GetProgressOutline(strip);
+    bar.x += INSET;
+    bar.y += INSET;
+    bar.height -= 2 * INSET;
+
+    // In a run of some weeks the product can outgrow 64 bits.
+    const __int128 product = static_cast<__int128>(bar.width - 2 * INSET) * elapsedNanoseconds;
     const std::int64_t timeoutNanoseconds = timeoutSeconds * NANOSECONDS_PER_SECOND;
-    const std::int64_t width =
-        timeoutNanoseconds > 0 ? fullWidth * elapsedNanoseconds / timeoutNanoseconds : 0;
-    return {22, strip.top + 2 + strip.height / 4, static_cast<std::int32_t>(width), strip.height / 2 - 4};
+    bar.width = timeoutNanoseconds > 0 ? static_cast<std::int32_t>(product / timeoutNanoseconds) : 0;
+    return bar;
 }
 
 /// A keypad of three columns and three rows, with a fourth column of two.
 inline std::vector<ButtonBox> LayOutKeypad(const BoxArea& area) {
+    constexpr std::int32_t GAP_AFTER_TABLE = 20;
     const std::int32_t available = area.bottom - area.top;
-    const std::int32_t left = area.labelWidth + area.valueWidth + 20;
+    const std::int32_t left = area.labelWidth + area.valueWidth + GAP_AFTER_TABLE;
     const std::int32_t width = (area.screenWidth - left) / 4;
     const std::int32_t height = available / 3;
     std::vector<ButtonBox> boxes;

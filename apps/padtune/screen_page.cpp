@@ -4,8 +4,11 @@
 #include "apps/padtune/screen_page.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 #include "apps/padtune/touch_board_commands.h"
 #include "lib/kestrel_dfb/video_mode.h"
@@ -30,6 +33,12 @@ constexpr std::uint32_t VALUE_COLOUR = 0xFF7777;
 // A KP480 whose touch controller reports this raw header is sold as the KP480S.
 constexpr int KP480S_RAW_HEADER = 92;
 
+// Where the labels of the parameter table end and its values start, to the right of the widest label's
+// width.
+constexpr std::int32_t LABEL_END = 5;
+constexpr std::int32_t VALUE_START = 7;
+constexpr std::int32_t GAP_AFTER_BOX_NAME = 5;
+
 /// One row of the parameter table.
 struct ParameterRow {
     std::string label;
@@ -51,8 +60,10 @@ std::string FormatRawHeader(int rawHeader) {
     return rawHeader < 0 ? "?" : strprintf("%d", rawHeader);
 }
 
-/// The row of a parameter, if it has one. Unknown codes are reported on standard error.
-std::optional<ParameterRow> MakeParameterRow(const BoardParameter& parameter, int rawHeader) {
+/// The row of a parameter, if it has one. Complains about an unknown code on standard error each time it
+/// is asked; the table is gone through twice, to measure and to draw, so each such code deliberately
+/// gives two lines.
+std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, int rawHeader) {
     if (parameter.code == COMMAND_RAW_HEADER) {
         return ParameterRow{"Raw Header:", FormatRawHeader(rawHeader)};
     }
@@ -68,10 +79,11 @@ std::optional<ParameterRow> MakeParameterRow(const BoardParameter& parameter, in
     return std::nullopt;
 }
 
+// A text without digits is 0, deliberately: only a board that does not say its raw header has an unknown
+// one. A number beyond 32 bits is no raw header either, and must not be cut to one that means something.
 int ParseRawHeader(const std::string& text) {
-    char* end = nullptr;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    return end == text.c_str() ? -1 : static_cast<int>(value);
+    const long long value = std::strtoll(text.c_str(), nullptr, 10);
+    return std::in_range<int>(value) ? static_cast<int>(value) : -1;
 }
 
 bool HasBit(std::uint32_t bits, const ButtonBox& box) {
@@ -203,7 +215,7 @@ void ScreenPage::DrawIdentity(const std::string& properties) {
 ScreenPage::TableMeasures ScreenPage::MeasureParameterTable(const BoardSetup& setup) {
     TableMeasures measures;
     for (const BoardParameter& parameter : setup.parameters) {
-        if (const auto row = MakeParameterRow(parameter, m_board.rawHeader)) {
+        if (const auto row = LookUpParameterRow(parameter, m_board.rawHeader)) {
             const DFBRectangle label = Measure(m_fontSmall, row->label).logical;
             const DFBRectangle value = Measure(m_fontSmall, row->value).logical;
             measures.labelWidth = std::max(measures.labelWidth, label.w);
@@ -219,11 +231,11 @@ void ScreenPage::DrawParameterTable(const BoardSetup& setup) {
     m_primary->SetFont(m_primary, m_fontSmall);
     std::int32_t y = m_top + m_identityAdvance;
     for (const BoardParameter& parameter : setup.parameters) {
-        if (const auto row = MakeParameterRow(parameter, m_board.rawHeader)) {
+        if (const auto row = LookUpParameterRow(parameter, m_board.rawHeader)) {
             SetColour(WHITE);
-            DrawText(row->label, m_table.labelWidth + 5, y, DSTF_TOPRIGHT);
+            DrawText(row->label, m_table.labelWidth + LABEL_END, y, DSTF_TOPRIGHT);
             SetColour(VALUE_COLOUR);
-            DrawText(row->value, m_table.labelWidth + 7, y);
+            DrawText(row->value, m_table.labelWidth + VALUE_START, y);
             Flip();
         }
         y += m_table.lineHeight;  // an entry without a row leaves a gap
@@ -249,7 +261,8 @@ void ScreenPage::DrawBoxNames(const BoardSetup& setup) {
         if (position < setup.fingerThresholds.size()) {
             const std::int32_t nameWidth = Measure(m_fontSmall, name).logical.w;
             SetColour(VALUE_COLOUR);
-            DrawText(strprintf("(%d)", setup.fingerThresholds[position]), box.x + nameWidth + 5, box.y);
+            DrawText(strprintf("(%d)", setup.fingerThresholds[position]),
+                     box.x + nameWidth + GAP_AFTER_BOX_NAME, box.y);
         }
     }
     Flip();
@@ -287,6 +300,7 @@ void ScreenPage::DrawSample(const ButtonBox& box, const ButtonSample& sample, st
     DrawText(strprintf("%d", sample.value1), box.x, box.y + line);
     DrawText(strprintf("%d", sample.value2), box.x, box.y + 2 * line);
     DrawText(strprintf("%d", sample.value4), box.x, box.y + 3 * line);
+    // value3 stands last, as in the diagnostic lines, and warns by itself.
     if (sample.value3 != 0 && !touched) {
         SetColour(ORANGE);
     }

@@ -1,12 +1,12 @@
 #pragma once
 
 // The full-screen page that the display shows during a run: the title, the board's identity, the board's
-// parameters, one box per button with its live values, a progress bar and a counter of seconds; and a message
-// when something goes wrong or the run ends. Everything is drawn into one double-buffered surface and shown
-// with a flip.
+// parameters, one box per button with its live values, a progress bar and a counter of seconds; and a
+// message when something goes wrong or the run ends. Everything is drawn into one double-buffered surface
+// and shown with a flip.
 //
-// Main thread only. Whatever fails in a checked DirectFB call ends the process through DirectFB's fatal exit.
-// Lengths and positions are pixels; colours are 0xRRGGBB.
+// Main thread only. Whatever fails in a checked DirectFB call ends the process through DirectFB's fatal
+// exit. Lengths and positions are pixels; colours are 0xRRGGBB.
 
 #include <cstdint>
 #include <string>
@@ -18,28 +18,29 @@
 
 /// What a port's properties text says about the board.
 struct BoardProperties {
-    std::string model;     ///< empty when unknown
-    std::string revision;  ///< empty when unknown
-    bool hasHeader = false;
-    int rawHeader = -1;  ///< -1 when unknown
+    std::string model;       ///< empty when unknown
+    std::string revision;    ///< empty when unknown
+    bool hasHeader = false;  ///< whether the board says that it has a header; shown for a KP120 only
+    int rawHeader = -1;      ///< -1 when unknown
 
-    /// Reads a text of semicolon-separated pairs ("hardware=KP480;revision=B"). A piece that is no pair is
-    /// reported on standard error and skipped; unknown keys are ignored, and a repeated key overwrites.
+    /// Reads a text of semicolon-separated pairs ("hardware=KP480;revision=B"). A piece that is no pair
+    /// is reported on standard error and skipped; unknown keys are ignored, and a repeated key
+    /// overwrites.
     static BoardProperties Parse(const std::string& text);
 };
 
 class ScreenPage {
 public:
-    /// @param dfbScreen empty; filled by BringUp. It outlives the page, which releases its fonts, its surface
-    /// and
-    ///        DirectFB's main interface, in this order, when it is destroyed.
+    /// @param dfbScreen empty; filled by BringUp. It outlives the page, which releases its fonts, its
+    ///        surface and DirectFB's main interface, in this order, when it is destroyed.
     explicit ScreenPage(DFBPointer<IDirectFBScreen>& dfbScreen) : m_dfbScreen(dfbScreen) {}
 
     ScreenPage(const ScreenPage&) = delete;
     ScreenPage& operator=(const ScreenPage&) = delete;
 
-    /// Starts DirectFB, applies the player's current video mode and creates the surface and the fonts. Comes
-    /// first, once.
+    /// Starts DirectFB, applies the player's current video mode and creates the surface and the fonts.
+    /// Comes first, once.
+    /// @param argc, argv the program's arguments; DirectFB takes out those that are its own
     /// @throws VideoMode::Invalid when the player's current mode string is invalid
     void BringUp(int argc, char** argv);
 
@@ -56,8 +57,8 @@ public:
     /// The top of the bottom strip. Valid after LayOutStrip.
     std::int32_t GetStripTop() const { return m_strip.top; }
 
-    /// Draws the board's model and revision; nothing when either is unknown. Decides the model colour and the
-    /// kind of keypad.
+    /// Draws the board's model and revision; nothing when either is unknown. Decides the model colour and
+    /// the kind of keypad.
     /// @param properties the diagnostics port's properties text
     void DrawIdentity(const std::string& properties);
 
@@ -67,9 +68,9 @@ public:
     /// Makes room for the progress bar and for a counter that can show the timeout.
     void LayOutStrip(std::int32_t timeoutSeconds);
 
-    /// Places the button boxes beside the parameter table and above the strip, which both come before; draws
-    /// each box's name and finger threshold, and shows them. A threshold that the board did not send is left
-    /// out.
+    /// Places the button boxes beside the parameter table and above the strip, which both come before;
+    /// draws each box's name and finger threshold, and shows them. A threshold that the board did not
+    /// send is left out.
     void DrawBoxNames(const BoardSetup& setup);
 
     /// Draws the boxes' live state and the progress bar; the caller flips.

@@ -31,7 +31,8 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
 /// The conversation with one board.
 class BoardIdentity {
 public:
-    /// Opens the board and asks it, for up to 2 seconds. A board that does not answer is reported to standard
+    /// Opens the board and asks it, up to four times in about 2 seconds; each time takes 10 seconds more with
+    /// a board that does not even take the question. A board that does not answer is reported to standard
     /// error and has an unknown model.
     /// @param identDesc  the output field that takes commands
     /// @param setupDesc  the input field that answers, of the same device

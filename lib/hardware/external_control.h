@@ -10,19 +10,21 @@
 
 namespace ExternalControl {
 
-/// What a port received. Runs on the poll thread: keep it short, and give no commands to ports from it, for a
-/// command may wait for a device.
+/// What a port received. Runs on the poll thread: keep it short. Open, release and command no port from here:
+/// a command may wait for a device, and the others for a thread that waits for this callback.
 /// @param pin    pin number, or index of the value
 /// @param value  a level (0 or 1), or the value as received
 /// @param width  1 for a level, 32 for a value
 using InputCallback = std::function<void(unsigned pin, unsigned value, unsigned width)>;
 
-/// The port's device has been gone for 10 seconds. Runs on the poll thread; must not destroy the port.
+/// The port's device has been gone for 10 seconds. Runs on the poll thread: open, release and command no port
+/// from here.
 using LostCallback = std::function<void()>;
 
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
-/// and may block for some 10 seconds when a device does not answer. A failing device is an ErrnoException
-/// named after the operation.
+/// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
+/// also waits until that is through, 10 seconds for every value restored. A failing device is an
+/// ErrnoException named after the operation.
 ///
 /// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
 /// std::shared_ptr, which remembers it.
@@ -86,7 +88,8 @@ protected:
 
 /// Opens the port of a name such as "TouchBoard-0-LED"; the case of ASCII letters does not matter. The
 /// devices are looked for once in a process, on the first call: what is plugged in later cannot be opened.
-/// Any thread.
+/// Any thread, not from a callback. A board that does not answer blocks the call for about 10 seconds, and
+/// the first call, which asks touch boards for their model, for some 40 more.
 /// @param inputCallback  gets the inputs; required
 /// @param lostCallback   may be empty
 /// @return the port, attached to the PollThread; must be released before that ends

@@ -95,7 +95,9 @@ void PortOnHid::Start() {
 }
 
 PortOnHid::~PortOnHid() {
-    // First of all, for a reconnection would attach the port again.
+    // A reconnection that is running makes no more requests.
+    m_closing = true;
+    // Before the rest, for a reconnection would attach the port again.
     if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
         KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
     }
@@ -322,7 +324,9 @@ std::uint32_t PortOnHid::Encode(unsigned value) const {
 void PortOnHid::SetValueCallback(InputCallback callback) {
     auto replacement = callback ? std::make_shared<const InputCallback>(std::move(callback)) : nullptr;
     const auto blocked = PollThread::GetInstance()->BlockCallbacks();
-    m_valueCallback = std::move(replacement);
+    // The old one dies as the replacement, after the lock is released: its destruction may wait for a
+    // callback.
+    m_valueCallback.swap(replacement);
 }
 
 // --- On the poll thread ---
@@ -350,6 +354,11 @@ void PortOnHid::OnLost() {
     const std::chrono::nanoseconds deadline =
         std::chrono::steady_clock::now().time_since_epoch() + LOST_DELAY;
     pollThread->AddTimer(this, &PortOnHid::OnLostTimer, 0, deadline.count());
+    // Events queue up behind a slow callback: the board may be back already, and its notice have come when
+    // the port was not lost yet.
+    if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
+        KestrelObjectGlobals::GetInstance()->AnnounceAgain();
+    }
 }
 
 void PortOnHid::OnLostTimer(std::uintptr_t) {
@@ -388,7 +397,12 @@ void PortOnHid::HandleLevel(unsigned index, bool usageSet) {
     if ((m_directions & bit) == 0) {
         m_inputCallback(index, level, 1);
     }
-    m_inputs ^= bit;
+    // Set, not flipped: a reconnection may have stored the levels meanwhile.
+    if (level) {
+        m_inputs |= bit;
+    } else {
+        m_inputs &= ~bit;
+    }
 }
 
 // --- On the hot-plug monitor's thread ---
@@ -409,23 +423,30 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
         return;
     }
 
-    const std::lock_guard lock(m_commandMutex);
     PollThread* pollThread = PollThread::GetInstance();
-    // Also waits for the activity that found the device lost. The flag is cleared before the port is
-    // attached: the new device may be lost at once.
+    // Also waits for the activity that found the device lost. Before the lock, for a command to the old
+    // device may hold that for longer than the timer has left.
     pollThread->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
+
+    const std::lock_guard lock(m_commandMutex);
+    // Cleared before the port is attached: the new device may be lost at once.
     m_lost = false;
     m_device = std::move(device);
     pollThread->Attach(this, POLLIN);
     RestoreDevice();
 }
 
+// A board that does not answer makes every request take some 10 seconds: a port that is being destroyed asks
+// for no more of them.
 void PortOnHid::RestoreDevice() {
+    if (m_closing) {
+        return;
+    }
     const std::uint32_t directions = m_directions;
     try {
         InitReport();
         const std::uint32_t changed = m_directions ^ directions;
-        for (unsigned pin = 0; pin < MASK_PINS; ++pin) {
+        for (unsigned pin = 0; pin < MASK_PINS && !m_closing; ++pin) {
             if ((changed & PinBit(pin)) != 0) {
                 SetDirection(pin, (directions & PinBit(pin)) != 0 ? Direction::OUTPUT : Direction::INPUT);
             }
@@ -433,11 +454,15 @@ void PortOnHid::RestoreDevice() {
         // A copy, for SetOutput stores what it writes.
         const std::map<unsigned, unsigned> outputs = m_outputs;
         for (const auto& [pin, value] : outputs) {
-            SetOutput(pin, value);
+            // Values are remembered before they are sent, so those of pins that the board does not have are
+            // among them; the kernel would reject them again.
+            if (pin < m_count && !m_closing) {
+                SetOutput(pin, value);
+            }
         }
     } catch (...) {
-        // The board went away again; the directions are still to be restored when it comes back the next
-        // time.
+        // The request may have failed because the board went away again: the next time it comes back, the
+        // directions to restore are still these, not those just read.
         m_directions = directions;
         throw;
     }

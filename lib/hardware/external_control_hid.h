@@ -3,7 +3,9 @@
 // A port on one HID application of a USB board, through the kernel's hiddev device. It covers one report: an
 // input field (what the board sends), an output field (what the host sets) and a direction field (which pins
 // are outputs), or some of them. When its board is unplugged and comes back, the port reopens it and restores
-// directions and outputs.
+// directions and outputs: the values remembered, those of failed commands included, and the directions that
+// the board had. A direction given while the board is away fails and is not remembered. Levels that changed
+// meanwhile are read afresh and never reach the InputCallback.
 //
 // Three threads meet here:
 // - the commands of the port, on the caller's thread;
@@ -75,8 +77,8 @@ public:
     };
     using DescriptorPtr = std::shared_ptr<Descriptor>;
 
-    /// Opens a port and attaches it to the PollThread. Any thread but the poll thread; may block for some
-    /// seconds.
+    /// Opens a port and attaches it to the PollThread. Any thread but the poll thread; blocks for about 10
+    /// seconds when the board does not answer.
     /// @throws ErrnoException when the device fails; nothing is left behind then
     static std::shared_ptr<PortOnHid> Open(const Descriptor& descriptor, InputCallback inputCallback,
                                            LostCallback lostCallback);
@@ -84,7 +86,8 @@ public:
     /// For Open: opens the device and reads its state.
     PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback);
 
-    /// Waits for a callback or a reconnection that is running. Not from a callback.
+    /// Not from a callback. Waits for a callback that is running, and for the one request that a reconnection
+    /// is making: about 10 seconds when the board does not answer.
     ~PortOnHid() override;
 
     unsigned GetPinCount() override { return m_count; }
@@ -156,6 +159,7 @@ private:
     const std::uint32_t m_headerValue;
     const std::string m_location;
     std::atomic<bool> m_lost{false};
+    std::atomic<bool> m_closing{false};      ///< the port is being destroyed
     std::recursive_mutex m_commandMutex;     ///< guards the outputs, and the device against being exchanged
     std::map<unsigned, unsigned> m_outputs;  ///< by pin, the value last written
 };

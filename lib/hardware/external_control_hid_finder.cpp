@@ -242,6 +242,7 @@ void Finder::ScanField(int device, const hiddev_field_info& field, const Descrip
 }
 
 void Finder::OnFound(const Descriptor& found) {
+    PLATFORM_ASSERT(found.capabilities >= CAPABILITY_INPUT && found.capabilities <= CAPABILITY_BOTH);
     const auto known = std::find_if(m_descriptors.begin(), m_descriptors.end(), [&](const DescriptorPtr& d) {
         return d->hid_device == found.hid_device && d->application == found.application &&
                d->reportId == found.reportId && d->usageBase == found.usageBase && d->count == found.count;
@@ -261,8 +262,6 @@ void Finder::OnFound(const Descriptor& found) {
         case CAPABILITY_BOTH:
             merged.directionField = found.directionField;
             break;
-        default:
-            PLATFORM_ASSERT(false);
     }
     merged.capabilities |= found.capabilities;
 }

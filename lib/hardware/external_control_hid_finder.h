@@ -44,7 +44,8 @@ private:
 
 class AvailablePorts {
 public:
-    /// Finds the boards, asks touch boards for their model, and names the ports. May block for some seconds.
+    /// Finds the boards, asks touch boards for their model, and names the ports. Blocks for some 40 seconds
+    /// for each touch board that does not answer.
     /// @throws ErrnoException when a device fails
     AvailablePorts();
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Two helpers over DirectFB's C interfaces: DFBPointer owns one reference to an interface, and DFBCHECK turns
-// a failing call into a report and DirectFB's own fatal exit.
+// Two helpers over DirectFB's C interfaces: DFBPointer owns one reference to an interface, and DFBCHECK
+// turns a failing call into a report and DirectFB's own fatal exit.
 
 #include <directfb.h>
 
@@ -10,15 +10,15 @@
 
 #include "lib/platform/assertion.h"
 
-/// The source path that DFBCHECK reports. A file whose reports go by another name defines it before its first
-/// include.
+/// The source path that DFBCHECK reports. A file whose reports go by another name defines it before its
+/// first include.
 #ifndef DFBCHECK_SOURCE
 #define DFBCHECK_SOURCE __FILE__
 #endif
 
-/// Evaluates a DirectFB call. On a result other than DFB_OK it writes the source path and line to standard
-/// error and ends the process through DirectFBErrorFatal with the text of the call. The text is the call as
-/// it stands in the source, macros unexpanded.
+/// Evaluates a DirectFB call. On a result other than DFB_OK it writes the source path and line to
+/// standard error and ends the process through DirectFBErrorFatal with the text of the call. The text is
+/// the call as it stands in the source, macros unexpanded.
 #define DFBCHECK(call)                                                       \
     do {                                                                     \
         const DFBResult dfbcheckResult = (call);                             \
@@ -28,8 +28,9 @@
         }                                                                    \
     } while (false)
 
-/// Owns one reference to the DirectFB interface T, or none. A copy takes a reference of its own, so a holder
-/// passed by value keeps the interface alive for the call. No locking: a holder belongs to one thread.
+/// Owns one reference to the DirectFB interface T, or none. A copy takes a reference of its own, so a
+/// holder passed by value keeps the interface alive for the call. No locking: a holder belongs to one
+/// thread.
 template <typename T>
 class DFBPointer {
 public:
@@ -67,8 +68,8 @@ public:
         }
     }
 
-    /// Where a DirectFB call may store the interface that it creates or fetches; the call's reference becomes
-    /// the holder's. A reference that the holder already has is released first.
+    /// Where a DirectFB call may store the interface that it creates or fetches; the call's reference
+    /// becomes the holder's. A reference that the holder already has is released first.
     T** AsOutParameter() {
         Reset();
         return &m_ptr;
@@ -81,8 +82,8 @@ public:
         return m_ptr;
     }
 
-    /// The interface, as the first argument of its own functions. Asserts that the holder is not empty and
-    /// the pointer is aligned.
+    /// The interface, as the first argument of its own functions. Asserts that the holder is not empty
+    /// and the pointer is aligned.
     operator T*() {
         PLATFORM_ASSERT_VALID_POINTER_AT("lib/kestrel_dfb/directfb_helpers.h", 257, __PRETTY_FUNCTION__,
                                          m_ptr);

@@ -2,50 +2,17 @@
 
 #include <cstdint>
 
-namespace {
-
-constexpr std::uint32_t COMMON_FIELDS =
-    DSECONF_TV_STANDARD | DSECONF_SCANMODE | DSECONF_FREQUENCY | DSECONF_CONNECTORS | DSECONF_FRAMING;
-
-void AddFlags(DFBScreenEncoderConfig& configuration, std::uint32_t flags) {
-    configuration.flags = static_cast<DFBScreenEncoderConfigFlags>(configuration.flags | flags);
-}
-
-void CopyCommonFields(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
-    AddFlags(configuration, COMMON_FIELDS);
-    configuration.tv_standard = static_cast<DFBScreenEncoderTVStandards>(mode.tv_standard);
-    configuration.out_connectors = static_cast<DFBScreenOutputConnectors>(mode.connectors);
-    configuration.scanmode = static_cast<DFBScreenEncoderScanMode>(mode.scan_mode);
-    configuration.frequency = static_cast<DFBScreenEncoderFrequency>(mode.frequency);
-    configuration.framing = static_cast<DFBScreenEncoderPictureFraming>(mode.framing);
-}
+#include "lib/kestrel_dfb/encoder_fields.h"
 
 #ifdef PADTUNE_HAVE_ENCODER_EXTENSIONS
 
-constexpr std::uint32_t COLOR_SPACE_FIELD = 0x2000;
-constexpr std::uint32_t COLOR_DEPTH_FIELD = 0x4000;
-constexpr std::uint32_t REDUCED_BLANKING_FIELD = 0x8000;
-constexpr std::uint32_t RANGE_FIELD = 0x10000;
-constexpr std::uint32_t DBV_FIELD = 0x80000;
-constexpr std::uint32_t EXTENSION_FIELDS =
-    COLOR_SPACE_FIELD | COLOR_DEPTH_FIELD | REDUCED_BLANKING_FIELD | RANGE_FIELD | DBV_FIELD;
-
-template <typename Field, typename Value>
-void Assign(Field& field, Value value) {
-    field = static_cast<Field>(value);
-}
-
-void CopyDistinctFields(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
-    AddFlags(configuration, DSECONF_RESOLUTION | EXTENSION_FIELDS);
-    Assign(configuration.resolution, mode.resolution);
-    Assign(configuration.color_space, mode.color_space);
-    Assign(configuration.color_depth, mode.color_depth);
-    Assign(configuration.reduced_blanking, mode.reduced_blanking);
-    Assign(configuration.range, mode.range);
-    Assign(configuration.dbv, mode.dbv);
+void CopyModeToEncoderConfiguration(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
+    CopyPlayerFields(mode, configuration);
 }
 
 #else
+
+namespace {
 
 struct ResolutionTranslation {
     std::uint64_t player;
@@ -77,7 +44,10 @@ constexpr ResolutionTranslation RESOLUTIONS[] = {
 };
 // clang-format on
 
-void CopyDistinctFields(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
+}  // namespace
+
+void CopyModeToEncoderConfiguration(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
+    CopyCommonFields(mode, configuration);
     for (const ResolutionTranslation& translation : RESOLUTIONS) {
         if (translation.player == mode.resolution) {
             AddFlags(configuration, DSECONF_RESOLUTION);
@@ -89,10 +59,3 @@ void CopyDistinctFields(const VideoMode::Mode& mode, DFBScreenEncoderConfig& con
 }
 
 #endif
-
-}  // namespace
-
-void CopyModeToEncoderConfiguration(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
-    CopyCommonFields(mode, configuration);
-    CopyDistinctFields(mode, configuration);
-}

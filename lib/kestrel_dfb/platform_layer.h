@@ -1,8 +1,9 @@
 #pragma once
 
-// The set-top platform layer under the player's DirectFB, which has to be initialised before DirectFB itself.
-// An upstream DirectFB has no such layer: against one, this header declares the same two entry points and
-// platform_layer.cpp supplies versions that do nothing, so that the program starts the same way everywhere.
+// The set-top platform layer under the player's DirectFB, which has to be initialised before DirectFB
+// itself. An upstream DirectFB has no such layer: against one, this header declares the same two entry
+// points and platform_layer.cpp supplies versions that do nothing, so that the program starts the same
+// way everywhere.
 
 #ifdef PADTUNE_HAVE_DFB_PLATFORM_LAYER
 

@@ -1,5 +1,6 @@
 #include "lib/kestrel_dfb/video_mode.h"
 
+#include <exception>
 #include <utility>
 
 #include "lib/hardware/hardware_config.h"
@@ -18,10 +19,10 @@ constexpr char DEFAULT_MODE[] = "1920x1080x60p";
 constexpr char FALL_BACK_MODE[] = "640x480x60p";
 constexpr char HD_MODE[] = "1920x1080x60p";
 
-constexpr std::uint32_t COLOR_SPACE_RGB = 1;
-constexpr std::uint32_t CONNECTOR_HDMI = 0x40;
 constexpr int ENCODER = 0;
 
+// The player's bits for these fields; those that an encoder configuration has are marked by the same bits
+// there.
 enum OptionField : std::uint32_t {
     COLOR_SPACE = 0x2000,
     COLOR_DEPTH = 0x4000,
@@ -59,6 +60,8 @@ constexpr Option OPTIONS[] = {
 };
 // clang-format on
 
+// 2376x288, 1440x1080 and 1440x1088 are deliberately missing: they stay allowed on a limited player, odd
+// as they are, and none has more pixels than HD.
 constexpr std::uint64_t LARGE_RESOLUTIONS[] = {
     0x2000000,     // 2048x1152
     0x4000000,     // 2560x1080
@@ -123,11 +126,11 @@ void ApplyWords(const std::string& modeString, VideoMode::Mode& mode) {
 
 std::uint8_t GetAllowedColorSpaces(const VideoMode::Mode& mode) {
     switch (mode.color_depth) {
-        case 1:
+        case COLOR_DEPTH_8_BIT:
             return mode.color_spaces_8bit;
-        case 2:
+        case COLOR_DEPTH_10_BIT:
             return mode.color_spaces_10bit;
-        case 3:
+        case COLOR_DEPTH_12_BIT:
             return mode.color_spaces_12bit;
         default:
             return 0;  // no mode says what it allows at 16 bits
@@ -177,6 +180,7 @@ bool VideoMode::Parse(std::string& mode_string, Mode& mode) {
         PLATFORM_MESSAGE("Videomode %s does not support bit depth %d, will colorspace %d\n", name.c_str(),
                          static_cast<int>(mode.color_depth), static_cast<int>(mode.color_space));
     }
+    // Nothing follows the mode, and the message deliberately keeps the blank before it.
     throw Invalid(strprintf("Invalid video mode: '%s' %s", mode_string.c_str(), ""), mode_string);
 }
 
@@ -196,6 +200,7 @@ bool VideoMode::ApplyCurrentMode(DFBPointer<IDirectFBScreen> screen, bool fall_b
         if (!fall_back) {
             throw;
         }
+        // Every display can show this mode, and a picture is better than none.
         name = FALL_BACK_MODE;
     }
     return ApplyMode(std::move(screen), std::move(name), limit_to_hd);
@@ -203,15 +208,9 @@ bool VideoMode::ApplyCurrentMode(DFBPointer<IDirectFBScreen> screen, bool fall_b
 
 bool VideoMode::ApplyMode(DFBPointer<IDirectFBScreen> screen, std::string mode_string, bool limit_to_hd) {
     Mode mode{};
-    if (!Parse(mode_string, mode)) {
+    Parse(mode_string, mode);
+    if (limit_to_hd && !LimitToHd(mode)) {
         return false;
-    }
-    if (limit_to_hd) {
-        std::string hdMode = HD_MODE;
-        if (IsUhd(mode.resolution) && !Parse(hdMode, mode)) {
-            return false;
-        }
-        mode.color_space = COLOR_SPACE_RGB;
     }
 
     // A screen without an encoder leaves the record as it is here, and refuses it below.
@@ -226,6 +225,19 @@ bool VideoMode::ApplyMode(DFBPointer<IDirectFBScreen> screen, std::string mode_s
         configuration.out_connectors = static_cast<DFBScreenOutputConnectors>(CONNECTOR_HDMI);
     }
     screen->SetEncoderConfiguration(screen, ENCODER, &configuration);
+    return true;
+}
+
+bool VideoMode::LimitToHd(Mode& mode) {
+    if (IsUhd(mode.resolution)) {
+        std::string hdMode = HD_MODE;
+        try {
+            Parse(hdMode, mode);
+        } catch (const Invalid&) {
+            return false;  // the caller leaves the picture as it is, which beats one that cannot be shown
+        }
+    }
+    mode.color_space = COLOR_SPACE_RGB;
     return true;
 }
 

@@ -6,8 +6,6 @@ enum Family { PC, TV };
 enum ScanMode { INTERLACED = 1, PROGRESSIVE = 2 };
 
 constexpr std::uint32_t FRAMING_MONO = 1;
-constexpr std::uint32_t CONNECTOR_HDMI = 0x40;
-constexpr std::uint32_t DEPTH_8_BIT = 1;
 
 constexpr VideoMode::Mode Row(const char* name, Family family, std::uint32_t tvStandard,
                               std::uint64_t resolution, std::uint32_t frequency, ScanMode scanMode,
@@ -30,7 +28,7 @@ constexpr VideoMode::Mode Row(const char* name, Family family, std::uint32_t tvS
     mode.connectors = CONNECTOR_HDMI;
     mode.rank = rank;
     mode.color_space = colorSpace;
-    mode.color_depth = DEPTH_8_BIT;
+    mode.color_depth = COLOR_DEPTH_8_BIT;
     mode.upscale = upscale;
     return mode;
 }

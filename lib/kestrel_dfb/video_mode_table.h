@@ -1,12 +1,18 @@
 #pragma once
 
-// The player's video modes as data: every mode that a mode string can name, in the order in which the parser
-// looks at them.
+// The player's video modes as data: every mode that a mode string can name, in the order in which the
+// parser looks at them.
 
+#include <cstdint>
 #include <span>
 
 #include "lib/kestrel_dfb/video_mode.h"
 
+constexpr std::uint32_t COLOR_SPACE_RGB = 1;
+constexpr std::uint32_t COLOR_DEPTH_8_BIT = 1;
+constexpr std::uint32_t COLOR_DEPTH_10_BIT = 2;
+constexpr std::uint32_t COLOR_DEPTH_12_BIT = 3;
+constexpr std::uint32_t CONNECTOR_HDMI = 0x40;
 constexpr std::uint64_t RESOLUTION_3840_2160 = 0x40000;
 constexpr std::uint64_t RESOLUTION_4096_2160 = 0x80000;
 

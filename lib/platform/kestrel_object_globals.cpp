@@ -4,15 +4,19 @@
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/trace.h"
 
 namespace {
 
-constexpr std::string_view USB_NODE_FOLDER = "/dev/usb";
+constexpr std::string_view USB_NODE_FOLDER = "/dev/usb/";
+constexpr std::string_view HIDDEV_NODE = "hiddev";
 
 // A blocked notice keeps events waiting in the socket, those of every other subsystem included.
 constexpr int EVENT_BUFFER_BYTES = 4 * 1024 * 1024;
@@ -46,8 +50,8 @@ strata::UdevMonitorPointer ListenTo(udev* connection, const char* source) {
     return monitor;
 }
 
-strata::UniqueFd CreateStopEvent() {
-    strata::UniqueFd event(eventfd(0, EFD_CLOEXEC));
+strata::UniqueFd CreateEvent() {
+    strata::UniqueFd event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!event.IsOpen()) {
         throw ErrnoException(errno, "eventfd");
     }
@@ -62,7 +66,8 @@ KestrelObjectGlobals::KestrelObjectGlobals()
     : m_udev(ConnectUdev()),
       m_kernelMonitor(ListenTo(m_udev.get(), "kernel")),
       m_udevdMonitor(ListenTo(m_udev.get(), "udev")),
-      m_stop(CreateStopEvent()),
+      m_stop(CreateEvent()),
+      m_announce(CreateEvent()),
       m_thread([this] { Run(); }) {}
 
 KestrelObjectGlobals::~KestrelObjectGlobals() {
@@ -78,14 +83,23 @@ void KestrelObjectGlobals::AddHotplugObserver(DeviceHotplugUpdateObserver* obser
 
 void KestrelObjectGlobals::RemoveHotplugObserver(DeviceHotplugUpdateObserver* observer,
                                                  const std::string& pathFilter) {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     m_registrations.remove({observer, pathFilter});
+    // On the monitor's own thread this would be waiting for itself.
+    if (std::this_thread::get_id() != m_thread.get_id()) {
+        m_noticeEnded.wait(lock, [&] { return m_notified != observer; });
+    }
+}
+
+void KestrelObjectGlobals::AnnounceAgain() {
+    eventfd_write(m_announce.Get(), 1);
 }
 
 void KestrelObjectGlobals::Run() {
     prctl(PR_SET_NAME, "hotplug");
     for (;;) {
         pollfd set[] = {{m_stop.Get(), POLLIN, 0},
+                        {m_announce.Get(), POLLIN, 0},
                         {udev_monitor_get_fd(m_kernelMonitor.get()), POLLIN, 0},
                         {udev_monitor_get_fd(m_udevdMonitor.get()), POLLIN, 0}};
         if (poll(set, std::size(set), -1) < 0) {
@@ -98,10 +112,31 @@ void KestrelObjectGlobals::Run() {
         if (set[0].revents != 0) {
             return;
         }
-        for (udev_monitor* monitor : {m_kernelMonitor.get(), m_udevdMonitor.get()}) {
-            if (const std::optional<Event> event = Receive(monitor)) {
-                Notify(*event);
+        try {
+            if (set[1].revents != 0) {
+                AnnounceNodes();
             }
+            for (udev_monitor* monitor : {m_kernelMonitor.get(), m_udevdMonitor.get()}) {
+                if (const std::optional<Event> event = Receive(monitor)) {
+                    Notify(*event);
+                }
+            }
+        } catch (const std::exception& e) {
+            PLATFORM_MESSAGE("KestrelObjectGlobals: %s; a device event may be lost\n", e.what());
+        }
+    }
+}
+
+void KestrelObjectGlobals::AnnounceNodes() {
+    // Taken back before looking: what appears after the look is wanted again, or comes as an event.
+    eventfd_t count;
+    eventfd_read(m_announce.Get(), &count);
+    // The folder is there only as long as there are nodes.
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(USB_NODE_FOLDER, ignored)) {
+        const std::string name = entry.path().filename();
+        if (name.starts_with(HIDDEV_NODE)) {
+            Notify({"add", "/" + name});
         }
     }
 }
@@ -114,6 +149,7 @@ std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_mo
     if (!device) {
         if (errno == ENOBUFS) {
             PLATFORM_MESSAGE("KestrelObjectGlobals: device events were lost\n");
+            AnnounceAgain();
         }
         return std::nullopt;
     }
@@ -122,24 +158,37 @@ std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_mo
     if (node == nullptr || action == nullptr || !std::string_view(node).starts_with(USB_NODE_FOLDER)) {
         return std::nullopt;
     }
-    return Event{action, node + USB_NODE_FOLDER.size()};
+    return Event{action, node + USB_NODE_FOLDER.size() - 1};
 }
 
 void KestrelObjectGlobals::Notify(const Event& event) {
-    const std::lock_guard lock(m_mutex);
-    for (const Registration& registration : m_registrations) {
-        if (event.deviceName.find(registration.pathFilter) == std::string::npos) {
+    std::unique_lock lock(m_mutex);
+    // A copy, for observers come and go while a notice runs; those gone are not called.
+    for (const Registration& registration : std::list(m_registrations)) {
+        if (event.deviceName.find(registration.pathFilter) == std::string::npos ||
+            std::find(m_registrations.begin(), m_registrations.end(), registration) ==
+                m_registrations.end()) {
             continue;
         }
-        try {
-            if (event.action == "add") {
-                registration.observer->OnDeviceAppeared(event.deviceName);
-            } else if (event.action == "remove") {
-                registration.observer->OnDeviceDisappeared(event.deviceName);
-            }
-        } catch (const std::exception& e) {
-            PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: %s\n", event.deviceName.c_str(),
-                             e.what());
+        m_notified = registration.observer;
+        lock.unlock();
+        Deliver(event, *registration.observer);
+        lock.lock();
+        m_notified = nullptr;
+        m_noticeEnded.notify_all();
+    }
+}
+
+void KestrelObjectGlobals::Deliver(const Event& event, DeviceHotplugUpdateObserver& observer) {
+    try {
+        if (event.action == "add") {
+            observer.OnDeviceAppeared(event.deviceName);
+        } else if (event.action == "remove") {
+            observer.OnDeviceDisappeared(event.deviceName);
         }
+    } catch (const std::exception& e) {
+        // The others get their notice all the same.
+        PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: %s\n", event.deviceName.c_str(),
+                         e.what());
     }
 }

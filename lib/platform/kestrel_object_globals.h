@@ -3,6 +3,7 @@
 // The process-wide object that outlives single devices: its hot-plug monitor tells observers when device
 // nodes below /dev/usb appear and disappear.
 
+#include <condition_variable>
 #include <list>
 #include <mutex>
 #include <optional>
@@ -13,12 +14,11 @@
 #include "lib/platform/udev_pointer.h"
 #include "lib/platform/unique_fd.h"
 
-/// Who wants to know. The notices run on the monitor's thread, one after the other; they may block, but keep
-/// other observers waiting meanwhile. What they throw is reported to standard error. They must not add or
-/// remove observers.
+/// Who wants to know. The notices run on the monitor's thread, one after the other; they may block, but the
+/// other observers get theirs later. What they throw is reported to standard error.
 class DeviceHotplugUpdateObserver {
 public:
-    /// A node has appeared. The same node may be announced twice.
+    /// A node has appeared. The same node may be announced again while it is there.
     /// @param deviceName  path of the node below /dev/usb, as "/hiddev3": "/dev/usb%s" of it is the node
     virtual void OnDeviceAppeared(const std::string& deviceName) = 0;
 
@@ -41,13 +41,18 @@ public:
     /// Stops the monitor's thread, after a running notice.
     ~KestrelObjectGlobals();
 
-    /// Registers an observer. Any thread, not from a notice; waits for a running notice.
+    /// Registers an observer; it gets the events from now on. Any thread.
     /// @param pathFilter  a text that the names of its nodes contain
     void AddHotplugObserver(DeviceHotplugUpdateObserver* observer, const std::string& pathFilter);
 
-    /// Removes a registration; nothing happens when there is none. Any thread, not from a notice; waits for a
-    /// running notice, so that the observer is not called any more when this returns.
+    /// Removes a registration; nothing happens when there is none. Any thread. When it returns, no notice of
+    /// the observer's is running (unless this was called from a notice) and none will come by this
+    /// registration; it does not wait for the notices of others.
     void RemoveHotplugObserver(DeviceHotplugUpdateObserver* observer, const std::string& pathFilter);
+
+    /// Has all hiddev nodes that are there announced as appeared, for an observer that could not use the
+    /// notice when it came. Any thread; returns at once, the notices follow.
+    void AnnounceAgain();
 
 private:
     struct Registration {
@@ -63,14 +68,19 @@ private:
     };
 
     void Run();
-    static std::optional<Event> Receive(udev_monitor* monitor);
+    void AnnounceNodes();
+    std::optional<Event> Receive(udev_monitor* monitor);
     void Notify(const Event& event);
+    static void Deliver(const Event& event, DeviceHotplugUpdateObserver& observer);
 
     const strata::UdevPointer m_udev;
     const strata::UdevMonitorPointer m_kernelMonitor;
     const strata::UdevMonitorPointer m_udevdMonitor;
-    const strata::UniqueFd m_stop;  // an eventfd
-    std::mutex m_mutex;             // held while notices run
+    const strata::UniqueFd m_stop;      // an eventfd, as the next
+    const strata::UniqueFd m_announce;  // wanted: AnnounceNodes
+    std::mutex m_mutex;                 // guards the next two; free while a notice runs
     std::list<Registration> m_registrations;
+    DeviceHotplugUpdateObserver* m_notified = nullptr;  // its notice is running
+    std::condition_variable m_noticeEnded;
     std::thread m_thread;  // last: runs on the rest
 };

@@ -5,7 +5,7 @@ import re
 import time
 import unittest
 
-from guest import GuestTestCase
+from guest import RUN_TIMEOUT, GuestTestCase
 
 BACKGROUND = (0, 0, 17)
 BLACK = (0, 0, 0)
@@ -176,7 +176,7 @@ class Runs(PadtuneTestCase):
 
     def test_a_board_that_comes_and_goes_twenty_times(self):
         board = self.player.boards[0]
-        run = self.start_padtune("--timeout", "30", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
+        run = self.start_padtune("--timeout", "60", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
                                  "--button", "5", "--disable-button", "7")
         self.wait_for_event("setup-request")
         self.player.wait_for(lambda: b" 1." in run.stderr, 20)
@@ -187,11 +187,11 @@ class Runs(PadtuneTestCase):
             board.unplug()
             board.plug()
             printed = len(run.stderr)
-            self.assertTrue(self.player.wait_for(lambda: b"BT5:" in run.stderr[printed:], 10), f"cycle {cycle}")
+            self.assertTrue(self.player.wait_for(lambda: b"BT5:" in run.stderr[printed:], 20), f"cycle {cycle}")
         self.assertEqual(self.player.shell(count), before)
         # The last of the board's ports may still be on its way back.
         self.wait_for_state("button-mask=0x00000040 led-mask=0x00000000 leds=0x00000000,0x00000015,")
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         self.assertIn("reset", self.events())
 
     def test_commands_while_the_board_is_away_reach_it_when_it_returns(self):
@@ -251,6 +251,9 @@ class Models(PadtuneTestCase):
         self.assertIn(VIOLET, area)
         self.assertGreater(self.colours(left=1400, top=240, bottom=940)[ORANGE], 5000)
         self.assertNotIn(BLUE, area)
+        identity = self.colours(right=640, top=240, bottom=320)
+        self.assertIn(RED, identity)
+        self.assertNotIn(GREEN, identity)
         self.player.boards[0].plug()
 
 

@@ -15,6 +15,7 @@ class PortsOnHid(GuestTestCase):
         run = self.player.run(["ports-on-hid-test"], timeout=600)
         sys.stderr.write(run.stdout.decode())
         self.assertEqual(run.status, 0, run.stderr.decode())
+        self.assertNotIn(b"Invalid argument", run.stderr)
 
 
 if __name__ == "__main__":
