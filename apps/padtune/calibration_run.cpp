@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
-#include <functional>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -202,6 +201,10 @@ bool CalibrationRun::WaitForSetup() {
 }
 
 void CalibrationRun::DrawBoard() {
+    // One may have come complete in the moment in which the wait ended.
+    if (const std::unique_ptr<BoardSetup> setup = m_reports.TakeSetup()) {
+        m_setup = std::move(*setup);
+    }
     m_page.DrawIdentity(m_inputs.diagnostics->GetProperties());
     m_page.DrawParameterTable(m_setup);
     m_page.LayOutStrip(m_settings.timeoutSeconds);
@@ -285,9 +288,9 @@ void CalibrationRun::SendCommand(std::uint32_t word) {
     Pause(m_settings.pauseMilliseconds);
 }
 
-/// @throws what the port throws, before the timed loop; from then on a failure is printed and the run goes
+/// @throws what the port throws, before the timed loop. From then on a failure is printed and the run goes
 /// on:
-///     the port remembers the value and sends it when the board returns
+///     the port remembers the value and sends it when the board returns.
 void CalibrationRun::SetOutput(Port& port, unsigned index, std::uint32_t value) {
     try {
         port.SetOutput(index, value);

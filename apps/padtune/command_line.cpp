@@ -40,7 +40,7 @@ constexpr const char* USAGE_TEXT =
     "    --low-baseline <number>                    (Configuration param)\n"
     "    --finger-threshold <btn>[-<btn>],<number>  (Configuration param)\n";
 
-/// Reads the leading digits; text without any is 0. The scripts in the field rely on it.
+/// Reads the leading blanks, sign and digits; text without digits is 0. The scripts in the field rely on it.
 std::int32_t ReadNumber(const std::string& text) {
     return static_cast<std::int32_t>(std::strtol(text.c_str(), nullptr, 10));
 }

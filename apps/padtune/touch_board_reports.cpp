@@ -1,6 +1,7 @@
 #include "apps/padtune/touch_board_reports.h"
 
 #include <cstdio>
+#include <iterator>
 #include <utility>
 
 #include "apps/padtune/tick_count.h"
@@ -115,7 +116,7 @@ void TouchBoardReports::DecodeSetup() {
         return;
     }
 
-    // Stored before it is checked: main may see a strange count for a moment, but finds no setup with it.
+    // Stored before it is checked: main may see a strange count for a moment, but no new setup comes with it.
     const auto count = static_cast<std::int32_t>(Byte(m_slots[SLOT_BUTTONS], 1));
     m_buttonCount = count;
     if (count != SUPPORTED_BUTTON_COUNT) {

@@ -79,6 +79,7 @@ public:
 
     /// Replaces the second callback, which gets every value received, changed or not, with width 32. Any
     /// thread, the callback itself included.
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): ports that keep the callback move it
     virtual void SetValueCallback(InputCallback /*callback*/) {}
 
 protected:

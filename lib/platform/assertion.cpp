@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -112,16 +113,19 @@ void ReportAssertion(const char* file, unsigned line, const char* function, cons
 
 void ReportAssertionWithMessage(const char* file, unsigned line, const char* function, const char* expression,
                                 const char* format, ...) noexcept {
+    const int errorNumber = errno;  // what "%m" in the message stands for
     MarkFailure(line);
     va_list arguments;
     va_start(arguments, format);
     const ReportSink sink;
     if (sink.IsKernelLog()) {
         sink.Write("<2>User space assert from %d: %s\n", getpid(), expression);
+        errno = errorNumber;
         sink.WriteList(format, arguments);
         sink.Write("ASSERT Executing %s:%u:%s\n", file, line, function);
     } else {
         sink.Write("\r\nASSERT FAILED: %s\r\n", expression);
+        errno = errorNumber;
         sink.WriteList(format, arguments);
         sink.Write("\r\n%s:%u:%s\r\n", file, line, function);
         sink.Write("\r\n");

@@ -26,6 +26,7 @@ std::int64_t SteadyClockNanoseconds() {
 
 PollThread::PollThread() : m_thread([this] { Run(); }) {}
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a thread that joins itself ends the process
 PollThread::~PollThread() {
     m_stop = true;
     m_waker.Wake();
@@ -95,7 +96,7 @@ void PollThread::RemoveTimerEntry(TimerClient* object, TimerCallback callback, s
 void PollThread::Run() {
     // Without a name or the finer timer slack the thread works all the same.
     prctl(PR_SET_NAME, "vtpoll");
-    prctl(PR_SET_TIMERSLACK, 1);
+    prctl(PR_SET_TIMERSLACK, 1UL);
 
     Attach(&m_waker, POLLIN);
 
@@ -131,7 +132,7 @@ void PollThread::Run() {
 std::size_t PollThread::BuildPollSet(PollSet& set) {
     std::size_t count = 0;
     while (count < m_clients.size()) {
-        const ClientSlot& slot = m_clients[count];
+        const ClientSlot slot = m_clients[count];  // a copy: GetFd may attach, which moves the slots
         if (slot.client == nullptr) {
             m_clients.erase(m_clients.begin() + static_cast<std::ptrdiff_t>(count));
             continue;
@@ -144,7 +145,8 @@ std::size_t PollThread::BuildPollSet(PollSet& set) {
 }
 
 timespec PollThread::RemainingUntil(std::int64_t deadline) {
-    const std::int64_t remaining = std::max<std::int64_t>(deadline - SteadyClockNanoseconds(), 0);
+    const std::int64_t now = SteadyClockNanoseconds();
+    const std::int64_t remaining = deadline > now ? deadline - now : 0;
     return {static_cast<time_t>(remaining / NANOSECONDS_PER_SECOND),
             static_cast<long>(remaining % NANOSECONDS_PER_SECOND)};
 }

@@ -55,7 +55,9 @@ public:
     /// @throws boost::thread_resource_error when there is no thread to be had
     PollThread();
 
-    /// Stops and joins the thread. A client or timer that is still there ends the process.
+    /// Stops and joins the thread. A client or timer that is still there ends the process, and so does calling it
+    /// on the thread itself.
+    // NOLINTNEXTLINE(bugprone-exception-escape)
     ~PollThread();
 
     PollThread(const PollThread&) = delete;

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """padtune on the virtual player, run as its user runs it."""
 
+import hashlib
 import re
 import time
 import unittest
@@ -90,7 +91,7 @@ class CompleteRun(PadtuneTestCase):
         self.assertEqual(named, expected)
         for earlier, later in zip(records, records[1:]):
             if earlier.split()[1:] != later.split()[1:] and "request" not in later and "reset" not in later:
-                self.assertGreater(seconds(later) - seconds(earlier), 0.09, f"{earlier} -> {later}")
+                self.assertGreater(seconds(later) - seconds(earlier), 0.05, f"{earlier} -> {later}")
 
         lines = self.lines(run)
         self.assertInOrder(["INFO: Button Threshold 01 = 40", "INFO: Button Threshold 11 = 40",
@@ -119,12 +120,14 @@ class CompleteRun(PadtuneTestCase):
 
 class Runs(PadtuneTestCase):
     def test_timeout_zero_resets_at_once(self):
-        run = self.padtune("--timeout", "0", "--pause", "0", "--disable-button", "3", "--disable-button", "40",
+        run = self.padtune("--timeout", "0", "--pause", "0", "--disable-button", "3", "--enable-button", "3",
+                           "--enable-button", "5", "--disable-button", "32", "--disable-button", "40",
                            "--enable-led", "1")
         self.assertEqual(run.status, 0)
         # Buttons 1 to 4 without being asked for. A mask of 0 is what the board has already.
-        self.assertInOrder(commands([0x1C2, 0x2C2, 0x3C2, 0x4C2]) + ["button-mask 0x00000004", "setup-request",
+        self.assertInOrder(commands([0x1C2, 0x2C2, 0x3C2, 0x4C2]) + ["button-mask 0x80000004", "setup-request",
                                                                     "reset"], self.events())
+        self.assertFalse([event for event in self.events() if event.startswith("led-mask")])
         self.assertIn(BLUE, self.colours(top=STRIP_TOP))
 
     def test_values_above_a_byte_spill_over(self):
@@ -136,6 +139,9 @@ class Runs(PadtuneTestCase):
         self.assertEqual(run.status, 2)
         self.assertEqual(len(run.stdout), 1378 - len("%s") + len("padtune"))
         self.assertTrue(run.stdout.startswith(b"Usage: padtune\n\n    --timeout <"))
+        # The whole text: scripts in the field read it.
+        self.assertEqual(hashlib.sha256(run.stdout).hexdigest(),
+                         "226dba4c102d7ae48fa0018bffa3193a115bde53624aa4cdb1d34c0f5224db1e")
         self.assertEqual(run.stderr, b"")
 
     def test_a_setup_that_is_strange_or_does_not_come(self):
@@ -150,6 +156,7 @@ class Runs(PadtuneTestCase):
         self.player.boards[0].send("setup normal")
 
     def test_a_port_that_is_missing(self):
+        messages = []
         for port in ("DIAGNOSTICS", "GPIO", "LED-SETUP", "LED"):
             with self.subTest(port):
                 self.replug(f"without {port}")
@@ -163,6 +170,9 @@ class Runs(PadtuneTestCase):
                 else:
                     self.assertMessage(RED, PAGE_TOP)
                     self.assertNotIn("reset", events)
+                    # Each port has a message of its own.
+                    self.assertNotIn(self.colours(top=PAGE_TOP), messages)
+                    messages.append(self.colours(top=PAGE_TOP))
                 self.assertEqual("led 1 0x00000001" in events, port == "LED-SETUP")
         self.replug("without nothing")
 
