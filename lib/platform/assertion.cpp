@@ -40,41 +40,36 @@ public:
     }
 
     [[gnu::format(printf, 2, 0)]] void WriteList(const char* format, va_list arguments) const {
-        char text[MAX_RECORD];
-        const int length = vsnprintf(text, sizeof text, format, arguments);
+        if (!IsKernelLog()) {
+            vdprintf(STDOUT_FILENO, format, arguments);
+            return;
+        }
+        char record[MAX_RECORD];
+        const int length = vsnprintf(record, sizeof record, format, arguments);
         if (length < 0) {
             return;
         }
-        const std::size_t size = std::min(static_cast<std::size_t>(length), sizeof text - 1);
+        const std::size_t size = std::min(static_cast<std::size_t>(length), sizeof record - 1);
         if (static_cast<std::size_t>(length) > size) {
-            text[size - 1] = '\n';
+            record[size - 1] = '\n';
         }
-        WriteAll(text, size);
+        if (write(m_kernelLog, record, size) < 0) {
+            // A console is better than nothing.
+            dprintf(STDOUT_FILENO, "%s", record);
+        }
     }
 
 private:
-    void WriteAll(const char* text, std::size_t size) const {
-        // A report that cannot be written has nowhere else to go.
-        while (size > 0) {
-            const ssize_t written = write(IsKernelLog() ? m_kernelLog : STDOUT_FILENO, text, size);
-            if (written <= 0) {
-                return;
-            }
-            text += written;
-            size -= static_cast<std::size_t>(written);
-        }
-    }
-
     int m_kernelLog;
 };
 
-/// Writes to standard output what belongs there whether or not there is a kernel log.
+/// Writes to standard output what belongs there whether or not there is a kernel log. Not through stdio:
+/// another thread may hold its lock.
 [[gnu::format(printf, 1, 2)]] void PrintConsole(const char* format, ...) {
-    std::va_list arguments;
+    va_list arguments;
     va_start(arguments, format);
-    std::vprintf(format, arguments);
+    vdprintf(STDOUT_FILENO, format, arguments);
     va_end(arguments);
-    std::fflush(stdout);
 }
 
 void MarkFailure(unsigned line) {
