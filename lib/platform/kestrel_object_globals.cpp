@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/trace.h"
@@ -131,13 +132,17 @@ void KestrelObjectGlobals::AnnounceNodes() {
     // Taken back before looking: what appears after the look is wanted again, or comes as an event.
     eventfd_t count;
     eventfd_read(m_announce.Get(), &count);
-    // The folder is there only as long as there are nodes.
+    // All names first, for a notice may take long and the folder change under it. The folder is there only as
+    // long as there are nodes.
+    std::vector<std::string> names;
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(USB_NODE_FOLDER, ignored)) {
-        const std::string name = entry.path().filename();
-        if (name.starts_with(HIDDEV_NODE)) {
-            Notify({"add", "/" + name});
+        if (const std::string name = entry.path().filename(); name.starts_with(HIDDEV_NODE)) {
+            names.push_back("/" + name);
         }
+    }
+    for (const std::string& name : names) {
+        Notify({"add", name});
     }
 }
 
