@@ -288,9 +288,9 @@ void CalibrationRun::SendCommand(std::uint32_t word) {
     Pause(m_settings.pauseMilliseconds);
 }
 
-/// @throws what the port throws, before the timed loop. From then on a failure is printed and the run goes
-/// on:
-///     the port remembers the value and sends it when the board returns.
+/// From the timed loop on, a failure is printed and the run goes on: the port remembers the value and sends
+/// it when the board returns.
+/// @throws what the port throws, before the timed loop
 void CalibrationRun::SetOutput(Port& port, unsigned index, std::uint32_t value) {
     try {
         port.SetOutput(index, value);

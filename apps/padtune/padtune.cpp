@@ -18,6 +18,7 @@
 
 namespace {
 
+/// What does not come up here shows when DirectFB is started on it, and is reported there.
 void InitialisePlatformLayer() {
     DFB_Platform_P_Settings settings;
     DFB_Platform_P_GetDefaultSettings(&settings);

@@ -75,6 +75,7 @@ public:
 
 private:
     static constexpr unsigned SLOT_COUNT = 29;
+    using ReportSlots = std::array<std::uint32_t, SLOT_COUNT>;
 
     bool IsSetupReport() const;
     void DecodeSetup();
@@ -88,7 +89,7 @@ private:
     LiveState& m_live;
 
     // Touched on the poll thread only.
-    std::array<std::uint32_t, SLOT_COUNT> m_slots{};
+    ReportSlots m_slots{};
     bool m_remapTouchBits = false;
     bool m_printInfo = true;
 

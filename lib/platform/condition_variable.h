@@ -85,6 +85,8 @@ public:
         {
             // Destroyed last to first: the internal mutex is left before the caller's lock is taken again.
             LockOnExit<Lock> relock(lock);
+            // What boost's own condition variable uses: it takes the mutex, and names both to whoever asks
+            // this thread to end its wait. Boost offers nothing public for it.
             boost::detail::interruption_checker interruption(&internal_mutex, &cond);
             relock.Unlock();
             result = pthread_cond_timedwait(&cond, &internal_mutex, &until);

@@ -9,11 +9,15 @@
 #include <mutex>
 #include <thread>
 
+#include "lib/platform/assertion.h"
+
 namespace strata {
 
-/// Works with std::lock_guard and std::unique_lock.
+/// Works with std::lock_guard and std::unique_lock. Made of a condition variable, so the thread sanitizer
+/// sees the data races that it prevents but not the order in which it and other mutexes are taken.
 class FairRecursiveMutex {
 public:
+    /// Takes the mutex, or takes it once more when this thread has it. Any thread.
     void lock() {
         std::unique_lock guard(m_guard);
         if (m_owner == std::this_thread::get_id()) {
@@ -26,8 +30,10 @@ public:
         m_depth = 1;
     }
 
+    /// Gives it back as often as it was taken. Only the thread that has it.
     void unlock() {
         const std::lock_guard guard(m_guard);
+        PLATFORM_ASSERT(m_owner == std::this_thread::get_id());
         if (--m_depth == 0) {
             m_owner = {};
             ++m_servedTicket;

@@ -16,6 +16,7 @@ struct monotonic_time {
     long nanoseconds = 0;  ///< 0 to 999,999,999
 
     /// Moves the point on.
+    /// @param delay  not negative
     monotonic_time& operator+=(std::chrono::microseconds delay) {
         constexpr long MICROSECONDS_PER_SECOND = 1'000'000;
         constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;

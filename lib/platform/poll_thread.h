@@ -55,15 +55,16 @@ public:
     /// @throws boost::thread_resource_error when there is no thread to be had
     PollThread();
 
-    /// Stops and joins the thread. A client or timer that is still there ends the process, and so does calling it
-    /// on the thread itself.
+    /// Stops and joins the thread. A client or timer that is still there ends the process, and so does
+    /// calling it on the thread itself.
     // NOLINTNEXTLINE(bugprone-exception-escape)
     ~PollThread();
 
     PollThread(const PollThread&) = delete;
     PollThread& operator=(const PollThread&) = delete;
 
-    /// Polls a client from the next iteration on. The 256th client ends the process.
+    /// Polls a client from the next iteration on. The 256th slot ends the
+    /// process; the thread's own client has one, and a detached client keeps its until the next iteration.
     /// @param events what to poll for, as in POLLIN
     void Attach(Pollable* client, short events);
 

@@ -55,6 +55,8 @@ std::string strvprintf(const char* format, va_list arguments) {
     if (secondLength < 0) {
         PLATFORM_ASSERT_AT(FILE_TEXT, 270, FUNCTION_TEXT, false);
     }
+    // An argument that another thread writes to may be shorter by now.
+    text.resize(std::min(text.size(), static_cast<std::size_t>(secondLength)));
     return text;
 }
 

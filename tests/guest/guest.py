@@ -29,6 +29,10 @@ RUN_TIMEOUT = 90
 SANITIZER_OPTIONS = {"ASAN_OPTIONS": "detect_leaks=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
 
 
+def build_folder():
+    return pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD)).absolute()
+
+
 class GuestTestCase(unittest.TestCase):
     """Tests that share one guest, one after the other; what they need of it is said in the class."""
 
@@ -39,7 +43,7 @@ class GuestTestCase(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
+        build = build_folder()
         files = {target: build / source for target, source in cls.FILES.items()}
         cls.player = cls.enterClassContext(VirtualPlayer(screen=cls.SCREEN, video_mode=cls.VIDEO_MODE,
                                                          boards=cls.BOARDS, build=build, files=files))
@@ -47,8 +51,8 @@ class GuestTestCase(unittest.TestCase):
     @classmethod
     def tearDownClass(cls):
         if "PADTUNE_COVERAGE" in os.environ:
-            # The guest wrote the counters to the same paths as those of the build folder here.
-            archive = cls.player.run(["sh", "-c", "cd / && find * -xdev -name '*.gcda' | tar -c -T -"]).stdout
+            # In the guest the build folder holds nothing but the counters, at the same paths as here.
+            archive = cls.player.run(["tar", "-c", "-C", "/", str(build_folder().relative_to("/"))]).stdout
             subprocess.run(["tar", "-x", "-C", "/"], input=archive, check=True)
 
     def setUp(self):
