@@ -5,10 +5,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/padtune/touch_board_reports.h"
+#include "lib/platform/string_splitter.h"
 
 bool operator==(const ButtonSwitch& a, const ButtonSwitch& b) {
     return a.button == b.button && a.disable == b.disable;
@@ -22,15 +25,19 @@ bool operator==(const LedMaskEntry& a, const LedMaskEntry& b) {
 
 namespace {
 
-using Words = std::vector<const char*>;
-
-RunSettings Parse(Words arguments) {
-    arguments.insert(arguments.begin(), "padtune");
+/// @param line what the shell would split at the blanks
+RunSettings Parse(const std::string& line) {
+    const StringSplitter words("padtune " + line, " ");
+    std::list<std::string> texts;  // its strings stay where they are
+    std::vector<const char*> arguments;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        arguments.push_back(texts.emplace_back(words[i]).c_str());
+    }
     return ParseCommandLine(static_cast<int>(arguments.size()), arguments.data());
 }
 
 TEST(CommandLine, HasDefaults) {
-    const RunSettings settings = Parse({});
+    const RunSettings settings = Parse("");
     EXPECT_EQ(settings.timeoutSeconds, 60);
     EXPECT_EQ(settings.pauseMilliseconds, 100);
     EXPECT_TRUE(settings.diagnoseButtons.empty());
@@ -38,9 +45,9 @@ TEST(CommandLine, HasDefaults) {
 }
 
 TEST(CommandLine, KeepsOrderAndRepetitions) {
-    const RunSettings settings =
-        Parse({"--button", "3-5", "--timeout", "7", "--button", "1", "--button", "7-", "--button", "-3",
-               "--timeout", " +8s", "--pause", "abc", "--output-diagnostics", "--button"});
+    const RunSettings settings = Parse(
+        "--button 3-5 --timeout 7 --button 1 --button 7- --button -3 --timeout +8s --pause abc "
+        "--output-diagnostics --button");
     EXPECT_EQ(settings.diagnoseButtons, (std::vector<std::int32_t>{3, 4, 5, 1, 7, -3}));
     EXPECT_EQ(settings.timeoutSeconds, 8);
     EXPECT_EQ(settings.pauseMilliseconds, 0);
@@ -49,89 +56,44 @@ TEST(CommandLine, KeepsOrderAndRepetitions) {
 }
 
 TEST(CommandLine, CollectsSwitchesCommandsAndMasks) {
-    const RunSettings settings = Parse({"--disable-button",
-                                        "3",
-                                        "--enable-button",
-                                        "3",
-                                        "--disable-led",
-                                        "40",
-                                        "--enable-led",
-                                        "1",
-                                        "--led-bits",
-                                        "4",
-                                        "--noise-threshold",
-                                        "300",
-                                        "--negative-noise-threshold",
-                                        "1",
-                                        "--baseline-threshold",
-                                        "2",
-                                        "--hysteresis",
-                                        "3",
-                                        "--debounce",
-                                        "4",
-                                        "--low-baseline",
-                                        "5",
-                                        "--finger-threshold",
-                                        "2-4,30",
-                                        "--finger-threshold",
-                                        "0,-1",
-                                        "--led-mask",
-                                        "1,0,0x3",
-                                        "--led-mask",
-                                        "1-2,5,017",
-                                        "--led-mask",
-                                        "3,-1,ff"});
+    const RunSettings settings = Parse(
+        "--disable-button 3 --enable-button 3 --disable-led 40 --enable-led 1 --led-bits 4 "
+        "--noise-threshold 300 --negative-noise-threshold 1 --baseline-threshold 2 --hysteresis 3 "
+        "--debounce 4 --low-baseline 5 --finger-threshold 2-4,30 --finger-threshold 0,-1 "
+        "--led-mask 1,0,0x3 --led-mask 1-2,5,017 --led-mask 3,-1,ff");
     EXPECT_EQ(settings.buttonSwitches, (std::vector<ButtonSwitch>{{3, 1}, {3, 0}}));
     EXPECT_EQ(settings.ledSwitches, (std::vector<ButtonSwitch>{{40, 1}, {1, 0}}));
-    EXPECT_EQ(settings.configCommands, (std::vector<ConfigCommand>{{0xA0, 0, 4, 0},
-                                                                   {0xA6, 0, 300, 0},
-                                                                   {0xA7, 0, 1, 0},
-                                                                   {0xA8, 0, 2, 0},
-                                                                   {0xA9, 0, 3, 0},
-                                                                   {0xAA, 0, 4, 0},
-                                                                   {0xAB, 0, 5, 0},
-                                                                   {0xA5, 2, 30, 0},
-                                                                   {0xA5, 3, 30, 0},
-                                                                   {0xA5, 4, 30, 0},
-                                                                   {0xA5, 0, 0xFFFFFFFF, 0}}));
+    const std::vector<ConfigCommand> commands = {{0xA0, 0, 4, 0},  {0xA6, 0, 300, 0},       {0xA7, 0, 1, 0},
+                                                 {0xA8, 0, 2, 0},  {0xA9, 0, 3, 0},         {0xAA, 0, 4, 0},
+                                                 {0xAB, 0, 5, 0},  {0xA5, 2, 30, 0},        {0xA5, 3, 30, 0},
+                                                 {0xA5, 4, 30, 0}, {0xA5, 0, 0xFFFFFFFF, 0}};
+    EXPECT_EQ(settings.configCommands, commands);
     EXPECT_EQ(settings.ledMasks, (std::vector<LedMaskEntry>{{1, 0, 3}, {1, 5, 15}, {2, 5, 15}, {3, -1, 0}}));
 }
 
 TEST(CommandLineDeathTest, RejectsWhatItCannotUse) {
-    const Words rejected[] = {
-        {"--unknown", "1"},
-        {"--time", "1"},
-        {"--Timeout", "1"},
-        {"--timeout=1", "1"},
-        {"--timeout"},
-        {"--output-diagnostics"},
-        {"--timeout", "1", "stray"},
-        {"--timeout", "-1"},
-        {"--pause", "-1"},
-        {"--enable-button", "0"},
-        {"--disable-led", "none"},
-        {"--noise-threshold", "-1"},
-        {"--led-bits", "4294967295"},
-        {"--button", "5-3"},
-        {"--button", "0-2"},
-        {"--button", "2-2"},
-        {"--button", "1-2-3"},
-        {"--button", "-"},
-        {"--finger-threshold", "2"},
-        {"--finger-threshold", "2,3,4"},
-        {"--finger-threshold", "3-2,4"},
-        {"--led-mask", "1,0"},
-        {"--led-mask", "1,,0"},
-        {"--led-mask", "2-1,0,1"},
+    const std::pair<std::string, std::vector<std::string>> rejected[] = {
+        {"--unknown", {"1"}},
+        {"--time", {"1"}},
+        {"--Timeout", {"1"}},
+        {"--timeout=1", {"1"}},
+        {"--timeout", {"", "-1", "1 stray"}},
+        {"--output-diagnostics", {""}},
+        {"--pause", {"-1"}},
+        {"--enable-button", {"0"}},
+        {"--disable-led", {"none"}},
+        {"--noise-threshold", {"-1"}},
+        {"--led-bits", {"4294967295"}},
+        {"--button", {"5-3", "0-2", "2-2", "1-2-3", "-"}},
+        {"--finger-threshold", {"2", "2,3,4", "3-2,4"}},
+        {"--led-mask", {"1,0", "1,,0", "2-1,0,1"}},
     };
-    for (const Words& words : rejected) {
-        std::string line;
-        for (const char* word : words) {
-            line += std::string(word) + " ";
+    for (const auto& [option, arguments] : rejected) {
+        for (const std::string& argument : arguments) {
+            EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), Parse(option + " " + argument)),
+                        testing::ExitedWithCode(2), "^Usage: padtune\n\n    --timeout <timeout-in-seconds>")
+                << option << " " << argument;
         }
-        EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), Parse(words)), testing::ExitedWithCode(2),
-                    "^Usage: padtune\n\n    --timeout <timeout-in-seconds>")
-            << line;
     }
 }
 

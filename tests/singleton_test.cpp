@@ -8,9 +8,8 @@
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 #include <chrono>
+#include <future>
 #include <stdexcept>
-#include <thread>
-#include <vector>
 
 #include "lib/platform/condition_variable.h"
 #include "lib/platform/monotonic_time.h"
@@ -38,6 +37,9 @@ struct Gadget : strata::AutoCreateSingleton<Gadget> {
 
 namespace {
 
+/// Beyond every timeout of a test: a wait that only its deadline ends fails.
+constexpr std::chrono::hours AN_HOUR(1);
+
 TEST(Singleton, IsFoundWhileItLivesAndLeavesNothingBehind) {
     EXPECT_FALSE(Widget::Exists());
     {
@@ -52,31 +54,29 @@ TEST(Singleton, IsFoundWhileItLivesAndLeavesNothingBehind) {
 }
 
 TEST(SingletonDeathTest, EndsTheProcessOnMisuse) {
-    EXPECT_EXIT((ReportOnConsole(), Widget::GetInstance()), testing::KilledBySignal(SIGABRT),
-                "ASSERT FAILED: PlatformValidPointer\\(\\(sm_instance\\), "
-                "nimbus2_assert_alignof\\(\\*\\(\\(sm_instance\\)\\)\\)\\)"
-                "\r\nlib/platform/singleton\\.h:69:"
-                "static T\\* strata::Singleton<T>::GetInstance\\(\\) \\[with T = Widget\\]\r\n");
+    EXPECT_ABORT(
+        "ASSERT FAILED: PlatformValidPointer\\(\\(sm_instance\\), "
+        "nimbus2_assert_alignof\\(\\*\\(\\(sm_instance\\)\\)\\)\\)"
+        "\r\nlib/platform/singleton\\.h:69:"
+        "static T\\* strata::Singleton<T>::GetInstance\\(\\) \\[with T = Widget\\]\r\n",
+        Widget::GetInstance());
     Widget widget;
-    EXPECT_EXIT((ReportOnConsole(), Widget()), testing::KilledBySignal(SIGABRT),
-                "ASSERT FAILED: sm_instance == __null\r\nlib/platform/singleton\\.h:49:"
-                "strata::Singleton<T>::Singleton\\(\\) \\[with T = Widget\\]\r\n");
+    EXPECT_ABORT(
+        "ASSERT FAILED: sm_instance == __null\r\nlib/platform/singleton\\.h:49:"
+        "strata::Singleton<T>::Singleton\\(\\) \\[with T = Widget\\]\r\n",
+        Widget());
 }
 
 TEST(AutoCreateSingleton, TriesAgainAfterAFailureAndThenCreatesOnce) {
     EXPECT_THROW(Gadget::GetInstance(), std::runtime_error);
-    std::vector<std::thread> threads;
-    std::atomic<Gadget*> seen[4];
-    for (auto& slot : seen) {
-        threads.emplace_back([&slot] { slot = Gadget::GetInstance(); });
+    std::future<Gadget*> seen[4];
+    for (auto& gadget : seen) {
+        gadget = std::async(std::launch::async, Gadget::GetInstance);
     }
-    for (auto& thread : threads) {
-        thread.join();
+    for (auto& gadget : seen) {
+        EXPECT_EQ(gadget.get(), Gadget::GetInstance());
     }
     EXPECT_EQ(Gadget::sm_attempts, 2);
-    for (auto& slot : seen) {
-        EXPECT_EQ(slot.load(), Gadget::GetInstance());
-    }
 }
 
 TEST(MonotonicTime, CarriesNanosecondsIntoSeconds) {
@@ -84,8 +84,6 @@ TEST(MonotonicTime, CarriesNanosecondsIntoSeconds) {
     EXPECT_EQ(time + microseconds(1'500'000), (strata::monotonic_time{12, 100'000'000}));
     EXPECT_EQ(time + microseconds(399'999), (strata::monotonic_time{10, 999'999'000}));
     EXPECT_EQ(time + microseconds(400'000), (strata::monotonic_time{11, 0}));
-    const auto now = strata::get_monotonic_time();
-    EXPECT_LE(now, strata::get_monotonic_time());
 }
 
 TEST(ConditionVariable, TimesOutAtItsDeadlineAndNotBefore) {
@@ -111,30 +109,42 @@ TEST(ConditionVariable, NotifyWakesAWaiterThatHoldsItsLockAgain) {
         condition.notify_one();
     });
     while (!ready) {
-        ASSERT_TRUE(condition.do_wait_until(lock, strata::get_monotonic_time() + microseconds(60'000'000)));
+        ASSERT_TRUE(condition.do_wait_until(lock, strata::get_monotonic_time() + AN_HOUR));
     }
     EXPECT_TRUE(lock.owns_lock());
     lock.unlock();
     notifier.join();
 }
 
-TEST(ConditionVariable, InterruptionEndsAWait) {
-    strata::condition_variable condition;
-    boost::mutex mutex;
-    std::atomic<bool> interrupted{false};
-    boost::thread waiter([&] {
-        boost::unique_lock lock(mutex);
-        try {
-            for (;;) {
-                condition.do_wait_until(lock, strata::get_monotonic_time() + microseconds(60'000'000));
+TEST(ConditionVariable, InterruptionEndsAWaitThatHasBegunOrIsAboutTo) {
+    for (const bool begun : {true, false}) {
+        strata::condition_variable condition;
+        boost::mutex mutex;
+        bool waiting = false;
+        bool lockHeld = false;
+        boost::unique_lock hold(mutex);
+        boost::thread waiter([&] {
+            boost::unique_lock lock(mutex);
+            waiting = true;
+            try {
+                for (;;) {
+                    condition.do_wait_until(lock, strata::get_monotonic_time() + AN_HOUR);
+                }
+            } catch (const boost::thread_interrupted&) {
+                lockHeld = lock.owns_lock();
             }
-        } catch (const boost::thread_interrupted&) {
-            interrupted = lock.owns_lock();
+        });
+        // Once it has set the flag, the waiter leaves the mutex only by waiting.
+        while (begun && !waiting) {
+            hold.unlock();
+            boost::this_thread::yield();
+            hold.lock();
         }
-    });
-    waiter.interrupt();
-    waiter.join();
-    EXPECT_TRUE(interrupted);
+        waiter.interrupt();
+        hold.unlock();
+        waiter.join();
+        EXPECT_TRUE(lockHeld);
+    }
 }
 
 }  // namespace

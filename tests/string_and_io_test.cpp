@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "lib/platform/base64.h"
@@ -14,15 +16,6 @@
 #include "lib/platform/string_splitter.h"
 
 namespace {
-
-std::vector<std::string> Split(const std::string& text, const char* separators) {
-    const StringSplitter splitter(text, separators);
-    std::vector<std::string> pieces;
-    for (std::size_t i = 0; i < splitter.size(); ++i) {
-        pieces.push_back(splitter[i]);
-    }
-    return pieces;
-}
 
 template <class Call>
 std::string MessageOf(Call call) {
@@ -35,14 +28,16 @@ std::string MessageOf(Call call) {
 }
 
 TEST(StringSplitter, DropsEmptyPieces) {
-    using Pieces = std::vector<std::string>;
-    EXPECT_EQ(Split("3-", "-"), Pieces{"3"});
-    EXPECT_EQ(Split("-3", "-"), Pieces{"3"});
-    EXPECT_EQ(Split("1,,2", ","), (Pieces{"1", "2"}));
-    EXPECT_EQ(Split("a=b;c", ";="), (Pieces{"a", "b", "c"}));
-    EXPECT_EQ(Split("--", "-"), Pieces{});
-    EXPECT_EQ(Split("", "-"), Pieces{});
-    EXPECT_EQ(Split("whole", "-"), Pieces{"whole"});
+    const std::tuple<const char*, const char*, std::vector<std::string>> cases[] = {
+        {"3-", "-", {"3"}}, {"-3", "-", {"3"}}, {"1,,2", ",", {"1", "2"}}, {"a=b;c", ";=", {"a", "b", "c"}},
+        {"--", "-", {}},    {"", "-", {}},      {"whole", "-", {"whole"}}};
+    for (const auto& [text, separators, pieces] : cases) {
+        const StringSplitter splitter(text, separators);
+        ASSERT_EQ(splitter.size(), pieces.size()) << text;
+        for (std::size_t i = 0; i < pieces.size(); ++i) {
+            EXPECT_EQ(splitter[i], pieces[i]) << text;
+        }
+    }
 }
 
 TEST(Strvprintf, KeepsEveryLengthUpToItsLimit) {
@@ -80,12 +75,13 @@ TEST(Encodings, DecodeWhatTheyEncodeAndRejectTheRest) {
         EXPECT_THROW(strata::base64::Decode(text), std::invalid_argument) << text;
     }
 
-    const std::vector<std::uint8_t> bytes{0x00, 0xAF, 0x19};
-    EXPECT_EQ(strata::EncodeHexadecimal(bytes), "00af19");
-    EXPECT_EQ(strata::DecodeHexadecimal("00aF19"), bytes);
+    EXPECT_EQ(strata::EncodeHexadecimal({0x00, 0xAF, 0x19}), "00af19");
+    EXPECT_EQ(strata::DecodeHexadecimal("00aF19"), (std::vector<std::uint8_t>{0x00, 0xAF, 0x19}));
     EXPECT_EQ(MessageOf([] { strata::DecodeHexadecimal("0"); }), "Invalid hexadecimal string length");
     EXPECT_THROW(strata::DecodeHexadecimal("0g"), std::invalid_argument);
+}
 
+TEST(ParseVersion, TakesNumbersBetweenSinglePoints) {
     EXPECT_EQ(strata::ParseVersion("7.1.92"), (std::vector<unsigned>{7, 1, 92}));
     EXPECT_EQ(MessageOf([] { strata::ParseVersion("7.65536"); }), "Version string has out of range number");
     for (const char* text : {"", "7.", ".7", "7.a", "7..1"}) {
@@ -93,13 +89,7 @@ TEST(Encodings, DecodeWhatTheyEncodeAndRejectTheRest) {
     }
 }
 
-TEST(ErrnoException, NamesTheOperationTheErrorAndItsNumber) {
-    EXPECT_STREQ(ErrnoException(25, "InitReport").what(), "InitReport: Inappropriate ioctl for device (25)");
-    EXPECT_STREQ(ErrnoException(5).what(), "Input/output error (5)");
-    EXPECT_EQ(ErrnoException(5).GetErrno(), 5);
-}
-
-TEST(ExactIo, GathersPiecesAndReportsAnEarlyEnd) {
+TEST(ExactIo, GathersPiecesAndSaysWhyItCannot) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const strata::UniqueFd readEnd(ends[0]);
@@ -114,6 +104,7 @@ TEST(ExactIo, GathersPiecesAndReportsAnEarlyEnd) {
     writeEnd.Reset();
     EXPECT_EQ(MessageOf([&] { read_all_throw(readEnd.Get(), buffer, sizeof buffer); }),
               "Input/output error (5)");
+    EXPECT_EQ(ErrnoException(5).GetErrno(), 5);
     EXPECT_EQ(MessageOf([&] { read_all_throw(-1, buffer, 1); }), "read_all_throw: Bad file descriptor (9)");
     EXPECT_EQ(MessageOf([] { write_all_throw(-1, "x", 1); }), "Bad file descriptor (9)");
 }
@@ -121,10 +112,7 @@ TEST(ExactIo, GathersPiecesAndReportsAnEarlyEnd) {
 TEST(ExactIo, ReadsAWholeFileOrNamesIt) {
     const std::string path = testing::TempDir() + "read_file_throw";
     const std::string content = std::string(9000, 'x') + '\0' + "end";
-    std::FILE* const file = std::fopen(path.c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    std::fwrite(content.data(), 1, content.size(), file);
-    std::fclose(file);
+    std::ofstream(path) << content;
     EXPECT_EQ(read_file_throw(path), content);
     std::remove(path.c_str());
     EXPECT_EQ(MessageOf([&] { read_file_throw(path); }), path + ": No such file or directory (2)");

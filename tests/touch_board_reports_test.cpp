@@ -7,30 +7,30 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/padtune/tick_count.h"
-#include "virtual_player/board/touch_board_model.h"
+#include "lib/platform/string_operations.h"
+
+bool operator==(const BoardParameter& a, const BoardParameter& b) {
+    return a.code == b.code && a.value == b.value;
+}
 
 namespace {
 
 using Slots = std::array<std::uint32_t, 29>;
 
-/// A valid setup report, with parameters where the test says.
+/// A valid setup report. Where a word holds codes in its low bytes, the others mean nothing.
 Slots MakeSetup() {
-    Slots slots{};
-    slots[0] = 0xFFFF;
-    slots[1] = 0xC2C2;
-    slots[2] = 16;
-    slots[3] = 11 << 8 | 0xA5;
+    Slots slots{0xFFFF, 0xA5A5C2C2, 16, 0x01020BA5};
     for (unsigned button = 1; button <= 11; ++button) {
         slots[3 + button] = 40 + button;
     }
-    const std::uint32_t groups[] = {0xA7A6, 0xA9A8, 0xABAA, 0x0000};
-    for (unsigned group = 0; group < 4; ++group) {
-        slots[15 + 3 * group] = groups[group];
-        slots[16 + 3 * group] = 10 * group + 1;
-        slots[17 + 3 * group] = 10 * group + 2;
+    const std::uint32_t groups[] = {0x00A5A7A6, 0xFFFFA9A8, 0x80A5ABAA, 0x00FF0000, 0x0000A6A6};
+    for (unsigned slot = 15; slot < slots.size(); ++slot) {
+        const unsigned group = (slot - 15) / 3;
+        slots[slot] = slot % 3 == 0 ? groups[group] : 10 * group + slot % 3;
     }
     return slots;
 }
@@ -53,39 +53,26 @@ protected:
 };
 
 TEST_F(TouchBoardReportsTest, ReadsASetupAndPrintsItsInfoOnce) {
-    const std::string unknown = "UNKNOWN param 173 0\n";
-    const std::string first = Send(MakeSetup());
-    EXPECT_EQ(
-        first,
-        "INFO: Button Threshold 01 = 41\nINFO: Button Threshold 02 = 42\nINFO: Button Threshold 03 = 43\n"
-        "INFO: Button Threshold 04 = 44\nINFO: Button Threshold 05 = 45\nINFO: Button Threshold 06 = 46\n"
-        "INFO: Button Threshold 07 = 47\nINFO: Button Threshold 08 = 48\nINFO: Button Threshold 09 = 49\n"
-        "INFO: Button Threshold 10 = 50\nINFO: Button Threshold 11 = 51\n" +
-            unknown +
-            "INFO: NOISE_TH 1\nINFO: NEGNOISE_TH 2\nINFO: BASELINE_TH 11\nINFO: HYSTERESIS 12\n"
-            "INFO: DEBOUNCE 21\nINFO: LOWBASELINE 22\n");
+    std::string printed;
+    for (int button = 1; button <= 11; ++button) {
+        printed += strprintf("INFO: Button Threshold %02d = %d\n", button, 40 + button);
+    }
+    printed +=
+        "UNKNOWN param 173 0\nINFO: NOISE_TH 1\nINFO: NEGNOISE_TH 2\nINFO: BASELINE_TH 11\n"
+        "INFO: HYSTERESIS 12\nINFO: DEBOUNCE 21\nINFO: LOWBASELINE 22\n";
+    EXPECT_EQ(Send(MakeSetup()), printed);
     EXPECT_EQ(reports.GetButtonCount(), 11);
 
     const auto setup = reports.TakeSetup();
     ASSERT_TRUE(setup);
     EXPECT_EQ(reports.TakeSetup(), nullptr);
     EXPECT_EQ(setup->buttonCount, 11);
-    EXPECT_EQ(setup->fingerThresholds.size(), 11u);
-    EXPECT_EQ(setup->fingerThresholds[10], 51);
-    std::vector<std::pair<std::uint32_t, std::int32_t>> parameters;
-    for (const BoardParameter& parameter : setup->parameters) {
-        parameters.emplace_back(parameter.code, parameter.value);
-    }
-    EXPECT_EQ(parameters, (decltype(parameters){{0xAD, 0},
-                                                {0xA6, 1},
-                                                {0xA7, 2},
-                                                {0xA8, 11},
-                                                {0xA9, 12},
-                                                {0xAA, 21},
-                                                {0xAB, 22},
-                                                {0xC2, 31},
-                                                {0xC2, 32}}));
-    EXPECT_EQ(Send(MakeSetup()), unknown);
+    EXPECT_EQ(setup->fingerThresholds, (std::vector{41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51}));
+    const std::vector<BoardParameter> parameters = {{0xAD, 0},  {0xA6, 1},  {0xA7, 2},
+                                                    {0xA8, 11}, {0xA9, 12}, {0xAA, 21},
+                                                    {0xAB, 22}, {0xC2, 31}, {0xC2, 32}};
+    EXPECT_EQ(setup->parameters, parameters);
+    EXPECT_EQ(Send(MakeSetup()), "UNKNOWN param 173 0\n");
     EXPECT_TRUE(reports.TakeSetup());
 }
 
@@ -95,28 +82,29 @@ TEST_F(TouchBoardReportsTest, ReportsZeroCodesOnlyNearTheFront) {
     slots[18] = 0x00A5;
     slots[21] = 0x00A8;
     slots[24] = 0x00AC;
-    const std::string printed = Send(slots);
     // The third known parameter ends it.
-    EXPECT_THAT(printed, testing::EndsWith("ZERO param 0 1\nINFO: NOISE_TH 2\nINFO: FINGER_TH 11\n"
-                                           "ZERO param 0 12\nINFO: BASELINE_TH 21\nUNKNOWN param 172 31\n"));
+    EXPECT_THAT(Send(slots),
+                testing::EndsWith("ZERO param 0 1\nINFO: NOISE_TH 2\nINFO: FINGER_TH 11\n"
+                                  "ZERO param 0 12\nINFO: BASELINE_TH 21\nUNKNOWN param 172 31\n"));
 }
 
 TEST_F(TouchBoardReportsTest, RefusesAStrangeSetupUntilAValidOneComes) {
-    Slots strange = MakeSetup();
-    strange[3] = 4 << 8 | 0xA5;
-    EXPECT_EQ(Send(strange), "Strange button count 4\n");
-    EXPECT_EQ(reports.GetButtonCount(), -1);
-    EXPECT_FALSE(reports.TakeSetup());
+    for (const auto& [buttons, complaint] : {std::pair{0x00A5u, "Strange button count 0\n"},
+                                             {0x04A5u, "Strange button count 4\n"},
+                                             {0x0CA5u, "Strange button count 12\n"},
+                                             {0x0BA4u, "Invalid button format\n"}}) {
+        Slots strange = MakeSetup();
+        strange[3] = buttons;
+        EXPECT_EQ(Send(strange), complaint);
+        EXPECT_EQ(reports.GetButtonCount(), -1);
+        EXPECT_FALSE(reports.TakeSetup());
+        EXPECT_EQ(Send(Slots{1, 1}), "");
+        EXPECT_TRUE(live.samples.empty());
 
-    Send(MakeSetup());
-    EXPECT_EQ(reports.GetButtonCount(), 11);
-    strange[3] = 11 << 8 | 0xA4;
-    EXPECT_EQ(Send(strange), "Invalid button format\n");
-    EXPECT_EQ(reports.GetButtonCount(), -1);
-
-    Slots diagnostics{1, 1};
-    EXPECT_EQ(Send(diagnostics), "");
-    EXPECT_TRUE(live.samples.empty());
+        Send(MakeSetup());
+        EXPECT_EQ(reports.GetButtonCount(), 11);
+        EXPECT_TRUE(reports.TakeSetup());
+    }
 }
 
 TEST_F(TouchBoardReportsTest, TakesAnythingElseAsDiagnostics) {
@@ -131,25 +119,24 @@ TEST_F(TouchBoardReportsTest, TakesAnythingElseAsDiagnostics) {
 TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
     Send(MakeSetup());
     OutputDiagnostics = true;
-    Slots slots{};
-    slots[0] = 0x0402;
-    slots[1] = 77u << 8 | 2;
-    slots[2] = 100;
-    slots[3] = static_cast<std::uint32_t>(-5);
-    slots[4] = 300;
-    slots[6] = 1;  // no button: the group does not count
-    slots[25] = 3;
+    Slots slots{0x80000403, 0xFFFF4D02, 100000, static_cast<std::uint32_t>(-70000), 300};
+    slots[5] = 0x01010100;  // no button: the group does not count
+    slots[6] = 1;
+    slots[9] = 33;  // no touch bit: none of the others is its own
+    slots[13] = 32;
     slots[28] = 9;
+    slots[25] = 3;
     EXPECT_EQ(Send(slots),
-              " 0.000: BT2:   100    -5    77   300 *\n 0.000: BT3:     0     0     0     9  \n");
+              " 0.000: BT2: 100000 -70000    77   300 *\n 0.000: BT33:     0     0     0     0  \n"
+              " 0.000: BT32:     0     0     0     0 *\n 0.000: BT3:     0     0     0     9  \n");
 
-    ASSERT_EQ(live.samples.size(), 2u);
-    EXPECT_EQ(live.touchBits, 0x0402u);
-    EXPECT_EQ(live.samples[0].button, 2u);
-    EXPECT_EQ(live.samples[0].value2, -5);
-    EXPECT_EQ(live.samples[0].value3, 300);
-    EXPECT_EQ(live.samples[0].value4, 77);
-    EXPECT_EQ(live.samples[0].touched, 1);
+    ASSERT_EQ(live.samples.size(), 4u);
+    EXPECT_EQ(live.touchBits, 0x80000403u);
+    const ButtonSample& sample = live.samples[0];
+    EXPECT_EQ((std::array{sample.value1, sample.value2, sample.value3, sample.value4}),
+              (std::array{100000, -70000, 300, 77}));
+    EXPECT_EQ(sample.button, 2u);
+    EXPECT_EQ(sample.touched, 1);
     EXPECT_EQ(live.samples[1].touched, 0);
 
     live.runStart = getTickCount() - 12'005'000'000u;
@@ -160,9 +147,12 @@ TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
 
 TEST_F(TouchBoardReportsTest, RemapsTheTouchBitsOfTheFourButtonBoard) {
     Slots setup = MakeSetup();
-    setup[2] = 32;
-    Send(setup);
-    for (const auto& [wire, touched] : {std::pair{0x0208u, 0x3u}, {0x0030u, 0xCu}, {0xFDC7u, 0x0u}}) {
+    for (const auto& [format, wire, touched] : {std::array{32u, 0x0008u, 0x2u},
+                                                {32u, 0x0220u, 0x5u},
+                                                {32u, 0xFDD7u, 0x8u},
+                                                {16u, 0x0208u, 0x0208u}}) {
+        setup[2] = format;
+        Send(setup);
         Send(Slots{wire});
         EXPECT_EQ(live.touchBits, touched);
     }
@@ -174,27 +164,15 @@ TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
     reports.OnValue(1, 5, 32);
     testing::internal::CaptureStderr();
     reports.OnValue(29, 1, 32);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: Diagnostics 29 - OUT OF RANGE\n");
+    reports.OnValue(~0u, 1, 32);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ERROR: Diagnostics 29 - OUT OF RANGE\nERROR: Diagnostics -1 - OUT OF RANGE\n");
     EXPECT_TRUE(live.samples.empty());
     // What came before the new index 0 is forgotten.
     reports.OnValue(0, 1, 32);
     reports.OnValue(28, 0, 32);
     EXPECT_TRUE(live.samples.empty());
     EXPECT_EQ(live.touchBits, 1u);
-}
-
-TEST_F(TouchBoardReportsTest, UnderstandsTheVirtualBoard) {
-    VirtualBoard::TouchBoardModel board("KP120");
-    board.Connect();
-    board.WriteLedSetup({0x2C2, 0, 0});
-    board.SetTouched(2, true);
-    Send(board.SetupReport());
-    ASSERT_EQ(reports.GetButtonCount(), 11);
-    Send(board.DiagnosticsReport());
-    EXPECT_EQ(live.touchBits, 2u);
-    ASSERT_EQ(live.samples.size(), 1u);
-    EXPECT_EQ(live.samples[0].button, 2u);
-    EXPECT_EQ(live.samples[0].touched, 1);
 }
 
 }  // namespace
