@@ -1,21 +1,15 @@
-// What the ports do without a device: describing, ordering and naming ports, decoding a board's identity, and
-// what the device tree says about the hardware.
+// What the ports do without a device: describing, ordering and naming ports, decoding a board's identity.
 
 #include "lib/hardware/external_control.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "lib/hardware/board_identity.h"
 #include "lib/hardware/external_control_dummy.h"
 #include "lib/hardware/external_control_hid_finder.h"
-#include "lib/hardware/hardware_config.h"
-#include "lib/hardware/usb_bus_order.h"
-#include "lib/platform/posix_helpers.h"
 
 using namespace ExternalControl::Impl;
 
@@ -41,14 +35,6 @@ std::vector<PortOnHid::DescriptorPtr> MakeDescriptors(const std::vector<PortOnHi
     return descriptors;
 }
 
-std::string TemporaryFolder() {
-    std::string path = testing::TempDir() + "padtune-XXXXXX";
-    if (mkdtemp(path.data()) == nullptr) {
-        throw ErrnoException(errno, path);
-    }
-    return path;
-}
-
 }  // namespace
 
 TEST(BoardIdentity, AnswersNameTheModelAndItsProperties) {
@@ -71,18 +57,6 @@ TEST(BoardIdentity, AnswersNameTheModelAndItsProperties) {
         const auto model = DecodeBoardModel(c.boardCode, c.headerValue);
         EXPECT_EQ(model, c.model) << c.boardCode << " " << c.headerValue;
         EXPECT_EQ(FormatBoardProperties(model.value_or(MODEL_UNKNOWN), c.headerValue), c.properties);
-    }
-}
-
-TEST(UsbBusOrder, PortPathsCompareByNumberAndBusFirst) {
-    const char* const inOrder[] = {"1-1", "1-2", "1-2.1", "1-2.10.3", "1-3", "1-10", "2-1", "10-1"};
-    for (std::size_t i = 1; i < std::size(inOrder); ++i) {
-        EXPECT_LT(UsbBusOrder::ParsePosition(inOrder[i - 1]).value(),
-                  UsbBusOrder::ParsePosition(inOrder[i]).value())
-            << inOrder[i];
-    }
-    for (const char* noDevice : {"", "usb1", "1", "1-", "1-2.", "1.2", "1-2-3", "1-2:1.0", "-1-2"}) {
-        EXPECT_FALSE(UsbBusOrder::ParsePosition(noDevice)) << noDevice;
     }
 }
 
@@ -203,16 +177,4 @@ TEST(DummyPort, AnswersNothingAndIgnoresCommands) {
     EXPECT_FALSE(port->IsInput(0) || port->GetInput(0) || port->IsOutput(0) || port->GetOutput(0));
     EXPECT_FALSE(port->ConfigurePulse(1, 1) || port->StartPulse(0, 1) || port->StopPulse(0) ||
                  port->SetPinFunction(0, "UART"));
-}
-
-TEST(HardwareConfig, ReadsTheDeviceTree) {
-    const std::string root = TemporaryFolder();
-    EXPECT_FALSE(HardwareConfig(DeviceTree(root)).IsLimitedToHd());
-    std::filesystem::create_directory(root + "/vantora,player");
-    std::ofstream(root + "/vantora,player/limited-to-hd");
-    std::ofstream(root + "/model") << "Player 7" << '\0';
-    EXPECT_TRUE(HardwareConfig(DeviceTree(root)).IsLimitedToHd());
-    EXPECT_EQ(DeviceTree(root).ReadString("/model"), "Player 7");
-    EXPECT_THROW(DeviceTree(root).ReadString("/compatible"), ErrnoException);
-    std::filesystem::remove_all(root);
 }

@@ -108,7 +108,7 @@ TEST_F(VideoModeTest, APlayerLimitedToHdRefusesWhatIsLarger) {
     for (const std::string& name : large) {
         EXPECT_THAT(Parse(name), StartsWith(name));
     }
-    Write("/vantora,player/limited-to-hd", "");
+    Write("/vantora,player/features", {"\0\0\0\1", 4});
     m_hardware.reset();
     m_hardware.emplace(DeviceTree(m_folder));
     for (const std::string& name : large) {

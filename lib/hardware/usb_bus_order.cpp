@@ -1,11 +1,55 @@
 #include "lib/hardware/usb_bus_order.h"
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
+#include "lib/platform/trace.h"
 #include "lib/platform/udev_pointer.h"
 
+namespace {
+
+const std::string CONNECTORS_PROPERTY = "/vantora,player/usb-connectors";
+
+/// Whether a device is plugged into a connector, or into a hub there.
+bool IsAt(const UsbPosition& connector, const UsbPosition& device) {
+    return connector.size() <= device.size() &&
+           std::equal(connector.begin(), connector.end(), device.begin());
+}
+
+}  // namespace
+
+UsbBusOrder::UsbBusOrder(const DeviceTree& deviceTree) {
+    const auto names = deviceTree.ReadOrReport(&DeviceTree::ReadTexts, CONNECTORS_PROPERTY);
+    for (const std::string& name : names.value_or(std::vector<std::string>())) {
+        const std::optional<UsbPosition> connector = ParsePosition(name);
+        if (!connector) {
+            PLATFORM_MESSAGE("Device tree: %s: '%s' is no USB port path\n", CONNECTORS_PROPERTY.c_str(),
+                             name.c_str());
+            m_connectors.clear();
+            return;
+        }
+        m_connectors.push_back(*connector);
+    }
+}
+
+UsbPosition UsbBusOrder::GetPosition(const UsbPosition& portPath) const {
+    std::size_t found = m_connectors.size();
+    for (std::size_t i = 0; i < m_connectors.size(); ++i) {
+        // Behind two listed connectors, of which one is on a hub at the other, the nearer one counts.
+        const bool nearer =
+            found == m_connectors.size() || m_connectors[i].size() > m_connectors[found].size();
+        if (nearer && IsAt(m_connectors[i], portPath)) {
+            found = i;
+        }
+    }
+    UsbPosition position{static_cast<unsigned>(found)};
+    position.insert(position.end(), portPath.begin(), portPath.end());
+    return position;
+}
+
 std::optional<UsbBusOrder::Place> UsbBusOrder::Find(const std::string& node) {
+    static const UsbBusOrder order{DeviceTree()};
     const std::lock_guard lock(strata::udevMutex);
     const strata::UdevPointer udev(udev_new());
     if (!udev) {
@@ -24,11 +68,11 @@ std::optional<UsbBusOrder::Place> UsbBusOrder::Find(const std::string& node) {
     if (usbInterface == nullptr || usbDevice == nullptr) {
         return std::nullopt;
     }
-    const std::optional<UsbPosition> position = ParsePosition(udev_device_get_sysname(usbDevice));
-    if (!position) {
+    const std::optional<UsbPosition> portPath = ParsePosition(udev_device_get_sysname(usbDevice));
+    if (!portPath) {
         return std::nullopt;
     }
-    return Place{*position, udev_device_get_sysname(usbInterface), "/dev/" + node};
+    return Place{order.GetPosition(*portPath), udev_device_get_sysname(usbInterface), "/dev/" + node};
 }
 
 std::optional<UsbPosition> UsbBusOrder::ParsePosition(const std::string& deviceName) {

@@ -1,0 +1,131 @@
+// What is read from a device tree: the player's hardware, the order of its USB connectors, its pin
+// multiplexer.
+
+#include "lib/hardware/hardware_config.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+#include "lib/hardware/alternate_pin_mux.h"
+#include "lib/hardware/usb_bus_order.h"
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/string_operations.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+/// A device tree of its own for each test.
+class DeviceTreeTest : public testing::Test {
+public:
+    DeviceTreeTest() { testing::internal::CaptureStderr(); }
+    ~DeviceTreeTest() override {
+        testing::internal::GetCapturedStderr();
+        std::filesystem::remove_all(m_root);
+    }
+
+    /// @param value  "-": the property is not written
+    void Write(const std::string& property, const std::string& value) const {
+        const std::filesystem::path path(m_root + "/vantora,player/" + property);
+        std::filesystem::create_directories(path.parent_path());
+        if (value != "-") {
+            std::ofstream(path, std::ios::binary) << value;
+        }
+    }
+    /// The number of lines printed since the last call.
+    static std::ptrdiff_t CountLines() {
+        const std::string printed = testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return std::count(printed.begin(), printed.end(), '\n');
+    }
+
+    const std::string m_root = testing::TempDir() + "device_tree_" + std::to_string(getpid());
+};
+
+TEST_F(DeviceTreeTest, HardwareConfigTakesWhatIsThereAndReportsWhatIsMalformed) {
+    const std::tuple<std::string, std::string, std::string, const char*, int> cases[] = {
+        {"-", "-", "-", " 0 0 0", 0},
+        {"XT1144\0"s, "\0\0\1\x82"s, "\x80\0\0\1"s, "XT1144 386 2147483649 1", 0},
+        {"\0"s, "\0\0\0\3"s, "\0\0\0\2"s, " 3 2 0", 0},
+        {"XT1144", "\0\0\3"s, "\0\0\0\1\0\0\0\1"s, " 0 0 0", 3},
+        {"XT\0A\0"s, "", "", " 0 0 0", 3},
+    };
+    for (const auto& [board, revision, features, expected, lines] : cases) {
+        Write("board", board);
+        Write("revision", revision);
+        Write("features", features);
+        const HardwareConfig config{DeviceTree(m_root)};
+        EXPECT_EQ(strprintf("%s %u %u %d", config.GetBoardIdentity().c_str(), config.GetRevision(),
+                            config.GetFeatures(), config.IsLimitedToHd()),
+                  expected);
+        EXPECT_EQ(CountLines(), lines) << expected;
+    }
+    EXPECT_THROW(DeviceTree(m_root).ReadText("/vantora,player"), ErrnoException);
+}
+
+TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortPath) {
+    const char* const byPortPath = "1-1 1-2 1-2.1 1-2.10.3 1-3 1-10 2-1 10-1";
+    const std::tuple<std::string, const char*, int> cases[] = {
+        {"-", byPortPath, 0},
+        {"", byPortPath, 1},
+        {"1-10 usb1 ", byPortPath, 1},
+        {"1-10 1-3.1 1-3 1-2 1-2.1 1-10 ",
+         "1-10 1-10.4 1-3.1 1-3.1.4 1-3 1-3.2 1-2 1-2.2 1-2.10 1-2.1 1-2.1.1 1-1 1-4 1-100 2-1", 0},
+    };
+    for (auto [connectors, inOrder, lines] : cases) {
+        std::replace(connectors.begin(), connectors.end(), ' ', '\0');
+        Write("usb-connectors", connectors);
+        const UsbBusOrder order{DeviceTree(m_root)};
+        EXPECT_EQ(CountLines(), lines) << connectors;
+        UsbPosition last;
+        std::istringstream names(inOrder);
+        for (std::string name; names >> name;) {
+            const UsbPosition position = order.GetPosition(UsbBusOrder::ParsePosition(name).value());
+            EXPECT_LT(std::exchange(last, position), position) << name;
+        }
+    }
+    for (const char* noDevice : {"", "usb1", "1", "1-", "1-2.", "1.2", "1-2-3", "1-2:1.0", "-1-2"}) {
+        EXPECT_FALSE(UsbBusOrder::ParsePosition(noDevice)) << noDevice;
+    }
+}
+
+TEST_F(DeviceTreeTest, APinIsSwitchedByOneCommandAndAMissingMultiplexerReportedOnce) {
+    EXPECT_FALSE(AlternatePinMux(DeviceTree(m_root)).SetPinFunction(10, "uart"));
+
+    const std::string device = m_root + "/multiplexer";
+    Write("pin-multiplexer/device", device + '\0');
+    for (const char* node : {"pin@a/", "pin@1/", "pin@B/", "pin@/", "pin@c,0/"}) {
+        Write("pin-multiplexer/"s + node + "functions", "gpio\0uart\0"s);
+        Write("pin-multiplexer/"s + node + "selectors", "\0\0\0\7\x80\0\0\2"s);
+    }
+    Write("pin-multiplexer/pin@1/selectors", "\0\0\0\7"s);
+    AlternatePinMux mux{DeviceTree(m_root)};
+    EXPECT_EQ(CountLines(), 1 + 4);
+    std::thread other([&] { EXPECT_FALSE(mux.SetPinFunction(10, "uart")); });
+    EXPECT_FALSE(mux.SetPinFunction(10, "uart"));
+    other.join();
+    EXPECT_EQ(CountLines(), 1);
+
+    ASSERT_EQ(mkfifo(device.c_str(), 0600), 0);
+    const strata::UniqueFd commands(open(device.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_FALSE(mux.SetPinFunction(1, "gpio") || mux.SetPinFunction(10, "UART"));
+    EXPECT_TRUE(mux.SetPinFunction(10, "uart") && mux.SetPinFunction(10, "gpio"));
+    std::vector<std::uint32_t> written(5);
+    EXPECT_EQ(read(commands.Get(), written.data(), 20), 16);
+    EXPECT_EQ(written, (std::vector<std::uint32_t>{10, 0x80000002, 10, 7, 0}));
+
+    std::filesystem::remove(device);
+    std::filesystem::create_symlink("/dev/full", device);
+    EXPECT_FALSE(mux.SetPinFunction(10, "uart") || mux.SetPinFunction(10, "uart"));
+    EXPECT_EQ(CountLines(), 2);
+}
+
+}  // namespace
