@@ -6,6 +6,9 @@
 
 #include "lib/hardware/external_control_hid.h"
 #include "lib/hardware/external_control_hid_finder.h"
+#include "lib/hardware/external_control_input_driver.h"
+#include "lib/hardware/external_control_legacy.h"
+#include "lib/platform/string_operations.h"
 
 namespace ExternalControl {
 namespace {
@@ -30,6 +33,13 @@ std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCa
 
 std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
                                LostCallback lostCallback) {
+    // Without the lock of the boards: the second opens boards itself.
+    if (strata::EqualIgnoringAsciiCase(name, "vantora")) {
+        return Impl::PortOnLinuxInputDriver::Open(std::move(inputCallback));
+    }
+    if (strata::EqualIgnoringAsciiCase(name, "VX1000-compatible")) {
+        return std::make_shared<Impl::LegacyPort>(std::move(inputCallback));
+    }
     return OpenHidPort(name, std::move(inputCallback), std::move(lostCallback));
 }
 

@@ -1,11 +1,12 @@
 #pragma once
 
 // External control ports: one addressable group of pins or values on a device outside the player, such as the
-// LEDs of a touch board. Every consumer talks to a port through ExternalControl::Port and gets it by name
-// from OpenPort.
+// LEDs of a touch board, or the player's own lines. Every consumer talks to a port through
+// ExternalControl::Port and gets it by name from OpenPort.
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace ExternalControl {
@@ -20,6 +21,12 @@ using InputCallback = std::function<void(unsigned pin, unsigned value, unsigned 
 /// The port's device has been gone for 10 seconds. Runs on the poll thread: open, release and command no port
 /// from here.
 using LostCallback = std::function<void()>;
+
+/// The player's own lines do not have this pin, or not for this use.
+class PinNotAvailableException : public std::runtime_error {
+public:
+    PinNotAvailableException() : std::runtime_error("Pin not available") {}
+};
 
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
 /// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
@@ -70,11 +77,24 @@ public:
     /// Sets one output.
     virtual void SetOutput(unsigned pin, unsigned value) = 0;
 
-    /// Sets how outputs pulse. This and the next three return whether the port can do it at all.
+    /// Sets how outputs pulse: in cycles of so many steps, a step in every period. This and the next three
+    /// return whether the port can do it. While outputs pulse, a new period counts from the next step; a new
+    /// number of steps ends their pulses and leaves them low.
+    /// @param period  microseconds between two steps, raised to 100 if less; 0 for the default of 1000
+    /// @param steps   steps in a cycle, brought into the range of 2 to 32; 0 for the default of 10
     virtual bool ConfigurePulse(unsigned /*period*/, unsigned /*steps*/) { return false; }
+    /// Lets an output pulse, or changes its pulse, until StopPulse or the end of the port. SetOutput on a
+    /// pulsing output lasts until the pulse next changes the level. A device that fails then ends the pulse,
+    /// with a message. Stop the pulse before the pin is made an input.
+    /// @param value  the steps of a cycle for which the output is high: 0 for never, the number of steps or
+    ///               more for always
+    /// @return false also for a pin that is no output
+    /// @throws PinNotAvailableException for a pin above 31, where outputs can pulse
     virtual bool StartPulse(unsigned /*pin*/, unsigned /*value*/) { return false; }
+    /// Ends the pulse of an output and leaves it low; an output that does not pulse stays as it is.
     virtual bool StopPulse(unsigned /*pin*/) { return false; }
     /// Switches a pin to one of its alternate functions.
+    /// @return false also for an unknown pin or function
     virtual bool SetPinFunction(unsigned /*pin*/, const std::string& /*function*/) { return false; }
 
     /// Replaces the second callback, which gets every value received, changed or not, with width 32. Any
@@ -87,15 +107,18 @@ protected:
     ~Port() = default;
 };
 
-/// Opens the port of a name such as "TouchBoard-0-LED"; the case of ASCII letters does not matter. The
-/// devices are looked for once in a process, on the first call: what is plugged in later cannot be opened.
+/// Opens a port by its name; the case of ASCII letters does not matter:
+/// - "vantora": the player's own lines;
+/// - "VX1000-compatible": a flat port of own lines and of an expander's, for older software;
+/// - any other, such as "TouchBoard-0-LED": a board. The boards are looked for once in a process, at the
+///   first such call: what is plugged in later cannot be opened.
 /// Any thread, not from a callback. A board that does not answer blocks the call for about 10 seconds, and
 /// the first call, which asks touch boards for their model, for some 40 more.
 /// @param inputCallback  gets the inputs; required
-/// @param lostCallback   may be empty
+/// @param lostCallback   may be empty; only boards call it
 /// @return the port, attached to the PollThread; must be released before that ends
 /// @throws std::runtime_error "External control port not found"
-/// @throws ErrnoException when a device fails
+/// @throws ErrnoException when a device fails, or the player's own lines are not there
 std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
                                LostCallback lostCallback);
 

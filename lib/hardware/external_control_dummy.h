@@ -7,6 +7,7 @@
 
 namespace ExternalControl::Impl {
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nothing derives from it
 class DummyPort final : public Port {
 public:
     unsigned GetPinCount() override { return 0; }

@@ -1,0 +1,274 @@
+#include "lib/hardware/external_control_input_driver.h"
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <exception>
+#include <utility>
+
+#include "lib/hardware/alternate_pin_mux.h"
+#include "lib/platform/posix_helpers.h"
+#include "lib/platform/trace.h"
+
+namespace ExternalControl::Impl {
+namespace {
+
+constexpr const char* DEVICE_PATH = "/dev/input/vantora-gpio";
+
+// The codes of pin 0; those of the other pins follow. Levels have the same codes as keys and as LEDs.
+constexpr unsigned LEVEL_CODE = 8;
+constexpr unsigned DIRECTION_CODE = 40;
+constexpr unsigned PARAMETER_CODE = 72;
+
+constexpr unsigned MASK_PINS = 32;
+
+/// A set of event codes as the kernel gives it, with room for every code that there can be. The driver's LED
+/// codes go beyond the highest that the kernel has a name for.
+using CodeBitmap = std::array<unsigned char, 97>;
+static_assert(std::tuple_size_v<CodeBitmap> > KEY_MAX / 8);
+
+/// @throws PinNotAvailableException for a pin that has no bit in a mask
+std::uint32_t PinBit(unsigned pin) {
+    if (pin >= MASK_PINS) {
+        throw PinNotAvailableException();
+    }
+    return std::uint32_t{1} << pin;
+}
+
+CodeBitmap ReadCodes(const strata::UniqueFd& device, unsigned long request, const char* operation) {
+    CodeBitmap codes{};
+    if (ioctl(device.Get(), request, codes.data()) < 0) {
+        throw ErrnoException(errno, operation);
+    }
+    return codes;
+}
+
+CodeBitmap ReadCapabilities(const strata::UniqueFd& device, unsigned eventType) {
+    return ReadCodes(device, EVIOCGBIT(eventType, sizeof(CodeBitmap)), "EVIOCGBIT");
+}
+
+CodeBitmap ReadLeds(const strata::UniqueFd& device) {
+    return ReadCodes(device, EVIOCGLED(sizeof(CodeBitmap)), "EVIOCGLED");
+}
+
+/// The pins whose codes are in a set, as a mask.
+/// @param firstCode  the code of pin 0, a multiple of 8
+std::uint32_t PinMask(const CodeBitmap& codes, unsigned firstCode) {
+    std::uint32_t mask = 0;
+    for (unsigned byte = 0; byte < sizeof mask; ++byte) {
+        mask |= std::uint32_t{codes[firstCode / 8 + byte]} << byte * 8;
+    }
+    return mask;
+}
+
+}  // namespace
+
+PortOnLinuxInputDriver::Side::Side(unsigned type)
+    : device(open(DEVICE_PATH, O_RDWR | O_CLOEXEC)), eventType(type) {
+    if (!device.IsOpen()) {
+        throw ErrnoException(errno, DEVICE_PATH);
+    }
+    offered = PinMask(ReadCapabilities(device, eventType), LEVEL_CODE);
+    switchable = PinMask(ReadCapabilities(device, EV_LED), DIRECTION_CODE);
+}
+
+std::uint32_t PortOnLinuxInputDriver::Side::ReadLevels() const {
+    return PinMask(eventType == EV_KEY ? ReadCodes(device, EVIOCGKEY(sizeof(CodeBitmap)), "EVIOCGKEY")
+                                       : ReadLeds(device),
+                   LEVEL_CODE);
+}
+
+std::uint32_t PortOnLinuxInputDriver::Side::ReadDirections() const {
+    return PinMask(ReadLeds(device), DIRECTION_CODE);
+}
+
+bool PortOnLinuxInputDriver::Side::IsSwitchable(unsigned pin) const {
+    return (switchable & PinBit(pin)) != 0;
+}
+
+std::shared_ptr<PortOnLinuxInputDriver> PortOnLinuxInputDriver::Open(InputCallback inputCallback) {
+    auto port = std::make_shared<PortOnLinuxInputDriver>(std::move(inputCallback));
+    port->Start();
+    return port;
+}
+
+PortOnLinuxInputDriver::PortOnLinuxInputDriver(InputCallback inputCallback)
+    : m_input(EV_KEY),
+      m_output(EV_LED),
+      m_inputCallback(std::move(inputCallback)),
+      m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {}
+
+void PortOnLinuxInputDriver::Start() {
+    PollThread::GetInstance()->Attach(this, POLLIN);
+}
+
+PortOnLinuxInputDriver::~PortOnLinuxInputDriver() {
+    PollThread::GetInstance()->Detach(this);
+}
+
+// --- Commands ---
+
+void PortOnLinuxInputDriver::ConfigureInput(unsigned pin) {
+    SetDirection(pin, Direction::INPUT);
+}
+
+void PortOnLinuxInputDriver::ConfigureOutput(unsigned pin) {
+    SetDirection(pin, Direction::OUTPUT);
+}
+
+void PortOnLinuxInputDriver::SetDirection(unsigned pin, Direction direction) {
+    if (!m_output.IsSwitchable(pin)) {
+        throw PinNotAvailableException();
+    }
+    const std::lock_guard lock(m_outputMutex);
+    WriteCommand(DIRECTION_CODE + pin, direction == Direction::OUTPUT ? 1 : 0);
+}
+
+bool PortOnLinuxInputDriver::IsInput(unsigned pin) {
+    return (m_input.ReadDirections() & PinBit(pin)) == 0;
+}
+
+bool PortOnLinuxInputDriver::IsOutput(unsigned pin) {
+    const bool isFixedOutput = (m_output.offered & PinBit(pin)) != 0 && !m_output.IsSwitchable(pin);
+    return isFixedOutput || (m_output.ReadDirections() & PinBit(pin)) != 0;
+}
+
+bool PortOnLinuxInputDriver::GetInput(unsigned pin) {
+    const std::uint32_t bit = PinBit(pin);
+    return (m_input.ReadLevels() & bit) != 0;
+}
+
+unsigned PortOnLinuxInputDriver::ReadAllInputs() {
+    return m_input.ReadLevels();
+}
+
+bool PortOnLinuxInputDriver::GetOutput(unsigned pin) {
+    const std::uint32_t bit = PinBit(pin);
+    return (m_output.ReadLevels() & bit) != 0;
+}
+
+unsigned PortOnLinuxInputDriver::ReadAllOutputs() {
+    return m_output.ReadLevels();
+}
+
+void PortOnLinuxInputDriver::SetAllLevels(unsigned mask) {
+    const std::lock_guard lock(m_outputMutex);
+    for (unsigned pin = 0; pin < MASK_PINS; ++pin) {
+        if ((m_output.offered & PinBit(pin)) != 0) {
+            WriteLevel(pin, (mask & PinBit(pin)) != 0);
+        }
+    }
+    CheckOutputs();
+}
+
+void PortOnLinuxInputDriver::SetOutputs(const unsigned* values, unsigned count) {
+    const std::lock_guard lock(m_outputMutex);
+    for (unsigned pin = 0; pin < std::min(count, PIN_COUNT); ++pin) {
+        if ((m_output.offered & PinBit(pin)) != 0) {
+            WriteLevel(pin, values[pin] != 0);
+        }
+    }
+    CheckOutputs();
+}
+
+void PortOnLinuxInputDriver::SetOutput(unsigned pin, unsigned value) {
+    const std::lock_guard lock(m_outputMutex);
+    WriteLevel(pin, value != 0);
+    CheckOutputs();
+}
+
+bool PortOnLinuxInputDriver::ConfigurePulse(unsigned period, unsigned steps) {
+    m_pulses.Configure(PulseSettings::ForRequest(period, steps));
+    return true;
+}
+
+bool PortOnLinuxInputDriver::StartPulse(unsigned pin, unsigned value) {
+    if (!IsOutput(pin)) {
+        return false;
+    }
+    m_pulses.Start(pin, value);
+    return true;
+}
+
+bool PortOnLinuxInputDriver::StopPulse(unsigned pin) {
+    m_pulses.Stop(pin);
+    return true;
+}
+
+bool PortOnLinuxInputDriver::SetPinFunction(unsigned pin, const std::string& function) {
+    return AlternatePinMux::GetInstance()->SetPinFunction(pin, function);
+}
+
+void PortOnLinuxInputDriver::SetPinParameter(unsigned pin, std::uint8_t value) {
+    if (!m_output.IsSwitchable(pin)) {
+        throw PinNotAvailableException();
+    }
+    const std::lock_guard lock(m_outputMutex);
+    WriteCommand(PARAMETER_CODE + pin, value);
+}
+
+void PortOnLinuxInputDriver::WriteCommand(unsigned code, int value) {
+    input_event event{};
+    event.type = EV_LED;
+    event.code = static_cast<std::uint16_t>(code);
+    event.value = value;
+    write_all_throw(m_output.device.Get(), &event, sizeof event);
+}
+
+void PortOnLinuxInputDriver::WriteLevel(unsigned pin, bool level) {
+    if (pin >= MASK_PINS) {
+        throw PinNotAvailableException();
+    }
+    WriteCommand(LEVEL_CODE + pin, level ? 1 : 0);
+}
+
+/// Reads the levels back, so that a device that takes commands but does not answer fails the command, not
+/// some later read.
+void PortOnLinuxInputDriver::CheckOutputs() const {
+    m_output.ReadLevels();
+}
+
+// --- On the poll thread ---
+
+void PortOnLinuxInputDriver::OnActivity(short revents) {
+    // The device blocks: it is read only when it has an event. Without one, only its end can have woken the
+    // thread, and would again and again.
+    input_event event;
+    const bool readable = (revents & POLLIN) != 0;
+    const ssize_t length = readable ? read(m_input.device.Get(), &event, sizeof event) : -1;
+    if (!readable || (length < 0 && errno == ENODEV)) {
+        PollThread::GetInstance()->Detach(this);
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: %s is gone\n", DEVICE_PATH);
+        return;
+    }
+    if (length != static_cast<ssize_t>(sizeof event)) {
+        // The event is lost, as those are that a full queue has no room for; the levels can still be read.
+        return;
+    }
+    try {
+        HandleEvent(event);
+    } catch (const std::exception& e) {
+        // One event less is better than no poll thread.
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: %s\n", unsigned{event.code},
+                         e.what());
+    }
+}
+
+void PortOnLinuxInputDriver::HandleEvent(const input_event& event) {
+    if (event.type != EV_KEY || event.code < LEVEL_CODE) {
+        return;
+    }
+    const unsigned pin = event.code - LEVEL_CODE;
+    if (!IsOutput(pin)) {
+        m_inputCallback(pin, event.value > 0, 1);
+    }
+}
+
+}  // namespace ExternalControl::Impl

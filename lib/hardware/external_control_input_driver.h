@@ -1,0 +1,102 @@
+#pragma once
+
+// The port on the player's own lines, through the input device of the kernel's GPIO driver. Changes of input
+// pins are its key events, levels and directions of output pins its LEDs.
+//
+// The commands may be given from several threads. Changes of the outputs, those of pulses included, exclude
+// each other by the output mutex. The poll thread only reads: it waits for nobody.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "lib/hardware/external_control.h"
+#include "lib/hardware/gpio_pulse.h"
+#include "lib/platform/poll_thread.h"
+#include "lib/platform/unique_fd.h"
+
+struct input_event;
+
+namespace ExternalControl::Impl {
+
+class PortOnLinuxInputDriver final : public Port, public Pollable {
+public:
+    /// Opens the port and attaches it to the PollThread. Any thread.
+    /// @throws ErrnoException when there is no such device or it fails
+    static std::shared_ptr<PortOnLinuxInputDriver> Open(InputCallback inputCallback);
+
+    /// For Open: opens the device.
+    explicit PortOnLinuxInputDriver(InputCallback inputCallback);
+
+    /// Not from a callback: waits for one that is running. Ends all pulses and leaves their pins low.
+    ~PortOnLinuxInputDriver() override;
+
+    unsigned GetPinCount() override { return PIN_COUNT; }
+    std::string GetVersion() override { return {}; }
+    /// @throws PinNotAvailableException unless the direction can be switched, an input for good included
+    void ConfigureInput(unsigned pin) override;
+    /// Deliberately true for every pin that is not switched to output, be it an output for good.
+    bool IsInput(unsigned pin) override;
+    bool GetInput(unsigned pin) override;
+    unsigned ReadAllInputs() override;
+    /// @throws PinNotAvailableException unless the direction can be switched, an output for good included
+    void ConfigureOutput(unsigned pin) override;
+    bool IsOutput(unsigned pin) override;
+    bool GetOutput(unsigned pin) override;
+    unsigned ReadAllOutputs() override;
+    void SetAllLevels(unsigned mask) override;
+    void SetOutputs(const unsigned* values, unsigned count) override;
+    void SetOutput(unsigned pin, unsigned value) override;
+    bool ConfigurePulse(unsigned period, unsigned steps) override;
+    bool StartPulse(unsigned pin, unsigned value) override;
+    bool StopPulse(unsigned pin) override;
+    bool SetPinFunction(unsigned pin, const std::string& function) override;
+
+    /// Sets the driver's own 8-bit parameter of a pin, whose meaning is the driver's.
+    /// @throws PinNotAvailableException unless the direction can be switched; nothing is written then
+    void SetPinParameter(unsigned pin, std::uint8_t value);
+
+    int GetFd() override { return m_input.device.Get(); }
+    void OnActivity(short revents) override;
+
+private:
+    static constexpr unsigned PIN_COUNT = 13;
+
+    enum class Direction { INPUT, OUTPUT };
+
+    /// One of the two handles on the device.
+    struct Side {
+        /// @param type  of the events that stand for levels
+        explicit Side(unsigned type);
+
+        /// The levels of the pins, as a mask.
+        std::uint32_t ReadLevels() const;
+        /// The pins that are switched to output, as a mask.
+        std::uint32_t ReadDirections() const;
+        /// Whether the direction of a pin can be switched.
+        bool IsSwitchable(unsigned pin) const;
+
+        strata::UniqueFd device;
+        unsigned eventType;
+        std::uint32_t offered = 0;     ///< pins that the device has for these events
+        std::uint32_t switchable = 0;  ///< pins whose direction can be switched
+    };
+
+    void Start();
+
+    void SetDirection(unsigned pin, Direction direction);
+    void WriteCommand(unsigned code, int value);
+    void WriteLevel(unsigned pin, bool level);
+    void CheckOutputs() const;
+
+    void HandleEvent(const input_event& event);
+
+    Side m_input;
+    Side m_output;
+    const InputCallback m_inputCallback;
+    std::mutex m_outputMutex;
+    PulseEngine m_pulses;  // last: writes through the rest until its end
+};
+
+}  // namespace ExternalControl::Impl

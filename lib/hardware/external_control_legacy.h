@@ -1,0 +1,55 @@
+#pragma once
+
+// The flat port of an earlier player, made of three ports of this one: the player's own lines, the lines of
+// an expander board and the switches of an expander board. Software that was written for it goes on
+// unchanged.
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "lib/hardware/external_control.h"
+
+namespace ExternalControl::Impl {
+
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nothing derives from it
+class LegacyPort final : public Port {
+public:
+    using Opener = std::function<std::shared_ptr<Port>(const std::string& name, InputCallback inputCallback,
+                                                       LostCallback lostCallback)>;
+
+    /// Opens the three ports and sets the directions of the pins that are used. Any thread.
+    /// @param inputCallback  gets the inputs, by their pins here; an empty one makes a callback throw
+    /// @param open           how ports are opened
+    /// @throws what the opener and the ports throw; what was opened is released then
+    explicit LegacyPort(InputCallback inputCallback, const Opener& open = OpenPort);
+
+    unsigned GetPinCount() override { return 23; }
+    std::string GetVersion() override { return {}; }
+    void ConfigureInput(unsigned pin) override;
+    bool IsInput(unsigned pin) override;
+    bool GetInput(unsigned pin) override;
+    /// Deliberately without pins 6 to 9, which GetInput reads.
+    unsigned ReadAllInputs() override;
+    void ConfigureOutput(unsigned pin) override;
+    bool IsOutput(unsigned pin) override;
+    bool GetOutput(unsigned pin) override;
+    unsigned ReadAllOutputs() override;
+    void SetAllLevels(unsigned mask) override;
+    /// Deliberately passes the values on as they are: they are those of the pins of the player's own lines,
+    /// and of the expander's.
+    void SetOutputs(const unsigned* values, unsigned count) override;
+    void SetOutput(unsigned pin, unsigned value) override;
+
+    /// The ports that this one is made of, in the order in which they are opened.
+    enum Part { MAIN, EXPANDER, SWITCHES, PART_COUNT };
+
+private:
+    void OnInput(Part part, unsigned pin, unsigned value, unsigned width) const;
+
+    const InputCallback m_inputCallback;  // before the parts, which call it to their end
+    std::array<std::shared_ptr<Port>, PART_COUNT> m_parts;
+};
+
+}  // namespace ExternalControl::Impl

@@ -1,0 +1,156 @@
+#include "lib/hardware/gpio_pulse.h"
+
+#include <sys/prctl.h>
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "lib/platform/monotonic_time.h"
+#include "lib/platform/trace.h"
+
+namespace ExternalControl::Impl {
+
+PulseSettings PulseSettings::ForRequest(unsigned periodMicroseconds, unsigned steps) {
+    constexpr unsigned MIN_PERIOD = 100;
+    constexpr unsigned MIN_STEPS = 2;
+    constexpr unsigned MAX_STEPS = 32;
+
+    PulseSettings settings;
+    if (periodMicroseconds != 0) {
+        settings.period = std::chrono::microseconds(std::max(periodMicroseconds, MIN_PERIOD));
+    }
+    if (steps != 0) {
+        settings.steps = std::clamp(steps, MIN_STEPS, MAX_STEPS);
+    }
+    return settings;
+}
+
+PulseEngine::PulseEngine(std::mutex& outputMutex, LevelWriter writeLevel)
+    : m_outputMutex(outputMutex), m_writeLevel(std::move(writeLevel)) {}
+
+PulseEngine::~PulseEngine() {
+    Pulses ended;
+    {
+        const std::lock_guard lock(m_outputMutex);
+        ended.swap(m_pulses);
+    }
+    EndIdleThread();
+    SetLow(ended);
+}
+
+void PulseEngine::Configure(const PulseSettings& settings) {
+    const std::lock_guard operation(m_operation);
+    Pulses ended;
+    {
+        const std::lock_guard lock(m_outputMutex);
+        if (settings.steps != m_settings.steps) {
+            ended.swap(m_pulses);
+        }
+        m_settings = settings;
+    }
+    EndIdleThread();
+    SetLow(ended);
+}
+
+void PulseEngine::Start(unsigned pin, unsigned highSteps) {
+    const std::lock_guard operation(m_operation);
+    {
+        const std::lock_guard lock(m_outputMutex);
+        const bool running = !m_pulses.empty();
+        m_pulses[pin].highSteps = highSteps;
+        if (running) {
+            m_wake.notify_one();
+            return;
+        }
+    }
+    if (m_thread.joinable()) {
+        // It has lost its last pulse to a level that could not be set.
+        m_thread.join();
+    }
+    try {
+        m_thread = std::thread(&PulseEngine::Run, this);
+    } catch (...) {
+        const std::lock_guard lock(m_outputMutex);
+        m_pulses.clear();
+        throw;
+    }
+}
+
+void PulseEngine::Stop(unsigned pin) {
+    const std::lock_guard operation(m_operation);
+    {
+        const std::lock_guard lock(m_outputMutex);
+        if (m_pulses.erase(pin) == 0) {
+            return;
+        }
+    }
+    EndIdleThread();
+    const std::lock_guard lock(m_outputMutex);
+    m_writeLevel(pin, false);
+}
+
+/// Waits for the end of the thread if it has nothing left to do.
+void PulseEngine::EndIdleThread() {
+    {
+        const std::lock_guard lock(m_outputMutex);
+        if (!m_pulses.empty()) {
+            return;
+        }
+    }
+    m_wake.notify_one();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void PulseEngine::SetLow(const Pulses& ended) {
+    const std::lock_guard lock(m_outputMutex);
+    for (const auto& [pin, pulse] : ended) {
+        try {
+            m_writeLevel(pin, false);
+        } catch (const std::exception& e) {
+            PLATFORM_MESSAGE("GPIOPulse: pin %u is not set low after its pulse: %s\n", pin, e.what());
+        }
+    }
+}
+
+// --- On the engine's thread ---
+
+void PulseEngine::Run() {
+    prctl(PR_SET_NAME, "GPIOPulse");
+    std::unique_lock lock(m_outputMutex);
+    m_step = 0;
+    strata::monotonic_time nextStep = strata::get_monotonic_time() + m_settings.period;
+    for (;;) {
+        WriteLevels();
+        if (m_pulses.empty()) {
+            return;
+        }
+        // Woken early, it finds the same step, for pulses that have been started or changed meanwhile.
+        m_wake.do_wait_until(lock, nextStep);
+        const strata::monotonic_time now = strata::get_monotonic_time();
+        for (; nextStep <= now; nextStep += m_settings.period) {
+            m_step = (m_step + 1) % m_settings.steps;
+        }
+    }
+}
+
+void PulseEngine::WriteLevels() {
+    for (auto entry = m_pulses.begin(); entry != m_pulses.end();) {
+        auto& [pin, pulse] = *entry;
+        const bool level = m_step < pulse.highSteps;
+        try {
+            if (level != pulse.level) {
+                m_writeLevel(pin, level);
+                pulse.level = level;
+            }
+            ++entry;
+        } catch (const std::exception& e) {
+            PLATFORM_MESSAGE("GPIOPulse: the pulse of pin %u ends: %s\n", pin, e.what());
+            entry = m_pulses.erase(entry);
+        }
+    }
+}
+
+}  // namespace ExternalControl::Impl
