@@ -40,6 +40,7 @@ FILES = (
     f"{LIBRARIES}/libboost_atomic.so.1.74.0",
     f"{LIBRARIES}/libdirectfb-1.7.so.7",
     f"{LIBRARIES}/libfmt.so.9",
+    f"{LIBRARIES}/libfuse3.so.3",
     f"{LIBRARIES}/libmagic.so.1",
     f"{LIBRARIES}/libstdc++.so.6",
     f"{LIBRARIES}/libubsan.so.1",

@@ -1,4 +1,4 @@
-"""The virtual player: a QEMU guest that runs cross-built programs, with touch boards on its USB bus.
+"""The virtual player: a QEMU guest that runs cross-built programs, with boards on its USB bus and GPIO lines.
 
     with VirtualPlayer(boards=["KP480"]) as player:
         player.boards[0].send("touch 3")
@@ -6,7 +6,7 @@
         player.picture("page.png")
 
 Whatever goes wrong with the guest itself is a PlayerError whose text holds the guest's console output. All methods
-are for one thread, except that any thread may send lines to a board and take pictures.
+are for one thread, except that any thread may send lines to a device and take pictures.
 """
 
 import json
@@ -19,6 +19,7 @@ import subprocess
 import tempfile
 import threading
 
+import device_tree as tree
 import guest_image
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
@@ -26,8 +27,12 @@ DEFAULT_BUILD = TOP / "build" / "arm64"
 
 # Built programs, relative to the build folder; they are commands in the guest.
 AGENT = "virtual_player/agent"
-BOARD_PROGRAM = "virtual_player/board/touch-board"
-PROGRAMS = (AGENT, BOARD_PROGRAM, "padtune")
+BOARD_PROGRAM = "virtual_player/board/usb-board"
+GPIO_PROGRAM = "virtual_player/gpio/gpio-lines"
+PROGRAMS = (AGENT, BOARD_PROGRAM, GPIO_PROGRAM, "padtune", "portprobe")
+
+# The guest's machine, as far as its device tree depends on it.
+MACHINE = ("qemu-system-aarch64", "-accel", "tcg", "-cpu", "cortex-a53", "-m", "512", "-nodefaults")
 
 ENVIRONMENT = {
     "PATH": "/usr/local/bin:/usr/bin:/usr/sbin",
@@ -38,7 +43,7 @@ ENVIRONMENT = {
 }
 
 BOOT_TIMEOUT = 60
-BOARD_TIMEOUT = 40
+RECORD_TIMEOUT = 40
 STOP_TIMEOUT = 5
 
 # Frames to and from the guest's agent; see guest/agent.cpp.
@@ -81,18 +86,47 @@ class Command:
         return self.status
 
 
-class Board:
-    """A touch board in the guest: takes control lines, gives record lines."""
+class Device:
+    """A device in the guest, played by a program: takes control lines, gives record lines."""
 
-    def __init__(self, player, model, port):
+    def __init__(self, player, arguments):
         self._player = player
-        self._command = player.start(["touch-board", "--model", model, "--port", str(port)])
+        self._command = player.start(arguments)
         #: its record lines as they come
         self.output = self._command.stdout
 
     def send(self, line):
-        """Gives the board a control line, such as "touch 3" or "unplug"."""
+        """Gives the device a control line, such as "touch 3" or "level 4 1"."""
         self._command.write(line.encode() + b"\n")
+
+    @property
+    def records(self):
+        """The record lines up to now."""
+        # The last piece is empty or an unfinished line.
+        return self.output.decode(errors="replace").split("\n")[:-1]
+
+    def wait_for_record(self, text, timeout=RECORD_TIMEOUT, start=0):
+        """Waits for a record line that contains `text`, from record number `start` on, and returns its number."""
+
+        def find():
+            lines = self.records
+            return next((i for i in range(start, len(lines)) if text in lines[i]), None)
+
+        self._player.wait_for(lambda: find() is not None or self._command.status is not None, timeout)
+        number = find()
+        if number is None:
+            problem = self._command.stderr.decode(errors="replace")
+            state = "still runs" if self._command.status is None else f"has ended with {self._command.status}"
+            raise PlayerError(f"no record '{text}' from {' '.join(self._command.arguments)}, which {state}: {problem}"
+                              f"{self.records[-5:]}")
+        return number
+
+
+class Board(Device):
+    """A board on the guest's USB bus."""
+
+    def __init__(self, player, model, port):
+        super().__init__(player, ["usb-board", "--model", model, "--port", str(port)])
 
     def unplug(self):
         """Takes the board off the bus and waits until it has gone."""
@@ -107,44 +141,28 @@ class Board:
         self.send(line)
         self.wait_for_record(record, start=start)
 
-    @property
-    def records(self):
-        """The record lines up to now."""
-        # The last piece is empty or an unfinished line.
-        return self.output.decode(errors="replace").split("\n")[:-1]
-
-    def wait_for_record(self, text, timeout=BOARD_TIMEOUT, start=0):
-        """Waits for a record line that contains `text`, from record number `start` on, and returns its number."""
-
-        def find():
-            lines = self.records
-            return next((i for i in range(start, len(lines)) if text in lines[i]), None)
-
-        self._player.wait_for(lambda: find() is not None or self._command.status is not None, timeout)
-        number = find()
-        if number is None:
-            problem = self._command.stderr.decode(errors="replace")
-            state = "still runs" if self._command.status is None else f"has ended with {self._command.status}"
-            raise PlayerError(f"no record '{text}' from the touch board, which {state}: {problem}{self.records[-5:]}")
-        return number
-
 
 class VirtualPlayer:
     """A context manager: entered, the guest is up and its boards are attached; left, nothing remains.
 
     screen      (width, height) of the frame buffer
     video_mode  content of /var/run/video.mode, or None for no such file
-    boards      model names, one for each board; board N sits at USB position N
+    boards      models, one for each board, as usb-board knows them; board N sits at USB position N
+    gpio        whether the player has its GPIO lines; they are `gpio` then
+    device_tree what the guest's device tree has besides QEMU's own: {path of a node: {property: value}}, values as
+                for device_tree.make(); None: nothing
     build       build folder that the programs come from
     files       {path in the guest: path here} of more files to take along
     window      whether the screen is shown in a window
     """
 
-    def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), build=DEFAULT_BUILD,
-                 files=None, window=False):
+    def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), gpio=False,
+                 device_tree=None, build=DEFAULT_BUILD, files=None, window=False):
         self._screen = screen
         self._video_mode = video_mode
         self._models = boards
+        self._has_gpio = gpio
+        self._device_tree = device_tree
         self._build = pathlib.Path(build)
         self._files = dict(files or {})
         self._window = window
@@ -158,10 +176,14 @@ class VirtualPlayer:
         self._sending = threading.Lock()
         self._monitoring = threading.Lock()
         self.boards = []
+        self.gpio = None
 
     def __enter__(self):
         try:
             self._boot()
+            if self._has_gpio:
+                self.gpio = Device(self, ["gpio-lines"])
+                self.gpio.wait_for_record("ready")
             for port, model in enumerate(self._models):
                 # One after the other, so that their device nodes are in order too.
                 self.boards.append(Board(self, model, port))
@@ -248,12 +270,17 @@ class VirtualPlayer:
         self._agent, self._qmp = agent_end, qmp_end
         self._console = tempfile.TemporaryFile()
         # Nothing of this has a name in the file system, so nothing can be left behind.
-        with port_end, monitor_end, tempfile.TemporaryFile() as initrd:
+        with port_end, monitor_end, tempfile.TemporaryFile() as initrd, tempfile.TemporaryFile() as dtb:
             initrd.write(base.read_bytes())
             initrd.write(self._overlay())
             initrd.flush()
-            inherited = (port_end.fileno(), monitor_end.fileno(), initrd.fileno())
-            self._qemu = subprocess.Popen(self._qemu_command(kernel, *inherited), pass_fds=inherited,
+            command = self._qemu_command(kernel, port_end.fileno(), monitor_end.fileno(), initrd.fileno())
+            if self._device_tree is not None:
+                dtb.write(self._make_device_tree())
+                dtb.flush()
+                command += ["-dtb", f"/dev/fd/{dtb.fileno()}"]
+            inherited = (port_end.fileno(), monitor_end.fileno(), initrd.fileno(), dtb.fileno())
+            self._qemu = subprocess.Popen(command, pass_fds=inherited,
                                           stdin=subprocess.DEVNULL, stdout=self._console, stderr=self._console,
                                           start_new_session=True)
             threading.Thread(target=self._receive, daemon=True).start()
@@ -266,8 +293,7 @@ class VirtualPlayer:
     def _qemu_command(self, kernel, port, monitor, initrd):
         width, height = self._screen
         return [
-            "qemu-system-aarch64", "-accel", "tcg", "-M", "virt", "-cpu", "cortex-a53", "-m", "512",
-            "-nodefaults", "-no-reboot", "-display", self._display(), "-serial", "stdio",
+            *MACHINE, "-M", "virt", "-no-reboot", "-display", self._display(), "-serial", "stdio",
             "-kernel", str(kernel), "-initrd", f"/dev/fd/{initrd}",
             # The text console stays off the frame buffer: it may only have a second one, and there is none.
             "-append", "console=ttyAMA0 panic=-1 quiet fbcon=map:1",
@@ -276,6 +302,12 @@ class VirtualPlayer:
             "-chardev", f"socket,id=monitor,fd={monitor}", "-mon", "chardev=monitor,mode=control",
             "-device", f"virtio-gpu-pci,xres={width},yres={height}",
         ]
+
+    def _make_device_tree(self):
+        try:
+            return tree.make(MACHINE, self._device_tree)
+        except tree.DeviceTreeError as error:
+            raise PlayerError(str(error)) from error
 
     def _display(self):
         if not self._window:

@@ -1,9 +1,10 @@
-"""Scenarios: what happens to the boards, and which pictures are taken, while a command runs in the guest.
+"""Scenarios: what happens to boards and lines, and which pictures are taken, while a command runs in the guest.
 
 One step a line; "#" starts a comment:
 
     SECONDS LINE            gives LINE ("touch 3") to board 0
     SECONDS board N LINE    gives LINE to board N
+    SECONDS player LINE     gives LINE ("level 4 1") to the player's GPIO lines
     SECONDS picture FILE    takes a picture of the screen
     end picture FILE        takes it when the command has ended; what it drew last is still there
     from TEXT               from here on seconds count from board 0's first record line that contains TEXT
@@ -24,7 +25,7 @@ class ScenarioError(Exception):
 @dataclasses.dataclass
 class Step:
     time: float | None  # seconds; None: when the command has ended
-    action: str  # "from TEXT", "picture FILE" or "board N LINE"
+    action: str  # "from TEXT", "picture FILE", "board N LINE" or "player LINE"
 
 
 def parse(lines):
@@ -41,7 +42,7 @@ def parse(lines):
             elif when == "end" and action.startswith("picture "):
                 steps.append(Step(None, action.strip()))
             else:
-                device = "" if action.startswith(("picture ", "board ")) else "board 0 "
+                device = "" if action.startswith(("picture ", "board ", "player ")) else "board 0 "
                 steps.append(Step(float(when), device + action.strip()))
         except ValueError:
             raise ScenarioError(f"line {number} is not a step of a scenario: {line.rstrip()}") from None
@@ -54,7 +55,12 @@ def perform(player, action):
     if kind == "picture":
         player.picture(argument)
         return
-    number, line = argument.split(maxsplit=1)
+    if kind == "player":
+        if player.gpio is None:
+            raise ScenarioError(f"the player has no GPIO lines for '{argument}'")
+        player.gpio.send(argument)
+        return
+    number, _, line = argument.partition(" ")
     if not number.isdigit() or int(number) >= len(player.boards):
         raise ScenarioError(f"there is no board {number} for '{line}'")
     player.boards[int(number)].send(line)

@@ -37,6 +37,8 @@ class GuestTestCase(unittest.TestCase):
     """Tests that share one guest, one after the other; what they need of it is said in the class."""
 
     BOARDS = ("KP480",)
+    GPIO = False
+    DEVICE_TREE = None
     SCREEN = (1280, 720)
     VIDEO_MODE = "1280x720x60p"
     FILES = {}  # more files to take along: {path in the guest: path below the build folder}
@@ -46,7 +48,8 @@ class GuestTestCase(unittest.TestCase):
         build = build_folder()
         files = {target: build / source for target, source in cls.FILES.items()}
         cls.player = cls.enterClassContext(VirtualPlayer(screen=cls.SCREEN, video_mode=cls.VIDEO_MODE,
-                                                         boards=cls.BOARDS, build=build, files=files))
+                                                         boards=cls.BOARDS, gpio=cls.GPIO, device_tree=cls.DEVICE_TREE,
+                                                         build=build, files=files))
 
     @classmethod
     def tearDownClass(cls):

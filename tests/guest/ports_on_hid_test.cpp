@@ -1,18 +1,12 @@
 // Ports against the kernel's own hiddev driver. Runs inside the virtual player, as root; every test brings
-// its own touch boards and plugs and unplugs them as it needs. The poll thread ends the process when a test
+// its own boards and plugs and unplugs them as it needs. The poll thread ends the process when a test
 // leaves a client or a timer behind.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
 #include <filesystem>
-#include <functional>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,8 +14,7 @@
 
 #include "lib/hardware/external_control_hid_finder.h"
 #include "lib/platform/posix_helpers.h"
-#include "lib/platform/unique_fd.h"
-#include "virtual_player/board/expander.h"
+#include "tests/guest/board_process.h"
 
 using namespace ExternalControl;
 using namespace ExternalControl::Impl;
@@ -29,70 +22,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto PATIENCE = 60s;
-
-void WaitUntil(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("waited in vain");
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-}
-
-/// A touch board on the USB bus, as long as it lives.
-class Board {
+/// A board on the USB bus, as long as it lives.
+class Board : public DeviceProcess {
 public:
-    Board(const std::string& model, unsigned port, const std::string& vendor = "0x084f") {
-        int input[2], output[2];
-        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
-            throw ErrnoException(errno, "pipe2");
-        }
-        const std::string portText = std::to_string(port);
-        m_process = fork();
-        if (m_process == -1) {
-            throw ErrnoException(errno, "fork");
-        }
-        if (m_process == 0) {
-            dup2(input[0], STDIN_FILENO);
-            dup2(output[1], STDOUT_FILENO);
-            execlp("touch-board", "touch-board", "--model", model.c_str(), "--port", portText.c_str(),
-                   "--vendor", vendor.c_str(), nullptr);
-            _exit(127);
-        }
-        close(input[0]);
-        close(output[1]);
-        m_lines.Reset(input[1]);
-        m_records = fdopen(output[0], "r");
-        WaitFor("ready");
-    }
-
-    ~Board() {
-        m_lines.Reset();
-        waitpid(m_process, nullptr, 0);
-        fclose(m_records);
-    }
-
-    void Send(const std::string& line) {
-        write_all_throw(m_lines.Get(), (line + "\n").data(), line.size() + 1);
-    }
-
-    /// Waits for the next record with this text, or the next complaint where that will do, and returns it.
-    std::string WaitFor(const std::string& text, bool orComplaint = false) {
-        char line[512];
-        while (fgets(line, sizeof line, m_records) != nullptr) {
-            const std::string record = line;
-            const bool isComplaint = record.starts_with("error");
-            if (record.find(text) != std::string::npos || (isComplaint && orComplaint)) {
-                return record;
-            }
-            if (isComplaint) {
-                throw std::runtime_error(record);
-            }
-        }
-        throw std::runtime_error("no record " + text);
-    }
+    Board(const std::string& model, unsigned port, const std::string& vendor = "0x084f")
+        : DeviceProcess(
+              {"usb-board", "--model", model, "--port", std::to_string(port), "--vendor", vendor}) {}
 
     void Unplug() {
         Send("unplug");
@@ -106,21 +41,6 @@ public:
             Send("plug");
         } while (WaitFor("plugged", true).find("plugged") == std::string::npos);
     }
-
-    bool HasState(const std::string& text) {
-        Send("state");
-        return WaitFor("state ").find(text) != std::string::npos;
-    }
-
-private:
-    pid_t m_process = -1;
-    strata::UniqueFd m_lines;
-    FILE* m_records = nullptr;
-};
-
-struct Event {
-    unsigned pin, value, width;
-    bool operator==(const Event&) const = default;
 };
 
 /// How often nodes have been announced: twice when a board is plugged in, by the kernel and by udevd.
@@ -129,38 +49,6 @@ struct AnnouncementCount final : DeviceHotplugUpdateObserver {
     void OnDeviceAppeared(const std::string&) override { ++count; }
     void OnDeviceDisappeared(const std::string&) override {}
 };
-
-/// What a callback received; the test waits for it.
-class EventLog {
-public:
-    InputCallback Callback() {
-        return [this](unsigned pin, unsigned value, unsigned width) {
-            const std::lock_guard lock(m_mutex);
-            m_events.push_back({pin, value, width});
-            m_changed.notify_all();
-        };
-    }
-
-    /// Waits until so many events were received since the last Take.
-    void WaitFor(std::size_t count) {
-        std::unique_lock lock(m_mutex);
-        if (!m_changed.wait_for(lock, PATIENCE, [&] { return m_events.size() >= count; })) {
-            throw std::runtime_error("events did not come");
-        }
-    }
-
-    std::vector<Event> Take() {
-        const std::lock_guard lock(m_mutex);
-        return std::exchange(m_events, {});
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<Event> m_events;
-};
-
-void Ignore(unsigned, unsigned, unsigned) {}
 
 std::shared_ptr<PortOnHid> OpenAvailable(const std::string& name, InputCallback input = Ignore,
                                          LostCallback lost = {}) {
@@ -342,28 +230,30 @@ TEST_F(PortsOnHid, OutputsAndValuesSurviveTwentyReturns) {
 }
 
 TEST_F(PortsOnHid, DirectionsAndOutputsSurviveReturns) {
-    VirtualBoard::Expander board(0);
-    board.Plug();
+    Board board("expander", 0, "0x2877");
+    board.Send("level 0 1");
+    board.Send("dip 7 1");
+    EXPECT_TRUE(board.HasState("inputs=0x00000001 dip=0x00000080"));
     const auto gpio = OpenAvailable("Expander-0-GPIO");
     // Active low, as all boards but the touch board.
     EXPECT_EQ(gpio->ReadAllInputs(), 0x0001u);
+    EXPECT_EQ(OpenAvailable("Expander-0-DIP")->ReadAllInputs(), 0x80u);
     gpio->ConfigureOutput(3);
-    gpio->ConfigureOutput(15);
+    gpio->ConfigureOutput(17);
     gpio->ConfigureOutput(0);
     gpio->ConfigureInput(0);
-    gpio->SetOutput(15, 1);
+    gpio->SetOutput(17, 1);
     gpio->SetOutput(4, 2);
-    EXPECT_EQ(board.GetWritten(), 0x80088010);
+    EXPECT_TRUE(board.HasState("outputs=0x00020010 directions=0x00020008"));
     for (int cycle = 0; cycle < 2; ++cycle) {
         board.Unplug();
         WaitUntilGone(*gpio);
         EXPECT_THROW(gpio->SetOutput(5, 1), ErrnoException);
         board.Plug();
-        WaitUntil([&] { return board.GetWritten() == 0x80088030; });
+        WaitUntil([&] { return board.HasState("outputs=0x00020030 directions=0x00020008"); });
     }
     EXPECT_TRUE(gpio->IsOutput(3) && gpio->IsInput(0));
-    EXPECT_EQ(gpio->ReadAllOutputs(), 0x8030u);
-    board.Unplug();
+    EXPECT_EQ(gpio->ReadAllOutputs(), 0x20030u);
 }
 
 TEST_F(PortsOnHid, CommandsWhileTheBoardReturnsAreNotOvertaken) {

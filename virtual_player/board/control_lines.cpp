@@ -1,21 +1,22 @@
 #include "virtual_player/board/control_lines.h"
 
-#include <charconv>
-#include <iterator>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
+#include <vector>
+
+#include "virtual_player/common/console.h"
 
 namespace VirtualBoard {
 
+using VirtualPlayer::ParseNumber;
+using VirtualPlayer::SplitWords;
+
 namespace {
 
-std::optional<bool> ParseLevel(const std::string& text) {
+std::optional<bool> ParseLevelOrAuto(const std::string& text) {
     if (text == "auto")
         return std::nullopt;
-    if (text == "0" || text == "1")
-        return text == "1";
-    throw std::invalid_argument("not a level: " + text);
+    return VirtualPlayer::ParseLevel(text);
 }
 
 SetupOddities ParseOddities(const std::vector<std::string>& words) {
@@ -47,22 +48,6 @@ SetupOddities ParseOddities(const std::vector<std::string>& words) {
 
 }  // namespace
 
-std::vector<std::string> SplitWords(const std::string& line) {
-    std::istringstream stream(line);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
-
-std::uint32_t ParseNumber(const std::string& text) {
-    const bool isHex = text.starts_with("0x");
-    const char* const first = text.data() + (isHex ? 2 : 0);
-    const char* const last = text.data() + text.size();
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(first, last, number, isHex ? 16 : 10);
-    if (error != std::errc() || end != last)
-        throw std::invalid_argument("not a number: " + text);
-    return number;
-}
-
 std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
     const std::vector<std::string> words = SplitWords(line);
     const std::string command = words.empty() ? "" : words[0];
@@ -71,7 +56,7 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
     if ((command == "touch" || command == "release") && arguments == 1)
         board.SetTouched(ParseNumber(words[1]), command == "touch");
     else if (command == "gpio" && arguments == 2)
-        board.SetGpioLevel(ParseNumber(words[1]), ParseLevel(words[2]));
+        board.SetGpioLevel(ParseNumber(words[1]), ParseLevelOrAuto(words[2]));
     else if (command == "rate" && arguments == 1)
         board.SetRate(ParseNumber(words[1]));
     else if (command == "setup" && arguments >= 1)

@@ -1,21 +1,12 @@
 #pragma once
 
-// The lines of text that play the part of fingers, cables and test instructions for a touch board.
+// The lines of text that play the part of fingers and test instructions for a touch board.
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "virtual_player/board/touch_board_model.h"
 
 namespace VirtualBoard {
-
-/// @return the words of a line; blanks separate them
-std::vector<std::string> SplitWords(const std::string& line);
-
-/// @return a whole word as a number: decimal, or hexadecimal with 0x
-/// @throws std::invalid_argument for anything else
-std::uint32_t ParseNumber(const std::string& text);
 
 /// Does what a line asks of the board:
 ///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | send-setup | state |

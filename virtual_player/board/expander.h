@@ -1,46 +1,37 @@
 #pragma once
 
-// An expander: the board of the family whose pins go either way. One report holds 16 inputs, 16 outputs and
-// 16 directions; the inputs are active low. It serves itself on a thread of its own, in the process that
-// makes it.
+// An expander: the board of the family whose pins go either way, with a row of switches. Levels are active
+// low on the bus; here and in its lines 1 is what the host's ports show as 1.
 
 #include <cstdint>
-#include <mutex>
-#include <optional>
-#include <thread>
+#include <string>
+#include <vector>
 
-#include "virtual_player/board/touch_board_model.h"
-#include "virtual_player/board/usb_device.h"
-#include "virtual_player/board/usbip_link.h"
+#include "virtual_player/board/board.h"
 
 namespace VirtualBoard {
 
-class Expander : public UsbDevice {
+class Expander final : public Board {
 public:
-    /// @param port  the port of the virtual host controller that it is plugged into, from 0
-    explicit Expander(unsigned port);
-
-    /// Puts the board on the bus, with all pins inputs again, and returns when the kernel has made its node.
-    /// @throws std::system_error when the kernel does not take it
-    void Plug();
-
-    /// Pulls the cable; the kernel clears up later.
-    void Unplug();
-
-    /// The last report from the host: the outputs in the low half, the directions in the high half. 0 after
-    /// plugging.
-    std::uint32_t GetWritten();
-
-    /// Control transfers of the kernel; called on the board's own thread.
-    std::optional<Bytes> Control(const ControlRequest& request, const Bytes& data) override;
+    BoardDescription Describe() const override;
+    Bytes HidReportDescriptor() const override;
+    /// All pins are inputs again and all outputs off; what is connected to the pins stays, and so do the
+    /// switches.
+    void Connect() override;
+    std::optional<Bytes> CurrentReport(std::uint8_t id) const override;
+    bool WriteReport(const Bytes& report) override;
+    /// Lines: level PIN 0|1 | dip N 0|1 | state
+    std::string ExecuteLine(const std::string& line) override;
+    std::vector<Bytes> TakeReports() override;
+    std::vector<std::string> TakeRecords() override;
 
 private:
-    const unsigned m_port;
-    TouchBoardModel m_unused;  ///< what a UsbDevice is otherwise made of
-    std::mutex m_mutex;
-    std::uint32_t m_written = 0;
-    std::optional<UsbIpLink> m_link;
-    std::jthread m_server;  // last: uses the rest
+    std::uint32_t m_inputs = 0;
+    std::uint32_t m_switches = 0;
+    std::uint32_t m_outputs = 0;
+    std::uint32_t m_directions = 0;  ///< 1: output
+    std::vector<Bytes> m_reports;
+    std::vector<std::string> m_records;
 };
 
 }  // namespace VirtualBoard

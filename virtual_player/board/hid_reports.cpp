@@ -1,37 +1,14 @@
 #include "virtual_player/board/hid_reports.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <initializer_list>
-#include <stdexcept>
+#include <utility>
 
 namespace VirtualBoard {
 
 namespace {
 
-enum class Direction { INPUT, OUTPUT };
-
-struct ReportLayout {
-    ReportId id;
-    const char* portName;
-    Direction direction;
-    std::uint16_t usagePage;
-    std::uint8_t count;
-    std::uint8_t bits;
-};
-
-// The host tells the fields apart by the low byte of the usage page.
-constexpr ReportLayout REPORTS[] = {
-    {ReportId::GPIO, "GPIO", Direction::INPUT, 0xFF00, BUTTON_COUNT, 1},
-    {ReportId::DIAGNOSTICS, "DIAGNOSTICS", Direction::INPUT, 0xFF01, DIAGNOSTICS_WORDS, 32},
-    {ReportId::IDENTITY, "", Direction::INPUT, 0xFF02, IDENTITY_WORDS, 32},
-    {ReportId::LED_SETUP, "LED-SETUP", Direction::OUTPUT, 0xFF40, LED_SETUP_WORDS, 32},
-    {ReportId::LED, "LED", Direction::OUTPUT, 0xFF41, BUTTON_COUNT, 32},
-};
-
-constexpr std::uint16_t APPLICATION_PAGE = 0xFF77;
 constexpr std::uint8_t APPLICATION_USAGE = 1;
-constexpr std::uint8_t FIRST_USAGE = 1;
 
 // Item prefixes; the low two bits are the size of the data (3 means four bytes).
 enum Item : std::uint8_t {
@@ -40,8 +17,8 @@ enum Item : std::uint8_t {
     LOGICAL_MINIMUM_8 = 0x15,
     LOGICAL_MAXIMUM_8 = 0x25,
     LOGICAL_MAXIMUM_32 = 0x27,
-    USAGE_MINIMUM_8 = 0x19,
-    USAGE_MAXIMUM_8 = 0x29,
+    USAGE_MINIMUM_16 = 0x1A,
+    USAGE_MAXIMUM_16 = 0x2A,
     REPORT_SIZE_8 = 0x75,
     INPUT_8 = 0x81,
     REPORT_ID_8 = 0x85,
@@ -55,89 +32,109 @@ constexpr std::uint8_t DATA_VARIABLE_ABSOLUTE = 2;
 constexpr std::uint8_t CONSTANT_VARIABLE_ABSOLUTE = 3;
 
 void Append(Bytes& bytes, std::initializer_list<unsigned> more) {
-    for (const unsigned byte : more)
+    for (const unsigned byte : more) {
         bytes.push_back(static_cast<std::uint8_t>(byte));
-}
-
-const ReportLayout* FindLayout(std::uint8_t id, Direction direction) {
-    for (const ReportLayout& layout : REPORTS) {
-        if (static_cast<std::uint8_t>(layout.id) == id && layout.direction == direction)
-            return &layout;
     }
-    return nullptr;
 }
 
-void AppendField(Bytes& bytes, const ReportLayout& layout) {
-    const unsigned page = layout.usagePage;
-    const Item main = layout.direction == Direction::INPUT ? INPUT_8 : OUTPUT_8;
-    Append(bytes, {USAGE_PAGE_16, page & 0xFF, page >> 8, REPORT_ID_8, static_cast<unsigned>(layout.id)});
+void Append16(Bytes& bytes, Item item, unsigned value) {
+    Append(bytes, {item, value & 0xFF, value >> 8});
+}
+
+Item MainItem(Direction direction) {
+    return direction == Direction::INPUT ? INPUT_8 : OUTPUT_8;
+}
+
+void AppendField(Bytes& bytes, const HidField& field) {
+    Append16(bytes, USAGE_PAGE_16, field.usagePage);
+    Append(bytes, {REPORT_ID_8, field.report});
     Append(bytes, {LOGICAL_MINIMUM_8, 0});
-    if (layout.bits == 1)
+    if (field.bits == 1) {
         Append(bytes, {LOGICAL_MAXIMUM_8, 1});
-    else
+    } else {
         Append(bytes, {LOGICAL_MAXIMUM_32, 0xFF, 0xFF, 0xFF, 0x7F});
-    Append(bytes, {REPORT_SIZE_8, layout.bits, REPORT_COUNT_8, layout.count});
-    Append(bytes, {USAGE_MINIMUM_8, FIRST_USAGE, USAGE_MAXIMUM_8, FIRST_USAGE + layout.count - 1u});
-    Append(bytes, {main, DATA_VARIABLE_ABSOLUTE});
-    const unsigned padding = (8 - layout.bits * layout.count % 8) % 8;
-    if (padding != 0)
-        Append(bytes, {REPORT_SIZE_8, padding, REPORT_COUNT_8, 1, main, CONSTANT_VARIABLE_ABSOLUTE});
+    }
+    Append(bytes, {REPORT_SIZE_8, field.bits, REPORT_COUNT_8, field.count});
+    Append16(bytes, USAGE_MINIMUM_16, field.firstUsage);
+    Append16(bytes, USAGE_MAXIMUM_16, field.firstUsage + field.count - 1u);
+    Append(bytes, {MainItem(field.direction), DATA_VARIABLE_ABSOLUTE});
 }
 
-template <class Words>
-Words ReadWords(const Bytes& report) {
-    Words words{};
-    for (std::size_t i = 0; i < words.size() * 4; ++i)
-        words[i / 4] |= static_cast<std::uint32_t>(report[1 + i]) << (8 * (i % 4));
-    return words;
+bool IsOf(const HidField& field, std::uint8_t report, Direction direction) {
+    return field.report == report && field.direction == direction;
+}
+
+std::size_t CountBits(std::span<const HidField> fields, std::uint8_t report, Direction direction) {
+    std::size_t bits = 0;
+    for (const HidField& field : fields) {
+        if (IsOf(field, report, direction)) {
+            bits += std::size_t{field.count} * field.bits;
+        }
+    }
+    return bits;
+}
+
+std::size_t CountBytes(std::size_t bits) {
+    return 1 + (bits + 7) / 8;  // the report id first
+}
+
+/// Calls with (the value's index among those of the report, the bit of the value, the bit of the report).
+template <class Function>
+void ForEachBit(std::span<const HidField> fields, std::uint8_t report, Direction direction,
+                Function function) {
+    std::size_t value = 0;
+    std::size_t position = 8;  // behind the report id
+    for (const HidField& field : fields) {
+        for (unsigned i = 0; IsOf(field, report, direction) && i < field.count; ++i, ++value) {
+            for (unsigned bit = 0; bit < field.bits; ++bit) {
+                function(value, bit, position++);
+            }
+        }
+    }
 }
 
 }  // namespace
 
-Bytes HidReportDescriptor(std::optional<ReportId> leftOut) {
+Bytes HidReportDescriptor(std::uint16_t applicationPage, std::span<const HidField> fields) {
     Bytes bytes;
-    Append(bytes, {USAGE_PAGE_16, APPLICATION_PAGE & 0xFF, APPLICATION_PAGE >> 8});
+    Append16(bytes, USAGE_PAGE_16, applicationPage);
     Append(bytes, {USAGE_8, APPLICATION_USAGE, COLLECTION_8, COLLECTION_APPLICATION});
-    for (const ReportLayout& layout : REPORTS) {
-        if (layout.id != leftOut)
-            AppendField(bytes, layout);
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const auto [report, direction] = std::pair(fields[i].report, fields[i].direction);
+        AppendField(bytes, fields[i]);
+        const bool isLast = i + 1 == fields.size() || !IsOf(fields[i + 1], report, direction);
+        const unsigned padding = (8 - CountBits(fields, report, direction) % 8) % 8;
+        if (isLast && padding != 0) {
+            Append(bytes, {REPORT_SIZE_8, padding, REPORT_COUNT_8, 1, MainItem(direction),
+                           CONSTANT_VARIABLE_ABSOLUTE});
+        }
     }
     Append(bytes, {END_COLLECTION});
     return bytes;
 }
 
-ReportId FindReport(const std::string& name) {
-    for (const ReportLayout& layout : REPORTS) {
-        if (name == layout.portName)
-            return layout.id;
-    }
-    throw std::invalid_argument("no report " + name);
-}
-
-Bytes PackReport(const InputReport& report) {
-    const std::uint8_t id = static_cast<std::uint8_t>(report.id);
-    const unsigned bits = FindLayout(id, Direction::INPUT)->bits;
-    Bytes bytes(1 + (bits * report.words.size() + 7) / 8);
-    bytes[0] = id;
-    for (std::size_t i = 0; i < report.words.size(); ++i) {
-        for (unsigned bit = 0; bit < bits; ++bit) {
-            const std::size_t position = i * bits + bit;
-            bytes[1 + position / 8] |=
-                static_cast<std::uint8_t>((report.words[i] >> bit & 1) << position % 8);
-        }
-    }
+Bytes PackReport(std::span<const HidField> fields, std::uint8_t report,
+                 std::span<const std::uint32_t> words) {
+    Bytes bytes(CountBytes(CountBits(fields, report, Direction::INPUT)));
+    bytes[0] = report;
+    ForEachBit(fields, report, Direction::INPUT, [&](std::size_t value, unsigned bit, std::size_t position) {
+        bytes[position / 8] |= static_cast<std::uint8_t>((words[value] >> bit & 1) << position % 8);
+    });
     return bytes;
 }
 
-bool WriteReport(TouchBoardModel& board, const Bytes& report) {
-    const ReportLayout* layout = report.empty() ? nullptr : FindLayout(report[0], Direction::OUTPUT);
-    if (layout == nullptr || report.size() != 1 + layout->count * 4u)
-        return false;
-    if (layout->id == ReportId::LED_SETUP)
-        board.WriteLedSetup(ReadWords<LedSetupWords>(report));
-    else
-        board.WriteLeds(ReadWords<ButtonWords>(report));
-    return true;
+std::optional<std::vector<std::uint32_t>> UnpackReport(std::span<const HidField> fields, const Bytes& bytes) {
+    const std::uint8_t report = bytes.empty() ? 0 : bytes[0];
+    const std::size_t bits = CountBits(fields, report, Direction::OUTPUT);
+    if (bits == 0 || bytes.size() != CountBytes(bits)) {
+        return std::nullopt;
+    }
+    std::vector<std::uint32_t> words;
+    ForEachBit(fields, report, Direction::OUTPUT, [&](std::size_t value, unsigned bit, std::size_t position) {
+        words.resize(value + 1);
+        words[value] |= (bytes[position / 8] >> position % 8 & 1u) << bit;
+    });
+    return words;
 }
 
 }  // namespace VirtualBoard

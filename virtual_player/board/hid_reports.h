@@ -1,32 +1,39 @@
 #pragma once
 
-// The board's HID side: its report descriptor, and the bytes of its reports. Both come from one table, so
-// that they cannot disagree.
+// The HID side of a board: its report descriptor, and the bytes of its reports. Both come from one table of
+// fields, so that they cannot disagree.
 
 #include <cstdint>
 #include <optional>
-#include <string>
+#include <span>
 #include <vector>
 
-#include "virtual_player/board/touch_board_model.h"
+#include "virtual_player/board/board.h"
 
 namespace VirtualBoard {
 
-using Bytes = std::vector<std::uint8_t>;
+enum class Direction { INPUT, OUTPUT };
 
-/// @param leftOut a report that this board does not have
-/// @return one application collection with a field for each report
-Bytes HidReportDescriptor(std::optional<ReportId> leftOut);
+/// A row of values, all of the same width. Fields of the same report and direction follow each other in the
+/// report in the order of the table, in which they must be neighbours.
+struct HidField {
+    std::uint8_t report;
+    Direction direction;
+    std::uint16_t usagePage;
+    std::uint16_t firstUsage;
+    std::uint8_t count;
+    std::uint8_t bits;  ///< 1 or 32
+};
 
-/// @param name the host's name for the report's port: "GPIO", "DIAGNOSTICS", "LED-SETUP" or "LED"
-/// @throws std::invalid_argument for any other name
-ReportId FindReport(const std::string& name);
+/// @return one application collection, usage 1 of the page, with all fields
+Bytes HidReportDescriptor(std::uint16_t applicationPage, std::span<const HidField> fields);
 
+/// @param words  one for each value of the report's input fields
 /// @return the report as it goes over the bus, report id first
-Bytes PackReport(const InputReport& report);
+Bytes PackReport(std::span<const HidField> fields, std::uint8_t report, std::span<const std::uint32_t> words);
 
-/// Takes an output report from the host. The report id is the first byte.
-/// @return false if the board has no such report or its length is wrong
-bool WriteReport(TouchBoardModel& board, const Bytes& report);
+/// @param bytes  an output report from the host, report id first
+/// @return one word for each value; none if there is no such report or its length is wrong
+std::optional<std::vector<std::uint32_t>> UnpackReport(std::span<const HidField> fields, const Bytes& bytes);
 
 }  // namespace VirtualBoard

@@ -1,268 +1,122 @@
-// touch-board: a touch board on this kernel's USB bus. Lines on standard input play its fingers and its cable
-// (see control_lines.h, and `mute`, `unmute`, `stall`, `unstall`, `unplug`, `plug`, `count`, `quit`, and
-// `without PORT` or `without nothing` for the next time it is plugged in); each line on standard output is an
-// event with its time on the monotonic clock, so that a test can set it against its own times.
-
-#include <poll.h>
-#include <unistd.h>
+#include "virtual_player/board/touch_board.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <ctime>
-#include <exception>
 #include <iterator>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <system_error>
-#include <vector>
+#include <string_view>
 
 #include "virtual_player/board/control_lines.h"
-#include "virtual_player/board/touch_board_model.h"
-#include "virtual_player/board/usb_device.h"
-#include "virtual_player/board/usbip_link.h"
-#include "virtual_player/board/vhci_port.h"
+#include "virtual_player/common/console.h"
 
 namespace VirtualBoard {
 
 namespace {
 
-constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-constexpr std::int64_t PLUG_STEP = 20'000'000;
-constexpr std::int64_t PLUG_TIMEOUT = 30 * NANOSECONDS_PER_SECOND;
+constexpr std::uint16_t APPLICATION_PAGE = 0xFF77;
 
-struct Options {
-    std::string model = "KP480";
-    unsigned port = 0;
-    std::uint16_t vendor = 0x084F;
+constexpr std::uint8_t Number(ReportId id) {
+    return static_cast<std::uint8_t>(id);
+}
+
+// The host tells the fields apart by the low byte of the usage page.
+constexpr HidField FIELDS[] = {
+    {Number(ReportId::GPIO), Direction::INPUT, 0xFF00, 1, BUTTON_COUNT, 1},
+    {Number(ReportId::DIAGNOSTICS), Direction::INPUT, 0xFF01, 1, DIAGNOSTICS_WORDS, 32},
+    {Number(ReportId::IDENTITY), Direction::INPUT, 0xFF02, 1, IDENTITY_WORDS, 32},
+    {Number(ReportId::LED_SETUP), Direction::OUTPUT, 0xFF40, 1, LED_SETUP_WORDS, 32},
+    {Number(ReportId::LED), Direction::OUTPUT, 0xFF41, 1, BUTTON_COUNT, 32},
 };
 
-std::int64_t Now() {
-    timespec time{};
-    if (::clock_gettime(CLOCK_MONOTONIC, &time) != 0)
-        throw std::system_error(errno, std::generic_category(), "clock_gettime");
-    return time.tv_sec * NANOSECONDS_PER_SECOND + time.tv_nsec;
-}
-
-void PrintLine(const std::string& line) {
-    if (std::fputs((line + "\n").c_str(), stdout) == EOF || std::fflush(stdout) == EOF)
-        throw std::system_error(errno, std::generic_category(), "standard output");
-}
-
-void PrintRecord(const std::string& event) {
-    const std::int64_t now = Now();
-    char time[40];
-    std::snprintf(time, sizeof time, "%lld.%09lld ", static_cast<long long>(now / NANOSECONDS_PER_SECOND),
-                  static_cast<long long>(now % NANOSECONDS_PER_SECOND));
-    PrintLine(time + event);
-}
-
-class Program {
-public:
-    explicit Program(const Options& options)
-        : m_port(options.port), m_board(options.model), m_device(m_board, options.vendor) {}
-
-    /// Runs until "quit" or the end of standard input.
-    void Run() {
-        StartPlugging("ready");
-        while (!m_quit) {
-            ServeTime();
-            WaitAndServe();
-            PassOnWhatHappened();
-        }
-    }
-
-private:
-    enum class Plugging { NOT_NOW, WAITS_FOR_PORT, WAITS_FOR_NODE };
-
-    bool IsSpeaking() const { return m_link && m_manners != Manners::MUTE; }
-
-    void StartPlugging(const char* eventWhenDone) {
-        if (m_link || m_plugging != Plugging::NOT_NOW)
-            throw std::invalid_argument("plugged already");
-        m_plugging = Plugging::WAITS_FOR_PORT;
-        m_plugDeadline = Now() + PLUG_TIMEOUT;
-        m_pluggedEvent = eventWhenDone;
-    }
-
-    void Unplug() {
-        if (!m_link && m_plugging == Plugging::NOT_NOW)
-            throw std::invalid_argument("unplugged already");
-        m_link.reset();
-        m_plugging = Plugging::NOT_NOW;
-        PrintRecord("unplug");
-    }
-
-    /// The kernel clears up after the board that was there before, then makes a node for this one; both take
-    /// time, and this board must answer meanwhile.
-    void ContinuePlugging() {
-        if (m_plugging == Plugging::WAITS_FOR_PORT && !IsPortOccupied(m_port)) {
-            if (std::optional<FileDescriptor> socket = PlugIn(m_port)) {
-                m_board.Connect();
-                m_link.emplace(std::move(*socket), m_device);
-                m_plugging = Plugging::WAITS_FOR_NODE;
-            }
-        } else if (m_plugging == Plugging::WAITS_FOR_NODE && !FindHiddevNode(m_port).empty()) {
-            m_plugging = Plugging::NOT_NOW;
-            PrintRecord(m_pluggedEvent);
-        }
-        if (m_plugging != Plugging::NOT_NOW && Now() >= m_plugDeadline) {
-            m_plugging = Plugging::NOT_NOW;
-            PrintLine("error: the kernel made no hiddev node");
-        }
-    }
-
-    void ServeTime() {
-        if (m_plugging != Plugging::NOT_NOW)
-            ContinuePlugging();
-        if (IsSpeaking())
-            m_board.Advance(Now());
-        PassOnWhatHappened();
-    }
-
-    void PassOnWhatHappened() {
-        for (const std::string& record : m_board.TakeRecords())
-            PrintRecord(record);
-        for (const InputReport& report : m_board.TakeReports()) {
-            if (IsSpeaking())
-                m_link->Send(report);
-        }
-        if (m_link)
-            m_diagnosticsCount += m_link->TakeDeliveredDiagnostics();
-    }
-
-    std::optional<std::int64_t> NextWakeUp() const {
-        std::optional<std::int64_t> next = IsSpeaking() ? m_board.NextReportTime() : std::nullopt;
-        if (m_plugging != Plugging::NOT_NOW) {
-            const std::int64_t step = Now() + PLUG_STEP;
-            next = next ? std::min(*next, step) : step;
-        }
-        return next;
-    }
-
-    void WaitAndServe() {
-        pollfd fds[] = {{STDIN_FILENO, POLLIN, 0}, {m_link ? m_link->GetFd() : -1, POLLIN, 0}};
-        timespec timeout{};
-        const std::optional<std::int64_t> next = NextWakeUp();
-        if (next) {
-            const std::int64_t wait = std::max<std::int64_t>(*next - Now(), 0);
-            timeout = {static_cast<time_t>(wait / NANOSECONDS_PER_SECOND),
-                       static_cast<long>(wait % NANOSECONDS_PER_SECOND)};
-        }
-        if (::ppoll(fds, std::size(fds), next ? &timeout : nullptr, nullptr) < 0) {
-            if (errno == EINTR)
-                return;
-            throw std::system_error(errno, std::generic_category(), "ppoll");
-        }
-        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners))
-            Unplug();
-        if (fds[0].revents != 0)
-            ReadLines();
-    }
-
-    void ReadLines() {
-        char buffer[4096];
-        const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-        if (count < 0)
-            throw std::system_error(errno, std::generic_category(), "standard input");
-        if (count == 0) {
-            m_quit = true;
-            return;
-        }
-        m_input.append(buffer, static_cast<std::size_t>(count));
-        std::size_t end = 0;
-        while (!m_quit && (end = m_input.find('\n')) != std::string::npos) {
-            const std::string line = m_input.substr(0, end);
-            m_input.erase(0, end + 1);
-            ExecuteOrComplain(line);
-            PassOnWhatHappened();
-        }
-    }
-
-    void ExecuteOrComplain(const std::string& line) {
-        try {
-            Execute(line);
-        } catch (const std::invalid_argument& error) {
-            PrintLine(std::string("error: ") + error.what());
-        }
-    }
-
-    void Execute(const std::string& line) {
-        const std::vector<std::string> words = SplitWords(line);
-        if (words.empty())
-            return;
-        const std::string command = words.size() == 1 ? words[0] : "";
-        if (command == "quit")
-            m_quit = true;
-        else if (command == "mute")
-            m_manners = Manners::MUTE;
-        else if (command == "stall")
-            m_manners = Manners::STALLS;
-        else if (command == "unmute" || command == "unstall")
-            m_manners = Manners::ANSWERS;
-        else if (command == "unplug")
-            Unplug();
-        else if (command == "plug")
-            StartPlugging("plugged");
-        else if (command == "count")
-            PrintRecord("diagnostics " + std::to_string(m_diagnosticsCount));
-        else if (words[0] == "without" && words.size() == 2)
-            m_device.LeaveOut(words[1] == "nothing" ? std::nullopt : std::optional(FindReport(words[1])));
-        else if (const std::string answer = ExecuteLine(m_board, line); !answer.empty())
-            PrintRecord(answer);
-    }
-
-    const unsigned m_port;
-    TouchBoardModel m_board;
-    UsbDevice m_device;
-    std::optional<UsbIpLink> m_link;
-    Manners m_manners = Manners::ANSWERS;
-    Plugging m_plugging = Plugging::NOT_NOW;
-    std::int64_t m_plugDeadline = 0;
-    const char* m_pluggedEvent = "";
-    unsigned long m_diagnosticsCount = 0;
-    std::string m_input;
-    bool m_quit = false;
+// What the host calls the ports of these reports; the identity has none.
+constexpr struct {
+    ReportId report;
+    std::string_view port;
+} PORTS[] = {
+    {ReportId::GPIO, "GPIO"},
+    {ReportId::DIAGNOSTICS, "DIAGNOSTICS"},
+    {ReportId::LED_SETUP, "LED-SETUP"},
+    {ReportId::LED, "LED"},
 };
 
-unsigned ParseOption(const std::string& text, unsigned max) {
-    const unsigned number = ParseNumber(text);
-    if (number > max)
-        throw std::invalid_argument("more than " + std::to_string(max) + ": " + text);
-    return number;
+template <class Words>
+Words ToWords(const std::vector<std::uint32_t>& values) {
+    Words words{};
+    std::copy(values.begin(), values.end(), words.begin());
+    return words;
 }
 
-Options ParseOptions(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string name = argv[i];
-        if (i + 1 == argc)
-            throw std::invalid_argument("no value for " + name);
-        const std::string value = argv[i + 1];
-        if (name == "--model")
-            options.model = value;
-        else if (name == "--port")
-            options.port = ParseOption(value, VHCI_PORT_MAX);
-        else if (name == "--vendor")
-            options.vendor = static_cast<std::uint16_t>(ParseOption(value, 0xFFFF));
-        else
-            throw std::invalid_argument("unknown option " + name);
-    }
-    return options;
+Bytes Pack(const InputReport& report) {
+    return PackReport(FIELDS, Number(report.id), report.words);
 }
 
 }  // namespace
 
-}  // namespace VirtualBoard
+TouchBoard::TouchBoard(const std::string& model)
+    : m_model(model), m_fields(std::begin(FIELDS), std::end(FIELDS)) {}
 
-int main(int argc, char** argv) {
-    try {
-        VirtualBoard::Program(VirtualBoard::ParseOptions(argc, argv)).Run();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "touch-board: %s\n", error.what());
-        return 1;
-    }
-    return 0;
+BoardDescription TouchBoard::Describe() const {
+    return {0x084F, 0x0480, "Virtual touch board"};
 }
+
+Bytes TouchBoard::HidReportDescriptor() const {
+    return VirtualBoard::HidReportDescriptor(APPLICATION_PAGE, m_fields);
+}
+
+std::optional<Bytes> TouchBoard::CurrentReport(std::uint8_t id) const {
+    try {
+        return Pack(m_model.CurrentReport(static_cast<ReportId>(id)));
+    } catch (const std::invalid_argument&) {
+        return std::nullopt;  // the host asked for a report that the board has not
+    }
+}
+
+bool TouchBoard::WriteReport(const Bytes& report) {
+    const auto words = UnpackReport(FIELDS, report);
+    if (!words) {
+        return false;
+    }
+    if (report[0] == Number(ReportId::LED_SETUP)) {
+        m_model.WriteLedSetup(ToWords<LedSetupWords>(*words));
+    } else {
+        m_model.WriteLeds(ToWords<ButtonWords>(*words));
+    }
+    return true;
+}
+
+std::string TouchBoard::ExecuteLine(const std::string& line) {
+    const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+    if (words.size() == 2 && words[0] == "without") {
+        LeaveOut(words[1]);
+        return {};
+    }
+    if (words.size() == 1 && words[0] == "count") {
+        return "diagnostics " + std::to_string(m_diagnosticsCount);
+    }
+    return VirtualBoard::ExecuteLine(m_model, line);
+}
+
+void TouchBoard::LeaveOut(const std::string& port) {
+    const auto found =
+        std::find_if(std::begin(PORTS), std::end(PORTS), [&](const auto& row) { return row.port == port; });
+    if (found == std::end(PORTS) && port != "nothing") {
+        throw std::invalid_argument("no report " + port);
+    }
+    m_fields.assign(std::begin(FIELDS), std::end(FIELDS));
+    if (found != std::end(PORTS)) {
+        std::erase_if(m_fields, [&](const HidField& field) { return field.report == Number(found->report); });
+    }
+}
+
+std::vector<Bytes> TouchBoard::TakeReports() {
+    std::vector<Bytes> reports;
+    for (const InputReport& report : m_model.TakeReports()) {
+        reports.push_back(Pack(report));
+    }
+    return reports;
+}
+
+void TouchBoard::OnReportRead(const Bytes& report) {
+    m_diagnosticsCount += report[0] == Number(ReportId::DIAGNOSTICS);
+}
+
+}  // namespace VirtualBoard

@@ -1,13 +1,10 @@
 #include "virtual_player/board/usb_device.h"
 
-#include <stdexcept>
 #include <string_view>
 
 namespace VirtualBoard {
 
 namespace {
-
-constexpr std::uint16_t PRODUCT = 0x0480;
 
 // bmRequestType.
 constexpr std::uint8_t HOST_TO_DEVICE = 0x00;
@@ -46,7 +43,12 @@ enum DescriptorKind : unsigned {
 
 constexpr std::uint8_t PACKET_SIZE = 64;
 constexpr std::uint8_t POLL_INTERVAL_MS = 1;
-constexpr std::string_view STRINGS[] = {"", "padtune", "Virtual touch board"};
+
+// Indexes of string descriptors.
+constexpr unsigned LANGUAGES_STRING = 0;
+constexpr unsigned MAKER_STRING = 1;
+constexpr unsigned PRODUCT_STRING = 2;
+constexpr std::string_view MAKER = "padtune";
 
 constexpr std::uint8_t Low(std::size_t number) {
     return number & 0xFF;
@@ -55,7 +57,7 @@ constexpr std::uint8_t High(std::size_t number) {
     return number >> 8 & 0xFF;
 }
 
-Bytes DeviceDescriptor(std::uint16_t vendor) {
+Bytes DeviceDescriptor(std::uint16_t vendor, std::uint16_t product) {
     return {18,
             DEVICE,
             0x10,
@@ -66,12 +68,12 @@ Bytes DeviceDescriptor(std::uint16_t vendor) {
             PACKET_SIZE,  // class: see the interface
             Low(vendor),
             High(vendor),
-            Low(PRODUCT),
-            High(PRODUCT),  //
+            Low(product),
+            High(product),  //
             0x00,
             0x01,
-            1,
-            2,  // release 1.00, maker, product
+            MAKER_STRING,
+            PRODUCT_STRING,  // release 1.00, maker, product
             0,
             1};  // no serial number, one configuration
 }
@@ -92,24 +94,25 @@ Bytes ConfigurationDescriptor(std::size_t reportDescriptorLength) {
     return bytes;
 }
 
-std::optional<Bytes> StringDescriptor(unsigned index) {
-    if (index >= std::size(STRINGS))
-        return std::nullopt;
-    if (index == 0)
-        return Bytes{4, STRING, 0x09, 0x04};  // the only language: US English
-    Bytes bytes = {Low(2 + 2 * STRINGS[index].size()), STRING};
-    for (const char character : STRINGS[index]) {
+Bytes StringDescriptor(std::string_view text) {
+    Bytes bytes = {Low(2 + 2 * text.size()), STRING};
+    for (const char character : text) {
         bytes.push_back(static_cast<std::uint8_t>(character));
         bytes.push_back(0);
     }
     return bytes;
 }
 
-std::optional<Bytes> InputReportBytes(const TouchBoardModel& board, unsigned id) {
-    try {
-        return PackReport(board.CurrentReport(static_cast<ReportId>(id)));
-    } catch (const std::invalid_argument&) {
-        return std::nullopt;  // the host asked for a report that the board has not
+std::optional<Bytes> StringDescriptor(unsigned index, std::string_view product) {
+    switch (index) {
+        case LANGUAGES_STRING:
+            return Bytes{4, STRING, 0x09, 0x04};  // the only language: US English
+        case MAKER_STRING:
+            return StringDescriptor(MAKER);
+        case PRODUCT_STRING:
+            return StringDescriptor(product);
+        default:
+            return std::nullopt;
     }
 }
 
@@ -152,12 +155,12 @@ std::optional<Bytes> UsbDevice::Answer(const ControlRequest& request, const Byte
             break;
         case CLASS_FROM_INTERFACE:
             if (request.request == GET_REPORT && high == REPORT_TYPE_INPUT)
-                return InputReportBytes(m_board, low);
+                return m_board.CurrentReport(static_cast<std::uint8_t>(low));
             break;
         case CLASS_TO_INTERFACE:
             if (request.request == SET_IDLE)
                 return Bytes{};
-            if (request.request == SET_REPORT && high == REPORT_TYPE_OUTPUT && WriteReport(m_board, data))
+            if (request.request == SET_REPORT && high == REPORT_TYPE_OUTPUT && m_board.WriteReport(data))
                 return Bytes{};
             break;
     }
@@ -165,14 +168,15 @@ std::optional<Bytes> UsbDevice::Answer(const ControlRequest& request, const Byte
 }
 
 std::optional<Bytes> UsbDevice::Descriptor(unsigned kind, unsigned index) const {
-    const Bytes reportDescriptor = HidReportDescriptor(m_leftOut);
+    const BoardDescription board = m_board.Describe();
+    const Bytes reportDescriptor = m_board.HidReportDescriptor();
     switch (kind) {
         case DEVICE:
-            return DeviceDescriptor(m_vendor);
+            return DeviceDescriptor(m_vendor.value_or(board.vendor), board.product);
         case CONFIGURATION:
             return ConfigurationDescriptor(reportDescriptor.size());
         case STRING:
-            return StringDescriptor(index);
+            return StringDescriptor(index, board.name);
         case HID:
             return HidDescriptor(reportDescriptor.size());
         case HID_REPORT:

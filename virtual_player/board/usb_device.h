@@ -6,8 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "virtual_player/board/hid_reports.h"
-#include "virtual_player/board/touch_board_model.h"
+#include "virtual_player/board/board.h"
 
 namespace VirtualBoard {
 
@@ -27,25 +26,24 @@ struct ControlRequest {
 
 class UsbDevice {
 public:
-    /// @param board  must outlive the device
-    UsbDevice(TouchBoardModel& board, std::uint16_t vendor) : m_board(board), m_vendor(vendor) {}
-    virtual ~UsbDevice() = default;
-
-    /// Makes this a board without one of its reports, from the next time it is plugged in.
-    void LeaveOut(std::optional<ReportId> report) { m_leftOut = report; }
+    /// @param board   must outlive the device
+    /// @param vendor  the vendor to appear as; the board's own unless given
+    UsbDevice(Board& board, std::optional<std::uint16_t> vendor) : m_board(board), m_vendor(vendor) {}
 
     /// Runs one control transfer.
     /// @param data  what the host sent with it; empty for reads
     /// @return what the device sends back (empty for writes), cut to the length asked for; none for a stall
-    virtual std::optional<Bytes> Control(const ControlRequest& request, const Bytes& data);
+    std::optional<Bytes> Control(const ControlRequest& request, const Bytes& data);
+
+    /// The host has read an input report from the interrupt endpoint.
+    void OnReportRead(const Bytes& report) { m_board.OnReportRead(report); }
 
 private:
     std::optional<Bytes> Answer(const ControlRequest& request, const Bytes& data);
     std::optional<Bytes> Descriptor(unsigned kind, unsigned index) const;
 
-    TouchBoardModel& m_board;
-    const std::uint16_t m_vendor;
-    std::optional<ReportId> m_leftOut;
+    Board& m_board;
+    const std::optional<std::uint16_t> m_vendor;
 };
 
 }  // namespace VirtualBoard

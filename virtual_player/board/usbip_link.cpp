@@ -102,10 +102,10 @@ bool UsbIpLink::ForgetRequest(std::uint32_t sequence) {
     return forgotten + m_unanswered.erase(sequence) > 0;
 }
 
-void UsbIpLink::Send(const InputReport& report) {
+void UsbIpLink::Send(const Bytes& report) {
     if (m_reports.size() == WAITING_REPORTS_MAX)
         m_reports.pop_front();
-    m_reports.push_back(PackReport(report));
+    m_reports.push_back(report);
     ServeInterruptReads();
 }
 
@@ -115,8 +115,7 @@ void UsbIpLink::ServeInterruptReads() {
         Bytes report = m_reports.front();
         m_interruptReads.pop_front();
         m_reports.pop_front();
-        if (report[0] == static_cast<std::uint8_t>(ReportId::DIAGNOSTICS))
-            ++m_deliveredDiagnostics;
+        m_device.OnReportRead(report);
         report.resize(std::min(report.size(), read.length));
         Complete(read.sequence, 0, report.size(), report);
     }

@@ -10,10 +10,12 @@
 #include <set>
 #include <utility>
 
-#include "virtual_player/board/file_descriptor.h"
 #include "virtual_player/board/usb_device.h"
+#include "virtual_player/common/file_descriptor.h"
 
 namespace VirtualBoard {
+
+using VirtualPlayer::FileDescriptor;
 
 /// How a board treats control transfers, and whether it speaks at all.
 enum class Manners {
@@ -36,11 +38,7 @@ public:
     bool ServeOne(Manners manners);
 
     /// Sends an input report as soon as the host reads one. The oldest report gives way when too many wait.
-    void Send(const InputReport& report);
-
-    /// @return reports of the DIAGNOSTICS group that the host has read since the last call, setup reports
-    /// included
-    unsigned TakeDeliveredDiagnostics() { return std::exchange(m_deliveredDiagnostics, 0); }
+    void Send(const Bytes& report);
 
 private:
     struct Message;
@@ -62,7 +60,6 @@ private:
     std::deque<InterruptRead> m_interruptReads;
     std::set<std::uint32_t> m_unanswered;
     std::deque<Bytes> m_reports;
-    unsigned m_deliveredDiagnostics = 0;
 };
 
 }  // namespace VirtualBoard

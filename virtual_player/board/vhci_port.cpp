@@ -61,7 +61,7 @@ std::optional<FileDescriptor> PlugIn(unsigned port) {
 
 std::string FindHiddevNode(unsigned port) {
     for (const std::string& path : Glob(DevicePattern(port) + "/*:1.0/usbmisc/hiddev*")) {
-        const std::string node = "/dev/usb/" + path.substr(path.rfind('/') + 1);
+        std::string node = "/dev/usb/" + path.substr(path.rfind('/') + 1);
         if (::access(node.c_str(), R_OK | W_OK) == 0)
             return node;
     }

@@ -6,9 +6,11 @@
 #include <optional>
 #include <string>
 
-#include "virtual_player/board/file_descriptor.h"
+#include "virtual_player/common/file_descriptor.h"
 
 namespace VirtualBoard {
+
+using VirtualPlayer::FileDescriptor;
 
 constexpr unsigned VHCI_PORT_MAX = 7;
 

@@ -6,7 +6,7 @@
 
 #include <utility>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 class FileDescriptor {
 public:
@@ -23,8 +23,11 @@ public:
 
     int Get() const { return m_fd; }
 
+    /// The caller closes the descriptor from now on.
+    int Release() { return std::exchange(m_fd, -1); }
+
 private:
     int m_fd;
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -1,0 +1,27 @@
+#!/usr/bin/python3
+"""A player whose device tree says what it is and how it is wired, as programs on it see it."""
+
+import unittest
+
+from guest import RUN_TIMEOUT, GuestTestCase
+
+
+class DescribedPlayer(GuestTestCase):
+    BOARDS = ("KP480", "KP120")
+    DEVICE_TREE = {"/vantora,player": {"board": "XT1144", "revision": 3, "features": 1,
+                                       "usb-connectors": ["1-2", "1-1"]},
+                   "/vantora,player/pin-multiplexer/pin@a": {"selectors": [0, 0xFFFFFFFF], "flag": True}}
+
+    def test_kernel_has_the_description(self):
+        values = self.player.shell("cd /proc/device-tree/vantora,player; hexdump -ve '/1 \"%02x\"' board revision; "
+                                   "hexdump -ve '/1 \"%02x\"' pin-multiplexer/pin@a/selectors pin-multiplexer/pin@a/flag")
+        self.assertEqual(bytes.fromhex(values), b"XT1144\0" + b"\0\0\0\3" + b"\0\0\0\0" + b"\xff\xff\xff\xff")
+
+    def test_boards_are_numbered_by_the_connectors(self):
+        table = self.player.run(["portprobe", "list"], RUN_TIMEOUT).stdout.decode()
+        places = {row.split()[0]: row.split()[-1] for row in table.splitlines() if "-GPIO" in row}
+        self.assertEqual(places, {"TouchBoard-0-GPIO": "1-2:1.0", "TouchBoard-1-GPIO": "1-1:1.0"})
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,234 @@
+// usb-board: a board on this kernel's USB bus. Lines on standard input play what happens to it and to its
+// cable: those of the board itself (see the board's class), and `mute`, `unmute`, `stall`, `unstall`,
+// `unplug`, `plug`, `quit`. Each line on standard output is an event with its time on the monotonic clock; a
+// line that is not understood gives "error: ...", without a time.
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "virtual_player/board/board.h"
+#include "virtual_player/board/usb_device.h"
+#include "virtual_player/board/usbip_link.h"
+#include "virtual_player/board/vhci_port.h"
+#include "virtual_player/common/console.h"
+
+namespace VirtualBoard {
+
+using VirtualPlayer::Now;
+using VirtualPlayer::ParseNumber;
+using VirtualPlayer::PrintComplaint;
+using VirtualPlayer::PrintRecord;
+
+namespace {
+
+constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr std::int64_t PLUG_STEP = 20'000'000;
+constexpr std::int64_t PLUG_TIMEOUT = 30 * NANOSECONDS_PER_SECOND;
+
+struct Options {
+    std::string model = "KP480";
+    unsigned port = 0;
+    std::optional<std::uint16_t> vendor;  ///< the board's own unless given
+};
+
+class Program {
+public:
+    explicit Program(const Options& options)
+        : m_port(options.port), m_board(MakeBoard(options.model)), m_device(*m_board, options.vendor) {}
+
+    /// Runs until "quit" or the end of standard input.
+    void Run() {
+        StartPlugging("ready");
+        while (!m_quit) {
+            ServeTime();
+            WaitAndServe();
+            PassOnWhatHappened();
+        }
+    }
+
+private:
+    enum class Plugging { NOT_NOW, WAITS_FOR_PORT, WAITS_FOR_NODE };
+
+    bool IsSpeaking() const { return m_link && m_manners != Manners::MUTE; }
+
+    void StartPlugging(const char* eventWhenDone) {
+        if (m_link || m_plugging != Plugging::NOT_NOW)
+            throw std::invalid_argument("plugged already");
+        m_plugging = Plugging::WAITS_FOR_PORT;
+        m_plugDeadline = Now() + PLUG_TIMEOUT;
+        m_pluggedEvent = eventWhenDone;
+    }
+
+    void Unplug() {
+        if (!m_link && m_plugging == Plugging::NOT_NOW)
+            throw std::invalid_argument("unplugged already");
+        m_link.reset();
+        m_plugging = Plugging::NOT_NOW;
+        PrintRecord("unplug");
+    }
+
+    /// The kernel clears up after the board that was there before, then makes a node for this one; both take
+    /// time, and this board must answer meanwhile.
+    void ContinuePlugging() {
+        if (m_plugging == Plugging::WAITS_FOR_PORT && !IsPortOccupied(m_port)) {
+            if (std::optional<FileDescriptor> socket = PlugIn(m_port)) {
+                m_board->Connect();
+                m_link.emplace(std::move(*socket), m_device);
+                m_plugging = Plugging::WAITS_FOR_NODE;
+            }
+        } else if (m_plugging == Plugging::WAITS_FOR_NODE && !FindHiddevNode(m_port).empty()) {
+            m_plugging = Plugging::NOT_NOW;
+            PrintRecord(m_pluggedEvent);
+        }
+        if (m_plugging != Plugging::NOT_NOW && Now() >= m_plugDeadline) {
+            m_plugging = Plugging::NOT_NOW;
+            PrintComplaint("the kernel made no hiddev node");
+        }
+    }
+
+    void ServeTime() {
+        if (m_plugging != Plugging::NOT_NOW)
+            ContinuePlugging();
+        if (IsSpeaking())
+            m_board->Advance(Now());
+        PassOnWhatHappened();
+    }
+
+    void PassOnWhatHappened() {
+        for (const std::string& record : m_board->TakeRecords())
+            PrintRecord(record);
+        for (const Bytes& report : m_board->TakeReports()) {
+            if (IsSpeaking())
+                m_link->Send(report);
+        }
+    }
+
+    std::optional<std::int64_t> NextWakeUp() const {
+        std::optional<std::int64_t> next = IsSpeaking() ? m_board->NextReportTime() : std::nullopt;
+        if (m_plugging != Plugging::NOT_NOW) {
+            const std::int64_t step = Now() + PLUG_STEP;
+            next = next ? std::min(*next, step) : step;
+        }
+        return next;
+    }
+
+    void WaitAndServe() {
+        pollfd fds[] = {{STDIN_FILENO, POLLIN, 0}, {m_link ? m_link->GetFd() : -1, POLLIN, 0}};
+        timespec timeout{};
+        const std::optional<std::int64_t> next = NextWakeUp();
+        if (next) {
+            const std::int64_t wait = std::max<std::int64_t>(*next - Now(), 0);
+            timeout = {static_cast<time_t>(wait / NANOSECONDS_PER_SECOND),
+                       static_cast<long>(wait % NANOSECONDS_PER_SECOND)};
+        }
+        if (::ppoll(fds, std::size(fds), next ? &timeout : nullptr, nullptr) < 0) {
+            if (errno == EINTR)
+                return;
+            throw std::system_error(errno, std::generic_category(), "ppoll");
+        }
+        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners))
+            Unplug();
+        if (fds[0].revents != 0)
+            ReadLines();
+    }
+
+    void ReadLines() {
+        m_quit = !m_lines.Receive();
+        while (!m_quit) {
+            const std::optional<std::string> line = m_lines.TakeLine();
+            if (!line)
+                return;
+            try {
+                Execute(*line);
+            } catch (const std::invalid_argument& error) {
+                PrintComplaint(error.what());
+            }
+            PassOnWhatHappened();
+        }
+    }
+
+    void Execute(const std::string& line) {
+        const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+        if (words.empty())
+            return;
+        const std::string command = words.size() == 1 ? words[0] : "";
+        if (command == "quit")
+            m_quit = true;
+        else if (command == "mute")
+            m_manners = Manners::MUTE;
+        else if (command == "stall")
+            m_manners = Manners::STALLS;
+        else if (command == "unmute" || command == "unstall")
+            m_manners = Manners::ANSWERS;
+        else if (command == "unplug")
+            Unplug();
+        else if (command == "plug")
+            StartPlugging("plugged");
+        else if (const std::string answer = m_board->ExecuteLine(line); !answer.empty())
+            PrintRecord(answer);
+    }
+
+    const unsigned m_port;
+    const std::unique_ptr<Board> m_board;
+    UsbDevice m_device;
+    std::optional<UsbIpLink> m_link;
+    Manners m_manners = Manners::ANSWERS;
+    Plugging m_plugging = Plugging::NOT_NOW;
+    std::int64_t m_plugDeadline = 0;
+    const char* m_pluggedEvent = "";
+    VirtualPlayer::LineInput m_lines;
+    bool m_quit = false;
+};
+
+unsigned ParseOption(const std::string& text, unsigned max) {
+    const unsigned number = ParseNumber(text);
+    if (number > max)
+        throw std::invalid_argument("more than " + std::to_string(max) + ": " + text);
+    return number;
+}
+
+Options ParseOptions(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; i += 2) {
+        const std::string name = argv[i];
+        if (i + 1 == argc)
+            throw std::invalid_argument("no value for " + name);
+        const std::string value = argv[i + 1];
+        if (name == "--model")
+            options.model = value;
+        else if (name == "--port")
+            options.port = ParseOption(value, VHCI_PORT_MAX);
+        else if (name == "--vendor")
+            options.vendor = static_cast<std::uint16_t>(ParseOption(value, 0xFFFF));
+        else
+            throw std::invalid_argument("unknown option " + name);
+    }
+    return options;
+}
+
+}  // namespace
+
+}  // namespace VirtualBoard
+
+int main(int argc, char** argv) {
+    try {
+        VirtualBoard::Program(VirtualBoard::ParseOptions(argc, argv)).Run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "usb-board: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

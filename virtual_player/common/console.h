@@ -1,0 +1,54 @@
+#pragma once
+
+// The text side of a device's program: lines on standard input say what happens to the device, lines on
+// standard output say what the device saw. All of it is for one thread.
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace VirtualPlayer {
+
+/// @return the monotonic clock in nanoseconds. @throws std::system_error
+std::int64_t Now();
+
+/// Writes an event as one line that begins with its time, seconds on the monotonic clock, so that a test can
+/// set it against its own times. @throws std::system_error
+void PrintRecord(const std::string& event);
+
+/// Writes "error: WHAT", without a time. @throws std::system_error
+void PrintComplaint(const std::string& what);
+
+/// @return the words of a line; blanks separate them
+std::vector<std::string> SplitWords(const std::string& line);
+
+/// @return a whole word as a number: decimal, or hexadecimal with 0x
+/// @throws std::invalid_argument for anything else
+std::uint32_t ParseNumber(const std::string& text);
+
+/// @return a word that is 0 or 1. @throws std::invalid_argument for anything else
+bool ParseLevel(const std::string& text);
+
+/// @return a word as all records have it: "0x0000000F"
+std::string FormatWord(std::uint32_t word);
+
+/// @return the words of a row, with commas between them
+std::string FormatWords(std::span<const std::uint32_t> words);
+
+/// Standard input, line by line.
+class LineInput {
+public:
+    /// Takes in what has come; to be called when standard input is readable, else it blocks.
+    /// @return false at the end of the input. @throws std::system_error
+    bool Receive();
+
+    /// @return the next whole line, if there is one
+    std::optional<std::string> TakeLine();
+
+private:
+    std::string m_received;
+};
+
+}  // namespace VirtualPlayer
