@@ -44,6 +44,8 @@ private:
 
 class AvailablePorts {
 public:
+    using Ports = std::map<std::string, PortOnHid::DescriptorPtr, strata::LessIgnoringAsciiCase>;
+
     /// Finds the boards, asks touch boards for their model, and names the ports. Blocks for some 40 seconds
     /// for each touch board that does not answer.
     /// @throws ErrnoException when a device fails
@@ -58,8 +60,11 @@ public:
     /// @return null when there is no such port
     PortOnHid::DescriptorPtr Find(const std::string& name) const;
 
+    /// All ports by name, in the order of their names.
+    const Ports& GetPorts() const { return m_ports; }
+
 private:
-    std::map<std::string, PortOnHid::DescriptorPtr, strata::LessIgnoringAsciiCase> m_ports;
+    Ports m_ports;
 };
 
 }  // namespace ExternalControl::Impl

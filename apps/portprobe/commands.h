@@ -1,0 +1,30 @@
+#pragma once
+
+// The commands of portprobe that ask or tell a port something; watch.h has the one that listens. All need the
+// PollThread, and release their ports before they return.
+
+#include "apps/portprobe/known_ports.h"
+#include "apps/portprobe/request.h"
+#include "apps/portprobe/stop_signals.h"
+
+/// Prints a table of the ports that can be opened. A port whose device is there but fails is reported to
+/// standard error.
+/// @return whether there were ports and none failed; else standard error says what is wrong
+/// @throws ErrnoException when a board does not tell what it is, or standard output fails
+bool List();
+
+/// Prints direction and level of each pin.
+/// @throws ErrnoException when the device or standard output fails
+void Get(const KnownPort& knownPort);
+
+/// Sets an output, after having made it one if it is none.
+/// @throws UsageError before anything is sent, when the port has no such pin or its pins take no such value
+/// @throws std::runtime_error when the pin cannot be an output
+/// @throws ErrnoException when the device fails
+void Set(const KnownPort& knownPort, const Request& request);
+
+/// Pulses an output, after having made it one if it is none, until a signal comes, and leaves it low.
+/// @throws UsageError before anything is sent, when the port has no such pin
+/// @throws std::runtime_error when the port cannot pulse, or the pin cannot be an output
+/// @throws ErrnoException when the device fails
+void Pulse(const KnownPort& knownPort, const Request& request, const StopSignals& stopSignals);
