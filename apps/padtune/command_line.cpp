@@ -177,16 +177,24 @@ const Option* FindOption(const char* name) {
 
 }  // namespace
 
-RunSettings ParseCommandLine(int argc, const char* const* argv) {
+std::optional<RunSettings> ReadCommandLine(int argc, const char* const* argv) {
     RunSettings settings;
     for (int i = 1; i < argc; i += 2) {
         const Option* const option = FindOption(argv[i]);
         const bool hasArgument = i + 1 < argc;
         if (option == nullptr || !hasArgument || !option->read(settings, argv[i + 1])) {
-            PrintUsage(argv[0]);
+            return std::nullopt;
         }
     }
     return settings;
+}
+
+RunSettings ParseCommandLine(int argc, const char* const* argv) {
+    const std::optional<RunSettings> settings = ReadCommandLine(argc, argv);
+    if (!settings) {
+        PrintUsage(argv[0]);
+    }
+    return *settings;
 }
 
 void PrintUsage(const char* program) {

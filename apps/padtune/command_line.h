@@ -3,6 +3,7 @@
 // The command line: pairs of an option and its argument, turned into one record that the run reads.
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 /// --enable-button, --disable-button, --enable-led, --disable-led.
@@ -37,8 +38,11 @@ struct RunSettings {
     std::vector<LedMaskEntry> ledMasks;
 };
 
-/// Parses the command line; also sets OutputDiagnostics. Call before other threads start. A command line that
-/// cannot be used ends the process through PrintUsage.
+/// Reads the command line; also sets OutputDiagnostics. Call before other threads start.
+/// @return nothing when the command line cannot be used
+std::optional<RunSettings> ReadCommandLine(int argc, const char* const* argv);
+
+/// The same for the main function: a command line that cannot be used ends the process through PrintUsage.
 RunSettings ParseCommandLine(int argc, const char* const* argv);
 
 /// Prints the usage text to standard output and ends the process with status 2.
