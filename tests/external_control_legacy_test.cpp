@@ -106,15 +106,18 @@ TEST_F(LegacyPortTest, ReadsThePinsOfItsParts) {
         return answers;
     };
     Get(MAIN)->levels = 0xFFFFFBFF;
-    Get(GPIO)->levels = 0xA5A5;
+    Get(GPIO)->levels = 0x3A5A5;
     Get(DIP)->levels = 0x10B;
     // Pins 6 to 9 are not in the mask of the inputs, and bits beyond the switches are.
-    EXPECT_EQ(mask(&LegacyPort::GetInput), 0x174A5u);
+    EXPECT_EQ(mask(&LegacyPort::GetInput), 0x177A5u);
     EXPECT_EQ(port.ReadAllInputs(), 0x217425u);
     EXPECT_EQ(mask(&LegacyPort::GetOutput), 0x2C0400u);
     EXPECT_EQ(port.ReadAllOutputs(), 0x2C0400u);
     EXPECT_EQ(mask(&LegacyPort::IsInput), 0x1FFFFFu);
     EXPECT_EQ(mask(&LegacyPort::IsOutput), 0x7E0400u);
+    EXPECT_EQ(port.GetPinCount(), 23u);
+    EXPECT_NO_THROW(port.ConfigureInput(20));
+    EXPECT_NO_THROW(port.ConfigureOutput(10));
     EXPECT_THAT([&] { port.ConfigureInput(21); },
                 testing::ThrowsMessage<std::runtime_error>("Pin cannot be configured as input"));
     EXPECT_THAT([&] { port.ConfigureOutput(16); },

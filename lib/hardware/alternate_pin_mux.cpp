@@ -37,6 +37,11 @@ unsigned ParsePin(const std::string& name) {
     return pin;
 }
 
+/// Whether a device node that cannot be opened has no device behind it.
+bool MeansMissing(int openError) {
+    return openError == ENOENT || openError == ENXIO || openError == ENODEV;
+}
+
 void WriteCommand(int device, const SwitchCommand& command) {
     // One write, never a second one for the rest: the driver takes whole commands only.
     const ssize_t written = write(device, &command, sizeof command);
@@ -76,11 +81,15 @@ bool AlternatePinMux::SetPinFunction(unsigned pin, const std::string& function) 
         return false;
     }
     const strata::UniqueFd device(open(m_device.c_str(), O_WRONLY | O_CLOEXEC));
-    if (!device.IsOpen()) {
-        ReportMissing(ErrnoException(errno, m_device).what());
+    const int openError = device.IsOpen() ? 0 : errno;
+    if (MeansMissing(openError)) {
+        ReportMissing(ErrnoException(openError, m_device).what());
         return false;
     }
     try {
+        if (openError != 0) {
+            throw ErrnoException(openError);
+        }
         WriteCommand(device.Get(), {pin, *selector});
         return true;
     } catch (const std::exception& failure) {

@@ -25,8 +25,8 @@ public:
     /// @param pin       number of the pin, as the device tree gives it
     /// @param function  name of the function, in the case of the device tree
     /// @return whether the pin was switched. False for a pin or a function that is not described; false with
-    ///         a message when the device fails; false with one message in the life of the process when there
-    ///         is no multiplexer.
+    ///         a message when the device fails or may not be opened; false with one message in the life of
+    ///         the process when there is no multiplexer.
     bool SetPinFunction(unsigned pin, const std::string& function);
 
 private:

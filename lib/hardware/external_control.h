@@ -31,7 +31,8 @@ public:
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
 /// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
 /// also waits until that is through, 10 seconds for every value restored. A failing device is an
-/// ErrnoException named after the operation.
+/// ErrnoException named after the operation, except that a write to the player's own lines fails without a
+/// name. Questions about one pin of the player's own lines throw PinNotAvailableException for a pin above 31.
 ///
 /// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
 /// std::shared_ptr, which remembers it.
@@ -85,13 +86,16 @@ public:
     virtual bool ConfigurePulse(unsigned /*period*/, unsigned /*steps*/) { return false; }
     /// Lets an output pulse, or changes its pulse, until StopPulse or the end of the port. SetOutput on a
     /// pulsing output lasts until the pulse next changes the level. A device that fails then ends the pulse,
-    /// with a message. Stop the pulse before the pin is made an input.
+    /// with a message, and may leave the output high until StopPulse. Stop the pulse before the pin is made
+    /// an input.
     /// @param value  the steps of a cycle for which the output is high: 0 for never, the number of steps or
     ///               more for always
     /// @return false also for a pin that is no output
     /// @throws PinNotAvailableException for a pin above 31, where outputs can pulse
+    /// @throws std::system_error when there is no thread to be had for the first pulse
     virtual bool StartPulse(unsigned /*pin*/, unsigned /*value*/) { return false; }
-    /// Ends the pulse of an output and leaves it low; an output that does not pulse stays as it is.
+    /// Ends the pulse of an output and leaves it low, also after a failure ended the pulse and left it high;
+    /// any other output stays as it is.
     virtual bool StopPulse(unsigned /*pin*/) { return false; }
     /// Switches a pin to one of its alternate functions.
     /// @return false also for an unknown pin or function

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 #include "lib/hardware/alternate_pin_mux.h"
@@ -258,6 +259,10 @@ void PortOnLinuxInputDriver::OnActivity(short revents) {
         // One event less is better than no poll thread.
         PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: %s\n", unsigned{event.code},
                          e.what());
+    } catch (...) {
+        // A callback may throw anything.
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: unknown exception\n",
+                         unsigned{event.code});
     }
 }
 

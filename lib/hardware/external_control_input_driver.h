@@ -8,11 +8,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/gpio_pulse.h"
+#include "lib/platform/fair_recursive_mutex.h"
 #include "lib/platform/poll_thread.h"
 #include "lib/platform/unique_fd.h"
 
@@ -95,7 +95,7 @@ private:
     Side m_input;
     Side m_output;
     const InputCallback m_inputCallback;
-    std::mutex m_outputMutex;
+    strata::FairRecursiveMutex m_outputMutex;
     PulseEngine m_pulses;  // last: writes through the rest until its end
 };
 

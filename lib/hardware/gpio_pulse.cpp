@@ -26,31 +26,21 @@ PulseSettings PulseSettings::ForRequest(unsigned periodMicroseconds, unsigned st
     return settings;
 }
 
-PulseEngine::PulseEngine(std::mutex& outputMutex, LevelWriter writeLevel)
+PulseEngine::PulseEngine(strata::FairRecursiveMutex& outputMutex, LevelWriter writeLevel)
     : m_outputMutex(outputMutex), m_writeLevel(std::move(writeLevel)) {}
 
 PulseEngine::~PulseEngine() {
-    Pulses ended;
-    {
-        const std::lock_guard lock(m_outputMutex);
-        ended.swap(m_pulses);
-    }
-    EndIdleThread();
-    SetLow(ended);
+    EndAllPulses();
 }
 
 void PulseEngine::Configure(const PulseSettings& settings) {
     const std::lock_guard operation(m_operation);
-    Pulses ended;
-    {
-        const std::lock_guard lock(m_outputMutex);
-        if (settings.steps != m_settings.steps) {
-            ended.swap(m_pulses);
-        }
-        m_settings = settings;
+    // Only operations change the settings: to read them here takes no output mutex.
+    if (settings.steps != m_settings.steps) {
+        EndAllPulses();
     }
-    EndIdleThread();
-    SetLow(ended);
+    const std::lock_guard lock(m_outputMutex);
+    m_settings = settings;
 }
 
 void PulseEngine::Start(unsigned pin, unsigned highSteps) {
@@ -81,13 +71,29 @@ void PulseEngine::Stop(unsigned pin) {
     const std::lock_guard operation(m_operation);
     {
         const std::lock_guard lock(m_outputMutex);
-        if (m_pulses.erase(pin) == 0) {
+        if (m_pulses.erase(pin) != 0) {
+            m_ended.insert(pin);
+        }
+        if (!m_ended.contains(pin)) {
             return;
         }
     }
     EndIdleThread();
     const std::lock_guard lock(m_outputMutex);
     m_writeLevel(pin, false);
+    m_ended.erase(pin);
+}
+
+void PulseEngine::EndAllPulses() {
+    {
+        const std::lock_guard lock(m_outputMutex);
+        for (const auto& [pin, pulse] : m_pulses) {
+            m_ended.insert(pin);
+        }
+        m_pulses.clear();
+    }
+    EndIdleThread();
+    SetEndedLow();
 }
 
 /// Waits for the end of the thread if it has nothing left to do.
@@ -104,13 +110,16 @@ void PulseEngine::EndIdleThread() {
     }
 }
 
-void PulseEngine::SetLow(const Pulses& ended) {
+void PulseEngine::SetEndedLow() {
     const std::lock_guard lock(m_outputMutex);
-    for (const auto& [pin, pulse] : ended) {
+    for (auto entry = m_ended.begin(); entry != m_ended.end();) {
+        const unsigned pin = *entry;
         try {
             m_writeLevel(pin, false);
+            entry = m_ended.erase(entry);
         } catch (const std::exception& e) {
             PLATFORM_MESSAGE("GPIOPulse: pin %u is not set low after its pulse: %s\n", pin, e.what());
+            ++entry;
         }
     }
 }
@@ -118,7 +127,9 @@ void PulseEngine::SetLow(const Pulses& ended) {
 // --- On the engine's thread ---
 
 void PulseEngine::Run() {
+    // Without a name or the finer timer slack the thread works all the same.
     prctl(PR_SET_NAME, "GPIOPulse");
+    prctl(PR_SET_TIMERSLACK, 1UL);
     std::unique_lock lock(m_outputMutex);
     m_step = 0;
     strata::monotonic_time nextStep = strata::get_monotonic_time() + m_settings.period;
@@ -130,8 +141,10 @@ void PulseEngine::Run() {
         // Woken early, it finds the same step, for pulses that have been started or changed meanwhile.
         m_wake.do_wait_until(lock, nextStep);
         const strata::monotonic_time now = strata::get_monotonic_time();
-        for (; nextStep <= now; nextStep += m_settings.period) {
-            m_step = (m_step + 1) % m_settings.steps;
+        if (now >= nextStep) {
+            const auto begun = 1 + (now - nextStep) / m_settings.period;
+            m_step = static_cast<unsigned>((m_step + begun) % m_settings.steps);
+            nextStep += begun * m_settings.period;
         }
     }
 }
@@ -148,6 +161,9 @@ void PulseEngine::WriteLevels() {
             ++entry;
         } catch (const std::exception& e) {
             PLATFORM_MESSAGE("GPIOPulse: the pulse of pin %u ends: %s\n", pin, e.what());
+            if (pulse.level == true) {
+                m_ended.insert(pin);
+            }
             entry = m_pulses.erase(entry);
         }
     }

@@ -13,9 +13,11 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <thread>
 
 #include "lib/platform/condition_variable.h"
+#include "lib/platform/fair_recursive_mutex.h"
 
 namespace ExternalControl::Impl {
 
@@ -39,29 +41,31 @@ public:
     /// an operation; calls no operation itself.
     using LevelWriter = std::function<void(unsigned pin, bool level)>;
 
-    /// @param outputMutex  serialises all changes of the outputs; outlives the engine
-    PulseEngine(std::mutex& outputMutex, LevelWriter writeLevel);
+    /// @param outputMutex  serialises all changes of the outputs; outlives the engine. Fair: where writing a
+    ///                     level takes longer than a period, others get it only between two steps.
+    PulseEngine(strata::FairRecursiveMutex& outputMutex, LevelWriter writeLevel);
 
-    /// Ends all pulses, at once even within a long period. Their pins are left low.
+    /// Ends all pulses, at once even within a long period. Their pins are left low, and so are those that a
+    /// failure left high; what fails there is reported by a message.
     ~PulseEngine();
 
     PulseEngine(const PulseEngine&) = delete;
     PulseEngine& operator=(const PulseEngine&) = delete;
 
     /// Changes the settings. A new period is that of the steps from the next one on. A new number of steps
-    /// ends all pulses and leaves their pins low; what fails there is reported by a message.
+    /// ends all pulses as the end of the engine does.
     void Configure(const PulseSettings& settings);
 
     /// Starts the pulse of a pin, or changes it. A level that cannot be set ends the pulse later, with a
-    /// message.
+    /// message; the pin may be left high then, until Stop.
     /// @param highSteps  number of steps in the cycle for which the pin is high: 0 for always low, the number
-    /// of
-    ///                   steps or more for always high
+    ///                   of steps or more for always high
     /// @throws std::system_error when there is no thread to be had; the pin does not pulse then
     void Start(unsigned pin, unsigned highSteps);
 
-    /// Ends the pulse of a pin and leaves the pin low. Nothing happens to a pin that does not pulse.
-    /// @throws what the writer throws; the pulse has ended all the same
+    /// Ends the pulse of a pin and leaves the pin low, also one that a failure left high. Nothing happens to
+    /// any other pin.
+    /// @throws what the writer throws; the pulse has ended all the same, and calling again tries again
     void Stop(unsigned pin);
 
 private:
@@ -69,22 +73,24 @@ private:
         unsigned highSteps = 0;
         std::optional<bool> level;  ///< the level last written; none yet in the beginning
     };
-    using Pulses = std::map<unsigned, Pulse>;  // by pin
 
+    void EndAllPulses();
     void EndIdleThread();
-    void SetLow(const Pulses& ended);
+    void SetEndedLow();
 
     void Run();
     void WriteLevels();
 
-    std::mutex& m_outputMutex;
+    strata::FairRecursiveMutex& m_outputMutex;
     const LevelWriter m_writeLevel;
     strata::condition_variable m_wake;
-    PulseSettings m_settings;  // guarded by the output mutex, as all down to here
-    unsigned m_step = 0;       ///< of the cycle, that pins are at
-    Pulses m_pulses;           ///< once there is none left the thread returns
-    std::mutex m_operation;    ///< serialises the operations; never waited for by the thread
-    std::thread m_thread;      // guarded by m_operation
+    // These four change under the output mutex.
+    PulseSettings m_settings;
+    unsigned m_step = 0;                 ///< of the cycle, that pins are at
+    std::map<unsigned, Pulse> m_pulses;  ///< by pin; once there is none left the thread returns
+    std::set<unsigned> m_ended;          ///< pins still to be set low after a pulse, even if they pulse again
+    std::mutex m_operation;              ///< serialises the operations; never waited for by the thread
+    std::thread m_thread;                // guarded by m_operation
 };
 
 }  // namespace ExternalControl::Impl

@@ -32,6 +32,11 @@ struct monotonic_time {
     friend monotonic_time operator+(monotonic_time time, std::chrono::microseconds delay) {
         return time += delay;
     }
+    /// The time from an earlier point to a later one.
+    friend std::chrono::nanoseconds operator-(const monotonic_time& later, const monotonic_time& earlier) {
+        return std::chrono::seconds(later.seconds - earlier.seconds) +
+               std::chrono::nanoseconds(later.nanoseconds - earlier.nanoseconds);
+    }
     friend auto operator<=>(const monotonic_time&, const monotonic_time&) = default;
 
     timespec ToTimespec() const { return {seconds, nanoseconds}; }

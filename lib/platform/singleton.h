@@ -68,6 +68,7 @@ public:
         static std::mutex creation;
         if (!once_flag) {
             const std::lock_guard lock(creation);
+            // cppcheck-suppress identicalInnerCondition ; another thread may have created it meanwhile
             if (!once_flag) {
                 new T;
                 once_flag = true;
@@ -86,7 +87,8 @@ protected:
         sm_instance = static_cast<T*>(this);
     }
 
-    /// Runs only when the derived constructor throws.
+    /// Runs when the derived constructor throws, so that the next creation finds no registration, and at the
+    /// end of instances that tests own. The instance that GetInstance created is never destroyed.
     ~AutoCreateSingleton() { sm_instance = nullptr; }
 
 private:

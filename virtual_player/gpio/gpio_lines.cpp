@@ -1,9 +1,10 @@
 // gpio-lines: the player's GPIO lines and their pin multiplexer, as character devices of this kernel. Lines
 // on standard input play what is connected to the pins:
-//   level PIN 0|1                  the level of an input; everybody who has the node open gets its key event
-//   and a SYN event TYPE CODE VALUE          any event, to everybody who has the node open fail
-//   ioctl|write|read|nothing  from now on these requests fail with EIO state                          writes
-//   the state as a record quit                           ends the program, as the end of standard input does
+//   level PIN 0|1                  the level of an input; all openers of the node get a key event and a SYN
+//   event TYPE CODE VALUE          any event, to all openers of the node
+//   fail ioctl|write|read|nothing  from now on these requests fail with EIO
+//   state                          writes the state as a record
+//   quit                           ends the program, as the end of standard input does
 // Lines on standard output are events with their time on the monotonic clock: "ready", "write TYPE CODE
 // VALUE", "refused N bytes", "mux PIN SELECTOR", "mux refused N bytes", "state ...". A line that is not
 // understood gives "error: ...", without a time.
