@@ -18,6 +18,8 @@ constexpr const char* RUN_TEXT = "void PollThread::Run()";
 
 constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
+constexpr boost::chrono::seconds WAKE_UP_AGAIN{1};
+
 std::int64_t SteadyClockNanoseconds() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
@@ -30,7 +32,10 @@ PollThread::PollThread() : m_thread([this] { Run(); }) {}
 PollThread::~PollThread() {
     m_stop = true;
     m_waker.Wake();
-    m_thread.join();
+    // A thread that was not woken would sleep on: a failed wake-up is no reason to wait for it for ever.
+    while (!m_thread.try_join_for(WAKE_UP_AGAIN)) {
+        m_waker.Wake();
+    }
 }
 
 void PollThread::Attach(Pollable* client, short events) {
