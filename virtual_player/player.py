@@ -94,6 +94,8 @@ class Device:
         self._command = player.start(arguments)
         #: its record lines as they come
         self.output = self._command.stdout
+        self._records = []
+        self._decoded_bytes = 0  # of the output, in _records
 
     def send(self, line):
         """Gives the device a control line, such as "touch 3" or "level 4 1"."""
@@ -101,16 +103,23 @@ class Device:
 
     @property
     def records(self):
-        """The record lines up to now."""
-        # The last piece is empty or an unfinished line.
-        return self.output.decode(errors="replace").split("\n")[:-1]
+        """The record lines up to now, in a list that grows when it is asked for again."""
+        end = self.output.rfind(b"\n", self._decoded_bytes) + 1
+        if end > 0:
+            self._records += self.output[self._decoded_bytes:end].decode(errors="replace").split("\n")[:-1]
+            self._decoded_bytes = end
+        return self._records
 
     def wait_for_record(self, text, timeout=RECORD_TIMEOUT, start=0):
         """Waits for a record line that contains `text`, from record number `start` on, and returns its number."""
 
         def find():
+            # On from where the last look ended.
+            nonlocal start
             lines = self.records
-            return next((i for i in range(start, len(lines)) if text in lines[i]), None)
+            while start < len(lines) and text not in lines[start]:
+                start += 1
+            return start if start < len(lines) else None
 
         self._player.wait_for(lambda: find() is not None or self._command.status is not None, timeout)
         number = find()
@@ -265,6 +274,10 @@ class VirtualPlayer:
 
     def _boot(self):
         kernel, base = guest_image.kernel_and_base()
+        # Whatever may be wrong with these shows before there is something to close.
+        overlay = self._overlay()
+        device_tree = self._make_device_tree()
+        display = self._display()
         agent_end, port_end = socket.socketpair()
         qmp_end, monitor_end = socket.socketpair()
         self._agent, self._qmp = agent_end, qmp_end
@@ -272,11 +285,11 @@ class VirtualPlayer:
         # Nothing of this has a name in the file system, so nothing can be left behind.
         with port_end, monitor_end, tempfile.TemporaryFile() as initrd, tempfile.TemporaryFile() as dtb:
             initrd.write(base.read_bytes())
-            initrd.write(self._overlay())
+            initrd.write(overlay)
             initrd.flush()
-            command = self._qemu_command(kernel, port_end.fileno(), monitor_end.fileno(), initrd.fileno())
-            if self._device_tree is not None:
-                dtb.write(self._make_device_tree())
+            command = self._qemu_command(kernel, display, port_end.fileno(), monitor_end.fileno(), initrd.fileno())
+            if device_tree is not None:
+                dtb.write(device_tree)
                 dtb.flush()
                 command += ["-dtb", f"/dev/fd/{dtb.fileno()}"]
             inherited = (port_end.fileno(), monitor_end.fileno(), initrd.fileno(), dtb.fileno())
@@ -290,10 +303,10 @@ class VirtualPlayer:
         self._qmp_stream.readline()
         self._qmp_execute("qmp_capabilities")
 
-    def _qemu_command(self, kernel, port, monitor, initrd):
+    def _qemu_command(self, kernel, display, port, monitor, initrd):
         width, height = self._screen
         return [
-            *MACHINE, "-M", "virt", "-no-reboot", "-display", self._display(), "-serial", "stdio",
+            *MACHINE, "-M", "virt", "-no-reboot", "-display", display, "-serial", "stdio",
             "-kernel", str(kernel), "-initrd", f"/dev/fd/{initrd}",
             # The text console stays off the frame buffer: it may only have a second one, and there is none.
             "-append", "console=ttyAMA0 panic=-1 quiet fbcon=map:1",
@@ -304,6 +317,8 @@ class VirtualPlayer:
         ]
 
     def _make_device_tree(self):
+        if self._device_tree is None:
+            return None
         try:
             return tree.make(MACHINE, self._device_tree)
         except tree.DeviceTreeError as error:

@@ -80,6 +80,8 @@ class _Timeline:
         while self._steps:
             step = self._steps[0]
             if step.action.startswith("from "):
+                if not self._player.boards:
+                    raise ScenarioError(f"there is no board 0 for '{step.action}'")
                 if not any(step.action[len("from "):] in record for record in self._player.boards[0].records):
                     return None
                 self._start = time.monotonic()

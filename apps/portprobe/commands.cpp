@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/portprobe/standard_output.h"
 #include "lib/hardware/external_control.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
@@ -66,13 +67,6 @@ void PrintTable(const std::vector<Row>& rows) {
     }
 }
 
-/// @throws ErrnoException when something that was printed did not get out
-void FlushStandardOutput() {
-    if (std::fflush(stdout) == EOF || std::ferror(stdout) != 0) {
-        throw ErrnoException(errno, "standard output");
-    }
-}
-
 void CheckPin(const KnownPort& knownPort, Port& port, unsigned pin) {
     const unsigned count = port.GetPinCount();
     if (pin >= count) {
@@ -97,15 +91,26 @@ void MakeOutput(Port& port, unsigned pin) {
 }  // namespace
 
 bool List() {
-    std::vector<Row> rows = {HEADER};
     bool hasTrouble = false;
-    for (const KnownPort& knownPort : FindAllPorts()) {
+    const auto reportTrouble = [&hasTrouble](const char* subject, const std::exception& failure) {
+        std::fprintf(stderr, "portprobe: %s: %s\n", subject, failure.what());
+        hasTrouble = true;
+    };
+
+    std::vector<KnownPort> ports = GetPlayerPorts();
+    try {
+        const std::vector<KnownPort> boardPorts = FindBoardPorts();
+        ports.insert(ports.end(), boardPorts.begin(), boardPorts.end());
+    } catch (const ErrnoException& failure) {
+        reportTrouble("boards", failure);
+    }
+    std::vector<Row> rows = {HEADER};
+    for (const KnownPort& knownPort : ports) {
         try {
             rows.push_back(Describe(knownPort));
         } catch (const std::exception& failure) {
             if (!IsAbsence(failure)) {
-                std::fprintf(stderr, "portprobe: %s: %s\n", knownPort.name.c_str(), failure.what());
-                hasTrouble = true;
+                reportTrouble(knownPort.name.c_str(), failure);
             }
         }
     }

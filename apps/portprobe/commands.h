@@ -8,9 +8,9 @@
 #include "apps/portprobe/stop_signals.h"
 
 /// Prints a table of the ports that can be opened. A port whose device is there but fails is reported to
-/// standard error.
+/// standard error; when a board does not even tell what it is, the boards' ports are missing from the table.
 /// @return whether there were ports and none failed; else standard error says what is wrong
-/// @throws ErrnoException when a board does not tell what it is, or standard output fails
+/// @throws ErrnoException when standard output fails
 bool List();
 
 /// Prints direction and level of each pin.
@@ -23,7 +23,8 @@ void Get(const KnownPort& knownPort);
 /// @throws ErrnoException when the device fails
 void Set(const KnownPort& knownPort, const Request& request);
 
-/// Pulses an output, after having made it one if it is none, until a signal comes, and leaves it low.
+/// Pulses an output, after having made it one if it is none, until a signal comes, and leaves it low. A pulse
+/// that ends by itself, because the device fails, is not noticed.
 /// @throws UsageError before anything is sent, when the port has no such pin
 /// @throws std::runtime_error when the port cannot pulse, or the pin cannot be an output
 /// @throws ErrnoException when the device fails

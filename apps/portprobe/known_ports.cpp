@@ -12,7 +12,16 @@ namespace {
 using ExternalControl::Impl::AvailablePorts;
 using ExternalControl::Impl::Finder;
 
-const std::vector<KnownPort>& PlayerPorts() {
+const KnownPort* Find(const std::vector<KnownPort>& ports, const std::string& name) {
+    const auto found = std::find_if(ports.begin(), ports.end(), [&](const KnownPort& port) {
+        return strata::EqualIgnoringAsciiCase(port.name, name);
+    });
+    return found == ports.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+const std::vector<KnownPort>& GetPlayerPorts() {
     static const std::vector<KnownPort> ports = {
         {"vantora", "/dev/input/vantora-gpio", "", 1, true},
         // Made of other ports.
@@ -21,7 +30,6 @@ const std::vector<KnownPort>& PlayerPorts() {
     return ports;
 }
 
-/// Without asking touch boards for their model: OpenPort will.
 std::vector<KnownPort> FindBoardPorts() {
     Finder finder;
     finder.Scan();
@@ -35,24 +43,8 @@ std::vector<KnownPort> FindBoardPorts() {
     return ports;
 }
 
-const KnownPort* Find(const std::vector<KnownPort>& ports, const std::string& name) {
-    const auto found = std::find_if(ports.begin(), ports.end(), [&](const KnownPort& port) {
-        return strata::EqualIgnoringAsciiCase(port.name, name);
-    });
-    return found == ports.end() ? nullptr : &*found;
-}
-
-}  // namespace
-
-std::vector<KnownPort> FindAllPorts() {
-    std::vector<KnownPort> ports = PlayerPorts();
-    const std::vector<KnownPort> boardPorts = FindBoardPorts();
-    ports.insert(ports.end(), boardPorts.begin(), boardPorts.end());
-    return ports;
-}
-
 KnownPort FindPort(const std::string& name) {
-    if (const KnownPort* port = Find(PlayerPorts(), name)) {
+    if (const KnownPort* port = Find(GetPlayerPorts(), name)) {
         return *port;
     }
     const std::vector<KnownPort> boardPorts = FindBoardPorts();

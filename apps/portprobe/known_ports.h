@@ -18,10 +18,13 @@ struct KnownPort {
     bool HasValues() const { return bits > 1; }
 };
 
-/// Looks for all ports: the player's own whether they are there or not, then the boards' by name. Blocks for
-/// some 60 ms a board. Any thread.
+/// The player's own ports, whether they are there or not. Any thread.
+const std::vector<KnownPort>& GetPlayerPorts();
+
+/// Looks for the boards' ports, without asking touch boards for their model: OpenPort will. They are in the
+/// order of their names. Blocks for some 60 ms a board. Any thread.
 /// @throws ErrnoException when a board does not tell what it is
-std::vector<KnownPort> FindAllPorts();
+std::vector<KnownPort> FindBoardPorts();
 
 /// Looks for one port; boards are only looked at when the name is not one of the player's own.
 /// @param name  in upper or lower case

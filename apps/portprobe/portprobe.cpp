@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
     try {
         const std::optional<Request> request = ParseCommandLine(argc, argv);
         if (!request) {
+            subject = "--help";
             PrintHelp();
             return STATUS_DONE;
         }

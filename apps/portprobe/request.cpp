@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "apps/portprobe/standard_output.h"
 #include "lib/platform/string_operations.h"
 
 namespace {
@@ -126,4 +127,5 @@ std::optional<Request> ParseCommandLine(int argc, const char* const* argv) {
 
 void PrintHelp() {
     std::fputs(HELP_TEXT, stdout);
+    FlushStandardOutput();
 }

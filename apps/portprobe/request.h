@@ -33,4 +33,5 @@ public:
 std::optional<Request> ParseCommandLine(int argc, const char* const* argv);
 
 /// Prints what the program can do to standard output.
+/// @throws ErrnoException when it cannot be printed
 void PrintHelp();

@@ -3,7 +3,7 @@
 
 #include "apps/padtune/command_line.h"
 
-#include <cctype>
+#include <cstdlib>
 
 #include "apps/padtune/touch_board_commands.h"
 #include "lib/platform/string_splitter.h"
@@ -13,10 +13,22 @@ namespace {
 
 /// Every button of a range becomes an entry, and a range of millions is accepted. Here it would only exhaust
 /// the memory.
+bool IsHugeRange(const std::string& text) {
+    constexpr std::int64_t LARGEST = 1000;
+    const StringSplitter pieces(text, "-");
+    if (pieces.size() != 2) {
+        return false;
+    }
+    // Buttons are 32-bit numbers, whatever is left of the text's.
+    const auto first = static_cast<std::int32_t>(std::strtol(pieces[0].c_str(), nullptr, 10));
+    const auto last = static_cast<std::int32_t>(std::strtol(pieces[1].c_str(), nullptr, 10));
+    return std::int64_t{last} - first > LARGEST;
+}
+
+/// Options take a range as the whole argument, or as the first of several pieces.
 bool HasHugeRange(const std::string& argument) {
-    constexpr long LARGEST = 1000;
-    const StringSplitter pieces(argument.substr(0, argument.find(',')), "-");
-    return pieces.size() == 2 && std::atol(pieces[1].c_str()) - std::atol(pieces[0].c_str()) > LARGEST;
+    const StringSplitter pieces(argument, ",");
+    return IsHugeRange(argument) || (pieces.size() > 0 && IsHugeRange(pieces[0]));
 }
 
 void CheckSwitches(const std::vector<ButtonSwitch>& switches) {

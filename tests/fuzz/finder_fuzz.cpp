@@ -112,7 +112,8 @@ constexpr Command COMMANDS[] = {
     [](PortOnHid& port, unsigned, unsigned value) { port.SetAllLevels(value); },
     [](PortOnHid& port, unsigned pin, unsigned value) { port.SetOutput(pin, value); },
     [](PortOnHid& port, unsigned pin, unsigned value) {
-        port.SetOutputs(std::vector<unsigned>(pin * 8, value).data(), pin * 8);
+        const unsigned count = pin * 8;
+        port.SetOutputs(std::vector<unsigned>(count, value).data(), count);
     },
     [](PortOnHid& port, unsigned pin, unsigned) {
         port.OnDeviceAppeared("/hiddev" + std::to_string(pin % 16));
@@ -141,8 +142,11 @@ void UsePort(const PortOnHid::Descriptor& descriptor, ModelledHiddev& hiddev, Fu
         try {
             COMMANDS[command - 1](port, pin, input.Take<std::uint32_t>());
         } catch (const ErrnoException&) {
-        } catch (const std::runtime_error&) {
-            // The two ways in which a command may fail.
+            // A device that fails.
+        } catch (const std::runtime_error& refusal) {
+            const std::string why = refusal.what();
+            REQUIRE(why == "Pin cannot be configured as input" ||
+                    why == "Pin cannot be configured as output");
         }
     }
 }
@@ -170,8 +174,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::vector<PortOnHid::DescriptorPtr> found;
         for (const auto& [name, descriptor] : available.GetPorts()) {
             REQUIRE(available.Find(strata::ToLowerAscii(name)) == descriptor);
-            REQUIRE((descriptor->directionField != PortOnHid::NO_FIELD) <= (descriptor->capabilities == 3));
-            REQUIRE((descriptor->inputField != PortOnHid::NO_FIELD) <= (descriptor->capabilities & 1));
+            REQUIRE(descriptor->directionField == PortOnHid::NO_FIELD ||
+                    descriptor->capabilities == CAPABILITY_BOTH);
+            REQUIRE(descriptor->inputField == PortOnHid::NO_FIELD ||
+                    (descriptor->capabilities & CAPABILITY_INPUT) != 0);
             found.push_back(descriptor);
         }
         if (!found.empty()) {

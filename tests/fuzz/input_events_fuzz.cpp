@@ -1,15 +1,21 @@
 // The events of the player's own lines, from a driver that answers whatever the input says.
-// Input: the answers, in the order in which they are asked for.
+// Input: the answers, in the order in which they are asked for; which LEDs there are is answered once, and
+// the same ever after.
 
 #include <linux/input.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+
+#include <optional>
 
 #include "lib/hardware/external_control_input_driver.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/fuzz/modelled_device.h"
 
 namespace {
+
+constexpr unsigned GET_OFFERED_LEDS = _IOC_NR(EVIOCGBIT(EV_LED, 0));
+constexpr unsigned GET_LEDS = _IOC_NR(EVIOCGLED(0));
 
 class ModelledLines final : public ModelledDevice {
 public:
@@ -21,13 +27,36 @@ public:
         if (Fails()) {
             return -1;
         }
-        auto* codes = static_cast<unsigned char*>(argument);
-        m_input.TakeBytes(codes + 1, 8);
-        std::memcpy(&m_outputs, codes + 5, sizeof m_outputs);
+        const bool isOffer = _IOC_NR(request) == GET_OFFERED_LEDS;
+        const Codes codes = isOffer && m_offered ? *m_offered : TakeCodes();
+        if (isOffer) {
+            m_offered = codes;
+        } else if (_IOC_NR(request) == GET_LEDS) {
+            m_directions = codes.directions;
+        }
+        std::memcpy(static_cast<unsigned char*>(argument) + 1, &codes, sizeof codes);
         return static_cast<int>(_IOC_SIZE(request));
     }
 
-    std::uint32_t m_outputs = 0;  ///< as answered last
+    /// Whether a pin is an output, by the answers until now.
+    bool IsOutput(unsigned pin) const {
+        const std::uint32_t fixed = m_offered->levels & ~m_offered->directions;
+        return ((fixed | m_directions) >> pin & 1) != 0;
+    }
+
+private:
+    struct Codes {
+        std::uint32_t levels;
+        std::uint32_t directions;
+    };
+
+    Codes TakeCodes() {
+        const auto levels = m_input.Take<std::uint32_t>();
+        return {levels, m_input.Take<std::uint32_t>()};
+    }
+
+    std::optional<Codes> m_offered;
+    std::uint32_t m_directions = 0;  ///< as answered last
 };
 
 }  // namespace
@@ -38,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ModelledLines lines(input);
     try {
         ExternalControl::Impl::PortOnLinuxInputDriver port([&](unsigned pin, unsigned value, unsigned width) {
-            REQUIRE(pin < 32 && value <= 1 && width == 1 && (lines.m_outputs >> pin & 1) == 0);
+            REQUIRE(pin < 32 && value <= 1 && width == 1 && !lines.IsOutput(pin));
         });
         while (!input.IsEmpty()) {
             try {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 
 #include "lib/platform/posix_helpers.h"
@@ -11,11 +12,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 int main(int, char** argv) {
     int status = EXIT_FAILURE;
-    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
-        std::fprintf(stderr, "-- %s\n", entry.path().c_str());
-        const std::string seed = read_file_throw(entry.path());
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(seed.data()), seed.size());
-        status = EXIT_SUCCESS;
+    try {
+        for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+            std::fprintf(stderr, "-- %s\n", entry.path().c_str());
+            const std::string seed = read_file_throw(entry.path());
+            LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(seed.data()), seed.size());
+            status = EXIT_SUCCESS;
+        }
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return EXIT_FAILURE;
     }
     return status;
 }

@@ -1,5 +1,5 @@
-// From the text of a mode file to a mode: a mode that is accepted is one that the table allows, and can be
-// said again in words.
+// From the text of a mode file to a mode, on a player without limits and on one limited to HD: a mode that is
+// accepted is one that the table allows, and can be said again in words.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -12,6 +12,8 @@
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
+
+std::uint32_t features = 0;  // of the player
 
 std::string ReadFromFile(const std::string& text) {
     const strata::UniqueFd file(memfd_create("video.mode", MFD_CLOEXEC));
@@ -38,19 +40,13 @@ std::string Describe(const VideoMode::Mode& mode) {
                      mode.preferred != 0 ? ":preferred" : "");
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const HardwareConfig hardware{DeviceTree("/nonexistent")};
-
-    std::string text = ReadFromFile(FuzzInput(data, size).TakeRest());
-    REQUIRE(text == strata::ToLowerAscii(text));
+void CheckMode(std::string text) {
     VideoMode::Mode mode{};
     try {
         REQUIRE(VideoMode::Parse(text, mode));
     } catch (const VideoMode::Invalid& invalid) {
         REQUIRE(invalid.GetMode() == text);
-        return 0;
+        return;
     }
     CheckAllowed(mode);
     REQUIRE(text.substr(0, text.find(':')) == mode.name);
@@ -60,8 +56,26 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     REQUIRE(VideoMode::Parse(description, again));
     REQUIRE(Describe(again) == description && again.resolution == mode.resolution);
 
+    const std::uint64_t resolution = mode.resolution;
     REQUIRE(VideoMode::LimitToHd(mode));
     REQUIRE(mode.color_space == COLOR_SPACE_RGB && mode.resolution != RESOLUTION_3840_2160 &&
             mode.resolution != RESOLUTION_4096_2160);
+    // A limited player has accepted nothing that is still to be limited.
+    REQUIRE(features == 0 || mode.resolution == resolution);
+}
+
+}  // namespace
+
+/// In the place of the one that asks the device tree.
+HardwareConfig::HardwareConfig(const DeviceTree&) : m_revision(0), m_features(features) {}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text = ReadFromFile(FuzzInput(data, size).TakeRest());
+    REQUIRE(text == strata::ToLowerAscii(text));
+    for (const std::uint32_t word : {0u, HardwareConfig::FEATURE_LIMITED_TO_HD}) {
+        features = word;
+        const HardwareConfig hardware;
+        CheckMode(text);
+    }
     return 0;
 }

@@ -25,10 +25,13 @@ class Portprobe(GuestTestCase):
     BOARDS = ("KP480", "expander", "light-controller")
     GPIO = True
 
-    def start(self, *arguments):
-        command = self.player.start(["portprobe", *arguments], environment=SANITIZER_OPTIONS)
+    def start_command(self, *words):
+        command = self.player.start(words, environment=SANITIZER_OPTIONS)
         self.addCleanup(self._end, command)
         return command
+
+    def start(self, *arguments):
+        return self.start_command("portprobe", *arguments)
 
     def probe(self, arguments):
         """portprobe, run to its end: exit status, standard output, standard error."""
@@ -42,9 +45,25 @@ class Portprobe(GuestTestCase):
         return command
 
     def assertPrints(self, command, text):
-        """A watch prints `text`, name first, after a time stamp."""
-        line = re.compile(rf"^\d+\.\d{{9}} {text}$".encode(), re.MULTILINE)
+        """A watch prints `text`, name first, after a time stamp, which is returned."""
+        line = re.compile(rf"^(\d+\.\d{{9}}) {text}$".encode(), re.MULTILINE)
         self.assertTrue(self.player.wait_for(lambda: line.search(command.stdout), RUN_TIMEOUT), command.stdout)
+        return float(line.search(command.stdout)[1])
+
+    def answer(self, device, question, kind):
+        """The words of the record of this kind with which a device answers; the first is its time."""
+        earlier = len(device.records)
+        device.send(question)
+        return device.records[device.wait_for_record(f" {kind} ", start=earlier)].split()
+
+    def wait_for_reports(self, touch_board, count):
+        """Waits until the kernel has read so many more diagnostics reports."""
+        wanted = int(self.answer(touch_board, "count", "diagnostics")[2]) + count
+        for _ in range(RUN_TIMEOUT):
+            if int(self.answer(touch_board, "count", "diagnostics")[2]) >= wanted:
+                return
+            self.player.wait_for(lambda: False, 0.5)
+        self.fail(f"{count} reports have not been read within {RUN_TIMEOUT} tries")
 
     def test_list(self):
         self.assertEqual(self.probe("list"), (0, LIST, ""))
@@ -54,6 +73,13 @@ class Portprobe(GuestTestCase):
         self.assertEqual((status, table.count("\n")), (1, LIST.count("\n") - 1))
         self.assertIn("portprobe: vantora: EVIOCGBIT: Input/output error (5)\n", why)
 
+    def test_list_without_boards_that_can_be_asked(self):
+        self.player.shell(": >/dev/usb/hiddev9")
+        status, table, why = self.probe("list")
+        self.player.shell("rm /dev/usb/hiddev9")
+        self.assertEqual((status, [row.split()[0] for row in table.splitlines()]), (1, ["NAME", "vantora"]))
+        self.assertIn("portprobe: boards: Inappropriate ioctl for device (25)\n", why)
+
     def test_trouble_ends_with_status_1(self):
         for arguments, why in (
                 ("get Nonsense-0-GPIO", "Nonsense-0-GPIO: no such port"),
@@ -62,6 +88,10 @@ class Portprobe(GuestTestCase):
                 ("watch TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
                 ("pulse Expander-0-GPIO 2 1", "Expander-0-GPIO: this port cannot pulse")):
             self.assertEqual(self.probe(arguments), (1, "", f"portprobe: {why}\n"))
+        for arguments, subject in (("list", "list"), ("get vantora", "vantora"), ("--help", "--help")):
+            command = self.player.run(["sh", "-c", f"portprobe {arguments} >/dev/full"], RUN_TIMEOUT)
+            self.assertEqual((command.status, command.stderr.decode()),
+                             (1, f"portprobe: {subject}: standard output: No space left on device (28)\n"))
 
     def test_unusable_command_lines_end_with_status_2_and_send_nothing(self):
         earlier = len(self.player.gpio.records)
@@ -97,8 +127,12 @@ class Portprobe(GuestTestCase):
                 ("LightController-0-DIAGNOSTICS", lights, "value 3 300", "value 3 0x0000012C"),
                 ("TouchBoard-0-GPIO", touch_board, "touch 4", "pin 3 level 1")):
             command = self.watch(name.lower())
+            earliest = float(self.answer(device, "state", "state")[0])
             device.send(line)
-            self.assertPrints(command, f"{name} {change}")
+            stamp = self.assertPrints(command, f"{name} {change}")
+            # The devices' records have the same clock.
+            self.assertLess(earliest, stamp)
+            self.assertLess(stamp, float(self.answer(device, "state", "state")[0]))
             command.kill(signal.SIGINT)
             self.assertEqual(command.wait(RUN_TIMEOUT), 0)
 
@@ -108,22 +142,51 @@ class Portprobe(GuestTestCase):
         expander.unplug()
         expander.plug()
         # The port comes back after the node; changes until then are not reported.
-        while not self.player.wait_for(lambda: b" pin 5 level 1\n" in command.stdout, 1):
+        for _ in range(RUN_TIMEOUT):
             expander.send("dip 5 1\ndip 5 0")
+            if self.player.wait_for(lambda: b" pin 5 level 1\n" in command.stdout, 1):
+                break
+        self.assertIn(b" pin 5 level 1\n", command.stdout)
         expander.unplug()
         self.assertEqual(command.wait(RUN_TIMEOUT), 1)
         expander.plug()
         self.assertIn(b"portprobe: Expander-0-DIP: the device has been gone for 10 seconds\n", command.stderr)
 
+    def test_watch_goes_on_counting_when_standard_output_takes_no_more(self):
+        touch_board, name = self.player.boards[0], "TouchBoard-0-DIAGNOSTICS"
+        # A pipe without a reader: it has both ends itself.
+        command = self.start_command("sh", "-c", f"mkfifo /pipe && exec portprobe watch {name} 1<>/pipe")
+        self.assertTrue(self.player.wait_for(lambda: b"watching\n" in command.stderr, RUN_TIMEOUT), command.stderr)
+        for button in (1, 2, 3):
+            self.assertEqual(self.probe(f"set TouchBoard-0-LED-SETUP 0 0x{button:X}C2"), (0, "", ""))
+        self.addCleanup(touch_board.send, "rate 0")
+        touch_board.send("rate 1000")
+        self.wait_for_reports(touch_board, 1000)
+        reader = self.start_command("cat", "/pipe")
+        missed = re.compile(rf"^[\d.]+ {name} missed [1-9]\d*\n".encode(), re.MULTILINE)
+        self.assertTrue(self.player.wait_for(lambda: missed.search(reader.stdout), RUN_TIMEOUT), reader.stdout[-200:])
+        reader.kill()
+        reader.wait(RUN_TIMEOUT)
+        lines = reader.stdout.decode().split("\n")[:-1]
+        self.assertEqual({line.split()[1] for line in lines}, {name})
+        stamps = [float(line.split()[0]) for line in lines]
+        self.assertEqual(stamps, sorted(stamps))
+
+        self.wait_for_reports(touch_board, 200)
+        command.kill()
+        self.assertEqual(command.wait(RUN_TIMEOUT), 0)
+        self.assertRegex(command.stderr.decode(), f"portprobe: {name}: standard output took no more: "
+                                                  r"[1-9]\d* changes not printed\n$")
+
     def test_pulse_leaves_the_line_low(self):
         gpio = self.player.gpio
         earlier = len(gpio.records)
-        command = self.start("pulse", "vantora", "10", "3", "--period", "5000")
-        for level in (1, 0, 1, 0, 1):
-            earlier = gpio.wait_for_record(f"write 17 18 {level}", start=earlier)
+        # High in every step of a cycle: only the end sets it low.
+        command = self.start("pulse", "vantora", "10", "10", "--period", "5000")
+        earlier = gpio.wait_for_record("write 17 18 1", start=earlier)
         command.kill()
         self.assertEqual((command.wait(RUN_TIMEOUT), command.stderr), (0, b""))
-        self.assertTrue(gpio.records[-1].endswith("write 17 18 0"), gpio.records[-1])
+        gpio.wait_for_record("write 17 18 0", start=earlier)
 
 
 if __name__ == "__main__":

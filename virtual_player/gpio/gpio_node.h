@@ -1,7 +1,7 @@
 #pragma once
 
 // The device node of the player's GPIO input driver: the part of evdev that its clients use. Every opener has
-// a queue of its own, of the length that evdev gives it at least.
+// a queue of its own, as long as evdev's shortest, 64 events.
 
 #include <linux/input.h>
 
