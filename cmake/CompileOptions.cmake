@@ -16,6 +16,21 @@ target_compile_options(padtune_options INTERFACE
     -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 target_link_libraries(padtune_options INTERFACE Threads::Threads)
 
+# Against faults that got through all else: what overruns a buffer or jumps to the wrong place ends the process.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+target_compile_options(padtune_options INTERFACE -fstack-protector-strong -fstack-clash-protection)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL aarch64)
+    target_compile_options(padtune_options INTERFACE -mbranch-protection=standard)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64)
+    target_compile_options(padtune_options INTERFACE -fcf-protection)
+endif()
+target_link_options(padtune_options INTERFACE LINKER:-z,relro,-z,now)
+if(NOT PADTUNE_SANITIZE) # the sanitizers do without: they see the calls themselves
+    target_compile_options(padtune_options INTERFACE -D_FORTIFY_SOURCE=2)
+endif()
+
 if(PADTUNE_SANITIZE)
     target_compile_options(padtune_options INTERFACE
         -fsanitize=${PADTUNE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "apps/padtune/touch_board_reports.h"
+#include "lib/platform/string_operations.h"
 #include "lib/platform/string_splitter.h"
 
 bool operator==(const ButtonSwitch& a, const ButtonSwitch& b) {
@@ -90,9 +91,10 @@ TEST(CommandLineDeathTest, RejectsWhatItCannotUse) {
     };
     for (const auto& [option, arguments] : rejected) {
         for (const std::string& argument : arguments) {
-            EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), Parse(option + " " + argument)),
-                        testing::ExitedWithCode(2), "^Usage: padtune\n\n    --timeout <timeout-in-seconds>")
-                << option << " " << argument;
+            const std::string line = strprintf("%s %s", option.c_str(), argument.c_str());
+            EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), Parse(line)), testing::ExitedWithCode(2),
+                        "^Usage: padtune\n\n    --timeout <timeout-in-seconds>")
+                << line;
         }
     }
 }

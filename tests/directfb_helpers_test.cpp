@@ -57,7 +57,7 @@ TEST(DFBPointerDeathTest, AnUnusablePointerEndsTheProcessWithAReport) {
         R"(ASSERT FAILED: PlatformValidPointer\(\(m_ptr\), nimbus2_assert_alignof\(\*\(\(m_ptr\)\)\)\).*)"
         R"(lib/kestrel_dfb/directfb_helpers\.h:257:DFBPointer<T>::operator T\*\(\) )"
         R"(\[with T = _IDirectFBScreen\])",
-        static_cast<IDirectFBScreen*>(DFBPointer<IDirectFBScreen>(address)));
+        static_cast<void>(static_cast<IDirectFBScreen*>(DFBPointer<IDirectFBScreen>(address))));
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ PortOnHid::Descriptor Field(std::uint32_t device, std::uint32_t application, std
 
 std::vector<PortOnHid::DescriptorPtr> MakeDescriptors(const std::vector<PortOnHid::Descriptor>& fields) {
     std::vector<PortOnHid::DescriptorPtr> descriptors;
+    descriptors.reserve(fields.size());
     for (const auto& field : fields) {
         descriptors.push_back(std::make_shared<PortOnHid::Descriptor>(field));
     }

@@ -36,9 +36,10 @@ Slots MakeSetup() {
 }
 
 class TouchBoardReportsTest : public testing::Test {
-protected:
+public:
     ~TouchBoardReportsTest() override { OutputDiagnostics = false; }
 
+protected:
     /// Delivers a report as the port does and returns what it printed.
     std::string Send(const Slots& slots) {
         testing::internal::CaptureStderr();

@@ -109,6 +109,7 @@ private:
         explicit LockOnExit(Lock& lock) : m_lock(lock) {}
         LockOnExit(const LockOnExit&) = delete;
         LockOnExit& operator=(const LockOnExit&) = delete;
+        // NOLINTNEXTLINE(bugprone-exception-escape): a lock that cannot be had again ends the process
         ~LockOnExit() {
             if (m_unlocked) {
                 m_lock.lock();

@@ -11,10 +11,12 @@
 
 #include <lttng/tracepoint.h>
 
+// clang-format off
 LTTNG_UST_TRACEPOINT_EVENT(vantora_platform, td_event,
                            LTTNG_UST_TP_ARGS(const char*, desc, int, value),
                            LTTNG_UST_TP_FIELDS(lttng_ust_field_string(desc, desc)
                                                    lttng_ust_field_integer(int, value, value)))
+// clang-format on
 
 #endif
 

@@ -44,6 +44,7 @@ public:
             throw ErrnoException(errno, "pipe2");
         }
         std::vector<char*> arguments;
+        arguments.reserve(command.size() + 1);
         for (std::string& argument : command) {
             arguments.push_back(argument.data());
         }

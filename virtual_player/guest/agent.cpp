@@ -351,6 +351,7 @@ private:
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what ends it stands on the console, and ends the guest
 int main(int argc, char** argv) {
     if (argc != 2) {
         std::cerr << "usage: agent PORT" << std::endl;
