@@ -1,9 +1,13 @@
 #!/usr/bin/python3
 """A player whose device tree says what it is and how it is wired, as programs on it see it."""
 
+import pathlib
 import unittest
 
 from guest import RUN_TIMEOUT, GuestTestCase
+
+
+RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules"
 
 
 class DescribedPlayer(GuestTestCase):
@@ -21,6 +25,20 @@ class DescribedPlayer(GuestTestCase):
         table = self.player.run(["portprobe", "list"], RUN_TIMEOUT).stdout.decode()
         places = {row.split()[0]: row.split()[-1] for row in table.splitlines() if "-GPIO" in row}
         self.assertEqual(places, {"TouchBoard-0-GPIO": "1-2:1.0", "TouchBoard-1-GPIO": "1-1:1.0"})
+
+    def test_a_group_may_use_the_boards_without_root(self):
+        command = ["start-stop-daemon", "-S", "-c", "service:touchboard", "-x", "/usr/local/bin/portprobe", "--", "list"]
+        self.player.shell("echo service:x:1000:1000::/: >>/etc/passwd; echo touchboard:x:1000: >>/etc/group; "
+                          "mkdir -p /etc/udev/rules.d")
+        self.assertIn(b"no ports", self.player.run(command, RUN_TIMEOUT).stderr)
+        self.player.put(RULES, "/etc/udev/rules.d/60-touch-board.rules")
+        self.player.shell("udevadm control --reload")
+        for board in self.player.boards:
+            board.unplug()
+            board.plug()
+        self.player.shell("udevadm settle")
+        table = self.player.run(command, RUN_TIMEOUT).stdout.decode()
+        self.assertEqual(table.count("-GPIO "), 2, table)
 
 
 if __name__ == "__main__":
