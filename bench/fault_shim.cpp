@@ -1,12 +1,15 @@
-// A library for LD_PRELOAD that makes one call of a program fail. It numbers the calls that the program
-// itself (or libudev for it) makes on the way to a board, or those to DirectFB, and writes them to a file:
+// A library for LD_PRELOAD that makes one call of a program fail, or stops the program there. It numbers the
+// calls that the program itself (or libudev for it) makes on the way to a board, or those to DirectFB, and
+// writes them to a file:
 //
 // - FAULT_CALLS: which calls are numbered, "hid" or "display".
 // - FAULT_AT: number of the call that fails, from 1 on; none or 0: none of them.
 // - FAULT_SITE: place in the program from which the first call fails, as in the file.
+// - FAULT_STOPS: if set, that call does not fail, but waits as all threads do: for SIGCONT.
 // - FAULT_LOG: file for one line a call, "NUMBER NAME SITE", SITE being where in the program it stands, and
 // at the end
-//   "leak DESCRIPTOR WHAT" for each numbered descriptor that is still open.
+//   "open WHAT" for each other descriptor than the standard ones that is open then and "thread NAME" for each
+//   thread that still runs.
 
 #include <directfb.h>
 #include <dlfcn.h>
@@ -20,15 +23,18 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <system_error>
 
 namespace {
 
-constexpr int MAX_DESCRIPTORS = 1024;
 constexpr int FAILURE = EIO;
 
 const char* Setting(const char* name) {
@@ -39,11 +45,11 @@ const char* Setting(const char* name) {
 const std::string calls = Setting("FAULT_CALLS");
 const long failingCall = atol(Setting("FAULT_AT"));
 const unsigned long failingSite = strtoul(Setting("FAULT_SITE"), nullptr, 16);
+const bool stops = *Setting("FAULT_STOPS") != '\0';
 const int logFile = open(Setting("FAULT_LOG"), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
 
 std::atomic<long> lastCall{0};
 std::atomic<bool> failed{false};
-std::atomic<const char*> owned[MAX_DESCRIPTORS];  // by which call it was opened
 
 void Log(const char* format, ...) {
     char line[200];
@@ -77,7 +83,7 @@ unsigned long Site(const void* caller) {
     return reinterpret_cast<unsigned long>(caller) - reinterpret_cast<unsigned long>(object.dli_fbase);
 }
 
-/// Numbers a call. @return whether it is to fail
+/// Numbers a call, and stops where that is asked for. @return whether it is to fail
 bool Fails(const char* kind, const char* name, const void* caller) {
     const unsigned long site = calls == kind ? Site(caller) : 0;
     if (site == 0) {
@@ -88,15 +94,12 @@ bool Fails(const char* kind, const char* name, const void* caller) {
     if ((number != failingCall && site != failingSite) || failed.exchange(true)) {
         return false;
     }
+    if (stops) {
+        (void)raise(SIGSTOP);
+        return false;
+    }
     errno = FAILURE;
     return true;
-}
-
-int Own(int descriptor, const char* name, const void* caller) {
-    if (descriptor >= 0 && descriptor < MAX_DESCRIPTORS && calls == "hid" && Site(caller) != 0) {
-        owned[descriptor] = name;
-    }
-    return descriptor;
 }
 
 auto NextOpen() {
@@ -104,12 +107,21 @@ auto NextOpen() {
     return next;
 }
 
+/// Logs what is left when the program ends.
 struct AtExit {
     ~AtExit() {
-        for (int descriptor = 0; descriptor < MAX_DESCRIPTORS; ++descriptor) {
-            if (const char* const name = owned[descriptor]) {
-                Log("leak %d %s\n", descriptor, name);
+        // A thread that has been joined may take a moment to vanish.
+        usleep(200'000);
+        std::error_code gone;
+        for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+            if (atoi(descriptor.path().filename().c_str()) > STDERR_FILENO) {
+                Log("open %s\n", std::filesystem::read_symlink(descriptor, gone).c_str());
             }
+        }
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::string name;
+            std::getline(std::ifstream(thread.path() / "comm"), name);
+            Log("thread %s\n", name.c_str());
         }
     }
 } atExit;
@@ -132,7 +144,7 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    FAIL_OR("open", -1, Own(NextOpen()(path, flags, mode), "open", CALLER));
+    FAIL_OR("open", -1, NextOpen()(path, flags, mode));
 }
 
 int open64(const char* path, int flags, ...) {
@@ -140,15 +152,7 @@ int open64(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    FAIL_OR("open", -1, Own(NextOpen()(path, flags, mode), "open", CALLER));
-}
-
-int close(int descriptor) {
-    static const auto next = NEXT(close);
-    if (descriptor >= 0 && descriptor < MAX_DESCRIPTORS) {
-        owned[descriptor] = nullptr;
-    }
-    return next(descriptor);
+    FAIL_OR("open", -1, NextOpen()(path, flags, mode));
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept {
@@ -187,25 +191,27 @@ int __ppoll_chk(pollfd* set, nfds_t count, const timespec* timeout, const sigset
 
 int pipe(int descriptors[2]) noexcept {
     static const auto next = NEXT(pipe);
-    if (Fails("hid", "pipe", CALLER)) {
-        return -1;
-    }
-    const int result = next(descriptors);
-    if (result == 0) {
-        Own(descriptors[0], "pipe", CALLER);
-        Own(descriptors[1], "pipe", CALLER);
-    }
-    return result;
+    FAIL_OR("pipe", -1, next(descriptors));
 }
 
 int eventfd(unsigned count, int flags) noexcept {
     static const auto next = NEXT(eventfd);
-    FAIL_OR("eventfd", -1, Own(next(count, flags), "eventfd", CALLER));
+    FAIL_OR("eventfd", -1, next(count, flags));
+}
+
+int eventfd_read(int descriptor, eventfd_t* count) {
+    static const auto next = NEXT(eventfd_read);
+    FAIL_OR("eventfd_read", -1, next(descriptor, count));
+}
+
+int eventfd_write(int descriptor, eventfd_t count) {
+    static const auto next = NEXT(eventfd_write);
+    FAIL_OR("eventfd_write", -1, next(descriptor, count));
 }
 
 int socket(int domain, int type, int protocol) noexcept {
     static const auto next = NEXT(socket);
-    FAIL_OR("socket", -1, Own(next(domain, type, protocol), "socket", CALLER));
+    FAIL_OR("socket", -1, next(domain, type, protocol));
 }
 
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept {
@@ -259,6 +265,16 @@ udev_device* udev_device_get_parent_with_subsystem_devtype(udev_device* device, 
                                                            const char* type) {
     static const auto next = NEXT(udev_device_get_parent_with_subsystem_devtype);
     FAIL_OR("udev_device_get_parent", nullptr, next(device, subsystem, type));
+}
+
+const char* udev_device_get_sysname(udev_device* device) {
+    static const auto next = NEXT(udev_device_get_sysname);
+    FAIL_OR("udev_device_get_sysname", nullptr, next(device));
+}
+
+const char* udev_device_get_action(udev_device* device) {
+    static const auto next = NEXT(udev_device_get_action);
+    FAIL_OR("udev_device_get_action", nullptr, next(device));
 }
 
 const char* udev_device_get_devnode(udev_device* device) {

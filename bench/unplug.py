@@ -1,130 +1,138 @@
 #!/usr/bin/python3
-"""Boards that are pulled out of the virtual player while padtune runs.
+"""A run of padtune in the virtual player in which the board goes and comes back all the time.
 
-moments    one run each: the board goes at a moment from the first look for boards to the reset, and comes back
-cycles     one run in which the board goes and comes back all the time
+Says how long after each return the board's outputs were as before; fails if one was not as last written, if no new
+sample came, if an old one came again, if the page changed while the board was away, or if descriptors, threads or
+memory were left behind.
 
-Says how the runs ended, and how long after the board's return its outputs were as before; fails if a run hung, ended
-with another status than 0, left descriptors or threads behind, or if an output was not as last written.
-
-usage: unplug.py [--cycles N] [moments|cycles]...
+usage: unplug.py [--cycles N]
 """
 
 import argparse
-import collections
 import os
 import pathlib
+import re
 import statistics
 import sys
+import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "virtual_player"))
 
-from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
+from picture import Picture  # noqa: E402
+from player import DEFAULT_BUILD, PlayerError, VirtualPlayer  # noqa: E402
 
-STEP = 0.1  # seconds between two moments
-AWAY = 1.0  # seconds
-LAST_MOMENT = 30.0  # the run without trouble is over long before
-RUN_TIMEOUT = 90
-RUN = ("padtune", "--timeout", "2", "--pause", "20", "--noise-threshold", "40", "--disable-led", "3",
-       "--led-mask", "1,0,1")
+RUN = ("padtune", "--timeout", "100000", "--pause", "0", "--button", "5", "--led-mask", "2,0,0x15", "--disable-button",
+       "7", "--disable-led", "2", "--output-diagnostics", "x")
+# What the board tells when its outputs are written; being plugged in has cleared them.
+OUTPUTS = (" button-mask 0x00000040", " led-mask 0x00000002", " led 2 0x00000015")
+AWAY = (0, 0.1, 0.3)  # seconds, in turn
+AWAY_FOR_LONG = 11  # past the time in which a port counts on a return
+LONG_EVERY = 100  # cycles
+TIMEOUT = 20
+SAMPLE = re.compile(rb": BT5: +(\d+) ")
+GROWTH_ALLOWED = 64  # kB
+SCREEN = (1280, 1024)  # on a lower one the last value of a box stands in the next one, where nothing is cleared
+PAGE_END = 900  # the strip with the progress bar and the seconds is below
 
-OUTPUTS = "button-mask=0x00000040 led-mask=0x00000002 leds=0x00000000,0x00000015,"
-RETURN_TIMEOUT = 20
 
+class Run:
+    def __init__(self, player):
+        self._player = player
+        self._board = player.boards[0]
+        self._board.send("numbered")
+        self._command = player.start(RUN)
+        self._command.close_input()
+        self._player.wait_for(lambda: b" 2." in self._command.stderr, TIMEOUT)
+        self._process = player.shell("pidof padtune").strip()
 
-def moments(player):
-    board = player.boards[0]
-    ends = collections.Counter()
-    failures = 0
-    for number in range(int(LAST_MOMENT / STEP)):
-        if any("after reset" in end for end in ends):
-            break
-        earlier = len(board.records)
-        run = player.start(RUN)
-        run.close_input()
-        time.sleep(number * STEP)
-        board.unplug()
-        time.sleep(AWAY)
-        board.plug()
+    def resources(self):
+        """Descriptors, threads, kB of memory that is no file's."""
+        text = self._player.shell(f"cd /proc/{self._process} && ls fd | wc -l && grep -E 'Threads|RssAnon' status")
+        numbers = dict(line.split()[:2] for line in text.splitlines()[1:])
+        return int(text.split()[0]), int(numbers["Threads:"]), int(numbers["RssAnon:"])
+
+    def cycle(self, away):
+        """@returns the seconds from the board's node to the last of its outputs; None if they or samples did not come"""
+        self._board.unplug()
+        time.sleep(away)
+        start = len(self._board.records)
+        self._board.plug()
+        latest = self._latest_sample()
         try:
-            status = run.wait(RUN_TIMEOUT)
-        except TimeoutError:
-            status = "none: it hangs"
-        records = [record.split(" ", 1)[1] for record in board.records[earlier:] if record[0].isdigit()]
-        gone_after = records[:records.index("unplug")]
-        seen = gone_after[-1].split()[0] if gone_after else "nothing yet"
-        ends[f"unplugged after {seen}: status {status}, {'reset' if 'reset' in records else 'no reset'}"] += 1
-        failures += status != 0
-    else:
-        print("  the run was never over")
-        failures += 1
-    for end, count in sorted(ends.items()):
-        print(f"  {count:4}  {end}")
-    return failures
+            # The node may be used before the board knows of it.
+            plugged, *outputs = (float(self._board.records[self._board.wait_for_record(text, TIMEOUT, start)].split()[0])
+                                 for text in (" plugged", *OUTPUTS))
+        except PlayerError:
+            return None
+        if not self._player.wait_for(lambda: self._latest_sample() > latest, TIMEOUT):
+            return None
+        return max(*outputs, plugged) - plugged
 
+    def page_while_away(self):
+        """Takes the board out for some seconds; whether the page was as still as it must, and went on after that."""
+        self._board.unplug()
+        time.sleep(1)
+        first = self._page()
+        time.sleep(2)
+        second = self._page()
+        self._board.plug()
+        time.sleep(2)
+        return first == second and self._page() != second
 
-def resources(player, process):
-    return player.shell(f"cd /proc/{process} && ls fd | wc -l && grep Threads status").split()
+    def samples(self):
+        """The numbers of the reports whose samples were printed."""
+        return [int(number) for number in SAMPLE.findall(self._command.stderr)]
 
+    def _latest_sample(self):
+        return int(SAMPLE.findall(self._command.stderr[-1000:])[-1])
 
-def wait_for_outputs(board):
-    """Waits until the board's outputs are as before; the moment in which that was seen, and what they are if not."""
-    deadline = time.monotonic() + RETURN_TIMEOUT
-    while True:
-        start = len(board.records)
-        board.send("state")
-        state = board.records[board.wait_for_record(" state ", start=start)]
-        if OUTPUTS in state or time.monotonic() > deadline:
-            return float(state.split()[0]), OUTPUTS in state
-        time.sleep(0.02)
+    def settled_resources(self, expected):
+        """The resources, when the last of the ports had time to come back."""
+        deadline = time.monotonic() + TIMEOUT
+        while (resources := self.resources())[:2] != expected[:2] and time.monotonic() < deadline:
+            time.sleep(0.5)
+        return resources
 
+    def end(self):
+        self._command.kill(9)
+        self._command.wait(10)
 
-def cycles(player, count):
-    board = player.boards[0]
-    run = player.start(["padtune", "--timeout", "100000", "--pause", "0", "--led-mask",
-                        "2,0,0x15", "--disable-button", "7", "--disable-led", "2"])
-    run.close_input()
-    board.wait_for_record("setup-request")
-    wait_for_outputs(board)
-    time.sleep(5)  # until the live page is on
-    process = player.shell("pidof padtune").strip()
-    before = resources(player, process)
-    times, failures = [], 0
-    for _ in range(count):
-        board.unplug()
-        start = len(board.records)
-        board.plug()
-        plugged = float(board.records[board.wait_for_record(" plugged", start=start)].split()[0])
-        restored, right = wait_for_outputs(board)
-        if right:
-            times.append(1000 * (restored - plugged))
-        failures += not right
-    deadline = time.monotonic() + RETURN_TIMEOUT  # the last of the ports may be on its way back
-    while (after := resources(player, process)) != before and time.monotonic() < deadline:
-        time.sleep(0.5)
-    run.kill(9)
-    run.wait(10)
-    times.sort()
-    print(f"  {count} times; outputs wrong {failures} times; descriptors and threads before {before}, after {after}")
-    print("  milliseconds from the board's node to its outputs: "
-          f"least {times[0]:.0f}, median {statistics.median(times):.0f}, 95 % {times[int(len(times) * 0.95)]:.0f}, "
-          f"most {times[-1]:.0f}")
-    return failures + (before != after)
+    def _page(self):
+        with tempfile.NamedTemporaryFile(suffix=".png") as file:
+            self._player.picture(file.name)
+            return Picture(file.name).colours(bottom=PAGE_END)
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--cycles", type=int, default=1000)
-    parser.add_argument("what", nargs="*", default=["moments", "cycles"])
     options = parser.parse_args()
-    failures = 0
-    with VirtualPlayer(build=pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))) as player:
-        for what in options.what:
-            print(f"unplug, {what}:", flush=True)
-            failures += moments(player) if what == "moments" else cycles(player, options.cycles)
-    print(f"unplug: {failures} failures")
-    return 1 if failures else 0
+    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
+    with VirtualPlayer(screen=SCREEN, video_mode="1280x1024x60p", build=build) as player:
+        run = Run(player)
+        still = run.page_while_away()
+        before = run.resources()
+        seconds = []
+        for number in range(1, options.cycles + 1):
+            seconds.append(run.cycle(AWAY_FOR_LONG if number % LONG_EVERY == 0 else AWAY[number % len(AWAY)]))
+            if seconds[-1] is None:
+                break
+        after = run.settled_resources(before)
+        samples = run.samples()
+        run.end()
+    returned = sorted(1000 * time for time in seconds if time is not None)
+    stale = sum(later <= earlier for earlier, later in zip(samples, samples[1:]))
+    print(f"unplug: {len(seconds)} times, {len(returned)} returned with their outputs; {len(samples)} samples, of which "
+          f"{stale} stale; page {'still' if still else 'NOT STILL'} while the board is away")
+    print(f"unplug: descriptors, threads, kB before {before}, after {after}")
+    if returned:
+        print(f"unplug: milliseconds from the board's node to its outputs: least {returned[0]:.0f}, median "
+              f"{statistics.median(returned):.0f}, 95 % {returned[int(len(returned) * 0.95)]:.0f}, "
+              f"99 % {returned[int(len(returned) * 0.99)]:.0f}, most {returned[-1]:.0f}")
+    wrong = len(returned) < options.cycles or stale or not still
+    grown = before[:2] != after[:2] or after[2] > before[2] + GROWTH_ALLOWED
+    return 1 if wrong or grown else 0
 
 
 if __name__ == "__main__":

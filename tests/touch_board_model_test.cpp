@@ -61,6 +61,7 @@ TEST(TouchBoardModel, DiagnosticsComeAtTheRateForTheFirstSevenSelections) {
     board.Advance(PERIOD - 1);
     EXPECT_TRUE(board.TakeReports().empty());
     board.Advance(PERIOD * 10);
+    EXPECT_EQ(PERIOD * 11, board.NextReportTime());
     const auto reports = board.TakeReports();
     ASSERT_EQ(1u, reports.size());
     const std::vector<std::uint32_t>& words = reports[0].words;

@@ -176,4 +176,33 @@ TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
     EXPECT_EQ(live.touchBits, 1u);
 }
 
+TEST_F(TouchBoardReportsTest, WaitsForAnIndexZeroAfterTheStartOfAReportWasLost) {
+    Send(MakeSetup());
+    Slots report{4, 3};
+    const auto sendPart = [&](unsigned first, unsigned last) {
+        for (unsigned index = first; index <= last; ++index) {
+            reports.OnValue(index, report[index], 32);
+        }
+    };
+    for (const unsigned collected : {0u, 2u, 12u}) {
+        if (collected > 0) {
+            sendPart(0, collected - 1);
+        }
+        sendPart(collected == 0 ? 1 : collected - 1, 28);
+        EXPECT_TRUE(live.samples.empty()) << collected;
+        EXPECT_EQ(live.touchBits, 0u) << collected;
+    }
+    // Nor does a setup count whose first half came with the invalid one before.
+    Slots invalid = MakeSetup();
+    invalid[3] = 0;
+    Send(invalid);
+    report = MakeSetup();
+    sendPart(3, 28);
+    EXPECT_EQ(reports.GetButtonCount(), -1);
+
+    Send(MakeSetup());
+    Send(Slots{4, 3});
+    EXPECT_EQ(live.samples.size(), 1u);
+}
+
 }  // namespace

@@ -163,10 +163,12 @@ class VirtualPlayer:
     build       build folder that the programs come from
     files       {path in the guest: path here} of more files to take along
     window      whether the screen is shown in a window
+    processors  how many processors the guest has
     """
 
     def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), gpio=False,
-                 device_tree=None, build=DEFAULT_BUILD, files=None, window=False):
+                 device_tree=None, build=DEFAULT_BUILD, files=None, window=False,
+                 processors=1):
         self._screen = screen
         self._video_mode = video_mode
         self._models = boards
@@ -175,6 +177,7 @@ class VirtualPlayer:
         self._build = pathlib.Path(build)
         self._files = dict(files or {})
         self._window = window
+        self._machine = (*MACHINE, "-smp", str(processors))
         self._qemu = None
         self._commands = {}
         self._ready = False
@@ -306,7 +309,7 @@ class VirtualPlayer:
     def _qemu_command(self, kernel, display, port, monitor, initrd):
         width, height = self._screen
         return [
-            *MACHINE, "-M", "virt", "-no-reboot", "-display", display, "-serial", "stdio",
+            *self._machine, "-M", "virt", "-no-reboot", "-display", display, "-serial", "stdio",
             "-kernel", str(kernel), "-initrd", f"/dev/fd/{initrd}",
             # The text console stays off the frame buffer: it may only have a second one, and there is none.
             "-append", "console=ttyAMA0 panic=-1 quiet fbcon=map:1",
@@ -320,7 +323,7 @@ class VirtualPlayer:
         if self._device_tree is None:
             return None
         try:
-            return tree.make(MACHINE, self._device_tree)
+            return tree.make(self._machine, self._device_tree)
         except tree.DeviceTreeError as error:
             raise PlayerError(str(error)) from error
 

@@ -83,16 +83,27 @@ void TouchBoardReports::OnValue(unsigned index, unsigned value, unsigned /*width
     if (index == 0) {
         m_slots.fill(0);
         m_slots[0] = value;
+        m_filledSlots = 1;
         return;
     }
     if (index >= SLOT_COUNT) {
         std::fprintf(stderr, "ERROR: Diagnostics %d - OUT OF RANGE\n", static_cast<int>(index));
         return;
     }
+    // The kernel drops events without a notice when they are not read in time. A slot that is filled already
+    // tells that the start of the next report was lost: what has been collected was cut short, and nothing
+    // counts until an index 0. Slots that stay empty tell nothing, for a value of 0 is as good.
+    const std::uint32_t slotBit = std::uint32_t{1} << index;
+    if ((m_filledSlots & 1) == 0 || (m_filledSlots & slotBit) != 0) {
+        m_filledSlots = 0;
+        return;
+    }
     m_slots[index] = value;
+    m_filledSlots |= slotBit;
     if (index != SLOT_COUNT - 1) {
         return;
     }
+    m_filledSlots = 0;
 
     if (IsSetupReport()) {
         DecodeSetup();

@@ -101,7 +101,8 @@ PortOnHid::~PortOnHid() {
     if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
         KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
     }
-    // In this order: the activity that finds the device gone starts the timer.
+    // In this order: the activity that finds the device gone starts the timer. The poll thread may be waiting
+    // on the descriptor still; then it is the one that closes it in the end.
     PollThread::GetInstance()->Detach(this);
     PollThread::GetInstance()->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
 }
@@ -171,7 +172,10 @@ void PortOnHid::InitReport() {
     if (ioctl(m_device.Get(), HIDIOCINITREPORT, 0) < 0) {
         throw ErrnoException(errno, "InitReport");
     }
-    m_inputs = ReadAllInputs();
+    // The poll thread may report a change between the reading and the storing: then it is read again.
+    std::uint32_t before = m_inputs;
+    while (!m_inputs.compare_exchange_strong(before, ReadAllInputs())) {
+    }
     m_directions = ReadAllDirections();
 }
 

@@ -49,7 +49,8 @@ UsbPosition UsbBusOrder::GetPosition(const UsbPosition& portPath) const {
 }
 
 std::optional<UsbBusOrder::Place> UsbBusOrder::Find(const std::string& node) {
-    static const UsbBusOrder order{DeviceTree()};
+    // Never destroyed: a board may return while a failed display call ends the process.
+    static const UsbBusOrder& order = *new UsbBusOrder{DeviceTree()};
     const std::lock_guard lock(strata::udevMutex);
     const strata::UdevPointer udev(udev_new());
     if (!udev) {
@@ -68,11 +69,16 @@ std::optional<UsbBusOrder::Place> UsbBusOrder::Find(const std::string& node) {
     if (usbInterface == nullptr || usbDevice == nullptr) {
         return std::nullopt;
     }
-    const std::optional<UsbPosition> portPath = ParsePosition(udev_device_get_sysname(usbDevice));
+    const char* const deviceName = udev_device_get_sysname(usbDevice);
+    const char* const interfaceName = udev_device_get_sysname(usbInterface);
+    if (deviceName == nullptr || interfaceName == nullptr) {
+        return std::nullopt;
+    }
+    const std::optional<UsbPosition> portPath = ParsePosition(deviceName);
     if (!portPath) {
         return std::nullopt;
     }
-    return Place{order.GetPosition(*portPath), udev_device_get_sysname(usbInterface), "/dev/" + node};
+    return Place{order.GetPosition(*portPath), interfaceName, "/dev/" + node};
 }
 
 std::optional<UsbPosition> UsbBusOrder::ParsePosition(const std::string& deviceName) {

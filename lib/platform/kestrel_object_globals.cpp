@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <string_view>
@@ -21,6 +22,8 @@ constexpr std::string_view HIDDEV_NODE = "hiddev";
 
 // A blocked notice keeps events waiting in the socket, those of every other subsystem included.
 constexpr int EVENT_BUFFER_BYTES = 4 * 1024 * 1024;
+
+constexpr std::chrono::milliseconds WAKE_UP_AGAIN{100};
 
 strata::UdevPointer ConnectUdev() {
     const std::lock_guard lock(strata::udevMutex);
@@ -72,7 +75,10 @@ KestrelObjectGlobals::KestrelObjectGlobals()
       m_thread([this] { Run(); }) {}
 
 KestrelObjectGlobals::~KestrelObjectGlobals() {
-    eventfd_write(m_stop.Get(), 1);
+    // A thread that was not woken would sleep on: a failed wake-up is no reason to wait for it for ever.
+    while (eventfd_write(m_stop.Get(), 1) != 0) {
+        std::this_thread::sleep_for(WAKE_UP_AGAIN);
+    }
     m_thread.join();
 }
 
@@ -93,7 +99,9 @@ void KestrelObjectGlobals::RemoveHotplugObserver(DeviceHotplugUpdateObserver* ob
 }
 
 void KestrelObjectGlobals::AnnounceAgain() {
-    eventfd_write(m_announce.Get(), 1);
+    if (eventfd_write(m_announce.Get(), 1) != 0) {
+        PLATFORM_MESSAGE("KestrelObjectGlobals: %m; a device that is back may not be noticed\n");
+    }
 }
 
 void KestrelObjectGlobals::Run() {

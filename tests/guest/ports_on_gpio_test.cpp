@@ -131,6 +131,15 @@ TEST_F(PortsOnGpio, ChangesOfInputsAreReported) {
     }
     log.WaitFor(4);
     EXPECT_EQ(log.Take(), (std::vector<Event>{{0, 1, 1}, {8, 1, 1}, {0, 0, 1}, {0, 1, 1}}));
+
+    // An event is lost when it cannot be read, the next one comes.
+    lines.Send("fail read");
+    lines.Send("level 0 0");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    lines.Send("fail nothing");
+    lines.Send("level 1 1");
+    log.WaitFor(1);
+    EXPECT_EQ(log.Take(), (std::vector<Event>{{1, 1, 1}}));
 }
 
 TEST_F(PortsOnGpio, OutputsPulse) {

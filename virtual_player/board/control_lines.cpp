@@ -61,6 +61,8 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
         board.SetRate(ParseNumber(words[1]));
     else if (command == "setup" && arguments >= 1)
         board.SetSetupOddities(ParseOddities(words));
+    else if ((command == "numbered" || command == "measured") && arguments == 0)
+        board.SetNumbered(command == "numbered");
     else if (command == "send-setup" && arguments == 0)
         board.SendSetup();
     else if (command == "state" && arguments == 0)

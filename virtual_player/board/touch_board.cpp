@@ -90,7 +90,8 @@ std::string TouchBoard::ExecuteLine(const std::string& line) {
         return {};
     }
     if (words.size() == 1 && words[0] == "count") {
-        return "diagnostics " + std::to_string(m_diagnosticsCount);
+        return "diagnostics " + std::to_string(m_diagnosticsRead) + " of " +
+               std::to_string(m_diagnosticsSent);
     }
     return VirtualBoard::ExecuteLine(m_model, line);
 }
@@ -110,13 +111,14 @@ void TouchBoard::LeaveOut(const std::string& port) {
 std::vector<Bytes> TouchBoard::TakeReports() {
     std::vector<Bytes> reports;
     for (const InputReport& report : m_model.TakeReports()) {
+        m_diagnosticsSent += report.id == ReportId::DIAGNOSTICS;
         reports.push_back(Pack(report));
     }
     return reports;
 }
 
 void TouchBoard::OnReportRead(const Bytes& report) {
-    m_diagnosticsCount += report[0] == Number(ReportId::DIAGNOSTICS);
+    m_diagnosticsRead += report[0] == Number(ReportId::DIAGNOSTICS);
 }
 
 }  // namespace VirtualBoard

@@ -37,7 +37,8 @@ private:
 
     TouchBoardModel m_model;
     std::vector<HidField> m_fields;  ///< of the report descriptor; some may be left out
-    unsigned long m_diagnosticsCount = 0;
+    unsigned long m_diagnosticsSent = 0;
+    unsigned long m_diagnosticsRead = 0;  ///< by the host, in time
 };
 
 }  // namespace VirtualBoard

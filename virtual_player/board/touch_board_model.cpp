@@ -57,6 +57,8 @@ constexpr std::uint32_t REPORTED_PARAMETERS[] = {
 constexpr std::uint32_t SETUP_MARKER = 0xFFFF;
 constexpr unsigned FIRST_THRESHOLD_SLOT = 4;
 constexpr unsigned PARAMETER_SLOT_END = 28;
+// What a busy machine may be late with reports and still make up for.
+constexpr std::int64_t LATENESS_MAX = 100'000'000;
 constexpr unsigned WORDS_PER_DIAGNOSED_BUTTON = 4;
 
 // Where the small board's touch bits stand in its diagnostics report, by button.
@@ -251,7 +253,7 @@ void TouchBoardModel::Advance(std::int64_t now) {
     const DiagnosticsWords words = DiagnosticsReport();
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
     *m_nextReport += period;
-    if (*m_nextReport <= now)
+    if (*m_nextReport + LATENESS_MAX <= now)
         m_nextReport = now + period;
 }
 
@@ -311,6 +313,7 @@ DiagnosticsWords TouchBoardModel::SetupReport() const {
 DiagnosticsWords TouchBoardModel::DiagnosticsReport() {
     DiagnosticsWords words{};
     words[0] = WireTouchBits();
+    ++m_reportNumber;
     unsigned slot = 1;
     for (std::size_t i = 0; i < m_selected.size() && i < DIAGNOSED_BUTTONS_MAX; ++i) {
         const unsigned button = m_selected[i];
@@ -326,6 +329,10 @@ DiagnosticsWords TouchBoardModel::DiagnosticsReport() {
         words[slot + 1] = static_cast<std::uint32_t>(baseline + signal);
         words[slot + 2] = static_cast<std::uint32_t>(baseline);
         words[slot + 3] = signal > noiseThreshold ? static_cast<std::uint32_t>(signal) : 0;
+        if (m_isNumbered) {
+            words[slot] = button | (m_reportNumber & 0xFF) << 8;
+            std::fill_n(&words[slot + 1], 3, m_reportNumber);
+        }
         slot += WORDS_PER_DIAGNOSED_BUTTON;
     }
     m_lastDiagnostics = words;

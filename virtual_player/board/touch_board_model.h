@@ -78,6 +78,10 @@ public:
     /// @throws std::invalid_argument for more
     void SetRate(unsigned reportsPerSecond);
 
+    /// Whether samples hold the number of their diagnostics report in place of measured values, so that a
+    /// reader can tell which values belong together: value 4 its low byte, the others the whole.
+    void SetNumbered(bool numbered) { m_isNumbered = numbered; }
+
     /// @throws std::invalid_argument for a slot that a report has not
     void SetSetupOddities(const SetupOddities& oddities);
 
@@ -85,7 +89,8 @@ public:
     void SendSetup();
 
     /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the diagnostics report that
-    /// became due. A late call gives one report, not one for each period that went by.
+    /// became due. A late call gives one report; those of the periods that went by follow with the next
+    /// calls, unless the call was very late.
     void Advance(std::int64_t now);
 
     /// When the next diagnostics report is due, on the clock given to `Advance`; none while no button is
@@ -141,6 +146,8 @@ private:
     SetupOddities m_oddities;
     DiagnosticsWords m_lastDiagnostics{};
     unsigned m_rate = 25;
+    bool m_isNumbered = false;
+    std::uint32_t m_reportNumber = 0;
     std::optional<std::int64_t> m_nextReport;
     std::deque<InputReport> m_reports;
     std::vector<std::string> m_records;
