@@ -27,18 +27,33 @@ class DescribedPlayer(GuestTestCase):
         self.assertEqual(places, {"TouchBoard-0-GPIO": "1-2:1.0", "TouchBoard-1-GPIO": "1-1:1.0"})
 
     def test_a_group_may_use_the_boards_without_root(self):
-        command = ["start-stop-daemon", "-S", "-c", "service:touchboard", "-x", "/usr/local/bin/portprobe", "--", "list"]
+        def as_service(program, *arguments):
+            return ["start-stop-daemon", "-S", "-c", "service:touchboard", "-x", f"/usr/local/bin/{program}", "--",
+                    *arguments]
+
         self.player.shell("echo service:x:1000:1000::/: >>/etc/passwd; echo touchboard:x:1000: >>/etc/group; "
                           "mkdir -p /etc/udev/rules.d")
-        self.assertIn(b"no ports", self.player.run(command, RUN_TIMEOUT).stderr)
+        self.assertIn(b"no ports", self.player.run(as_service("portprobe", "list"), RUN_TIMEOUT).stderr)
         self.player.put(RULES, "/etc/udev/rules.d/60-touch-board.rules")
         self.player.shell("udevadm control --reload")
         for board in self.player.boards:
             board.unplug()
             board.plug()
-        self.player.shell("udevadm settle")
-        table = self.player.run(command, RUN_TIMEOUT).stdout.decode()
+        self.player.shell("udevadm settle; chgrp touchboard /dev/fb0; chmod 660 /dev/fb0")
+        table = self.player.run(as_service("portprobe", "list"), RUN_TIMEOUT).stdout.decode()
         self.assertEqual(table.count("-GPIO "), 2, table)
+
+        run = self.player.start(as_service("padtune", "--timeout", "8", "--output-diagnostics", "x"))
+        run.close_input()
+        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20), run.stderr)
+        # The kernel announces a returning board before udevd has applied the rule.
+        first = self.player.boards[1]
+        first.unplug()
+        first.plug()
+        printed = len(run.stderr)
+        self.assertTrue(self.player.wait_for(lambda: b": BT1:" in run.stderr[printed:], 20), run.stderr)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
+        first.wait_for_record("reset")
 
 
 if __name__ == "__main__":
