@@ -17,7 +17,7 @@ using ExternalControl::Impl::LegacyPort;
 namespace {
 
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nothing derives from it
-struct Part final : Port {
+struct SubPort final : Port {
     unsigned GetPinCount() override { return 32; }
     std::string GetVersion() override { return {}; }
     void ConfigureInput(unsigned pin) override { log += strprintf("in %u;", pin); }
@@ -50,20 +50,20 @@ protected:
         if (name == m_missing) {
             throw std::runtime_error("External control port not found");
         }
-        auto part = std::make_shared<Part>();
-        part->input = std::move(input);
-        m_parts[name] = part;
-        return part;
+        auto subPort = std::make_shared<SubPort>();
+        subPort->input = std::move(input);
+        m_subPorts[name] = subPort;
+        return subPort;
     }
 
-    std::shared_ptr<Part> Get(const char* name) { return m_parts[name].lock(); }
+    std::shared_ptr<SubPort> Get(const char* name) { return m_subPorts[name].lock(); }
 
     std::string m_order, m_missing;
-    std::map<std::string, std::weak_ptr<Part>> m_parts;
+    std::map<std::string, std::weak_ptr<SubPort>> m_subPorts;
     const LegacyPort::Opener m_opener = std::bind_front(&LegacyPortTest::Open, this);
 };
 
-TEST_F(LegacyPortTest, OpensConfiguresAndCommandsItsParts) {
+TEST_F(LegacyPortTest, OpensConfiguresAndCommandsItsSubPorts) {
     m_missing = DIP;
     EXPECT_THROW(LegacyPort({}, m_opener), std::runtime_error);
     EXPECT_EQ(m_order, "Vantora Expander-GPIO Expander-DIP ");
@@ -85,14 +85,14 @@ TEST_F(LegacyPortTest, OpensConfiguresAndCommandsItsParts) {
     EXPECT_THROW(Get(MAIN)->input(12, 1, 1), std::bad_function_call);
 }
 
-TEST_F(LegacyPortTest, ReadsThePinsOfItsParts) {
+TEST_F(LegacyPortTest, ReadsThePinsOfItsSubPorts) {
     std::vector<unsigned> pins;
     LegacyPort port(
         [&](unsigned pin, unsigned v, unsigned w) { pins.push_back(v == 6 && w == 32 ? pin : 99); },
         m_opener);
-    for (const char* part : {MAIN, GPIO, DIP}) {
+    for (const char* subPort : {MAIN, GPIO, DIP}) {
         for (unsigned pin = 0; pin < 32; ++pin) {
-            Get(part)->input(pin, 6, 32);
+            Get(subPort)->input(pin, 6, 32);
         }
     }
     EXPECT_EQ(pins, (std::vector<unsigned>{12, 10, 11, 0,  1,  2,  3,  4,  5,  6, 7,

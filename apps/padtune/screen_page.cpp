@@ -79,8 +79,8 @@ std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, 
     return std::nullopt;
 }
 
-// A text without digits is 0, deliberately: only a board that does not say its raw header has an unknown
-// one. A number beyond 32 bits is no raw header either, and must not be cut to one that means something.
+// A text without digits is 0, deliberately. A number beyond 32 bits counts as unknown: it must not be cut to
+// one that means something.
 int ParseRawHeader(const std::string& text) {
     const long long value = std::strtoll(text.c_str(), nullptr, 10);
     return std::in_range<int>(value) ? static_cast<int>(value) : -1;

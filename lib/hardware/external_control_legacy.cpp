@@ -9,14 +9,15 @@
 namespace ExternalControl::Impl {
 namespace {
 
-constexpr const char* PART_NAMES[LegacyPort::PART_COUNT] = {"Vantora", "Expander-GPIO", "Expander-DIP"};
+constexpr const char* SUB_PORT_NAMES[LegacyPort::SUB_PORT_COUNT] = {"Vantora", "Expander-GPIO",
+                                                                    "Expander-DIP"};
 
 /// Consecutive pins here, and those that they stand for.
 struct PinRange {
     unsigned firstPin;
     unsigned count;
-    LegacyPort::Part part;
-    unsigned firstPartPin;
+    LegacyPort::SubPort subPort;
+    unsigned firstSubPortPin;
 };
 
 // Pins 10 and 17 to 20 are in both tables: they are read on one side and written on the other.
@@ -32,13 +33,13 @@ constexpr PinRange OUTPUTS[] = {
 };
 
 struct Configuration {
-    LegacyPort::Part part;
+    LegacyPort::SubPort subPort;
     void (Port::*configure)(unsigned pin);
     unsigned firstPin;
     unsigned count;
 };
 
-/// What is done to the parts, in this order.
+/// What is done to the sub-ports, in this order.
 constexpr Configuration CONFIGURATIONS[] = {
     {LegacyPort::MAIN, &Port::ConfigureInput, 12, 1},
     {LegacyPort::MAIN, &Port::ConfigureOutput, 10, 1},
@@ -66,15 +67,16 @@ constexpr std::uint32_t MoveBits(std::uint32_t mask, unsigned from, unsigned cou
 
 LegacyPort::LegacyPort(InputCallback inputCallback, const Opener& open)
     : m_inputCallback(std::move(inputCallback)) {
-    for (const Part part : {MAIN, EXPANDER, SWITCHES}) {
-        m_parts[part] = open(
-            PART_NAMES[part],
-            [this, part](unsigned pin, unsigned value, unsigned width) { OnInput(part, pin, value, width); },
-            {});
+    for (const SubPort subPort : {MAIN, EXPANDER, SWITCHES}) {
+        m_subPorts[subPort] = open(SUB_PORT_NAMES[subPort],
+                                   [this, subPort](unsigned pin, unsigned value, unsigned width) {
+                                       OnInput(subPort, pin, value, width);
+                                   },
+                                   {});
     }
     for (const Configuration& configuration : CONFIGURATIONS) {
         for (unsigned i = 0; i < configuration.count; ++i) {
-            ((*m_parts[configuration.part]).*configuration.configure)(configuration.firstPin + i);
+            ((*m_subPorts[configuration.subPort]).*configuration.configure)(configuration.firstPin + i);
         }
     }
 }
@@ -91,13 +93,14 @@ bool LegacyPort::IsInput(unsigned pin) {
 
 bool LegacyPort::GetInput(unsigned pin) {
     const PinRange* range = FindPin(INPUTS, pin);
-    return range != nullptr && m_parts[range->part]->GetInput(pin - range->firstPin + range->firstPartPin);
+    return range != nullptr &&
+           m_subPorts[range->subPort]->GetInput(pin - range->firstPin + range->firstSubPortPin);
 }
 
 unsigned LegacyPort::ReadAllInputs() {
-    const std::uint32_t main = m_parts[MAIN]->ReadAllInputs();
-    const std::uint32_t switches = m_parts[SWITCHES]->ReadAllInputs();
-    const std::uint32_t expander = m_parts[EXPANDER]->ReadAllInputs();
+    const std::uint32_t main = m_subPorts[MAIN]->ReadAllInputs();
+    const std::uint32_t switches = m_subPorts[SWITCHES]->ReadAllInputs();
+    const std::uint32_t expander = m_subPorts[EXPANDER]->ReadAllInputs();
     return MoveBits(main, 12, 1, 12) | switches << 13 | MoveBits(expander, 0, 2, 10) |
            MoveBits(expander, 8, 6, 0);
 }
@@ -115,35 +118,37 @@ bool LegacyPort::IsOutput(unsigned pin) {
 
 bool LegacyPort::GetOutput(unsigned pin) {
     const PinRange* range = FindPin(OUTPUTS, pin);
-    return range != nullptr && m_parts[range->part]->GetOutput(pin - range->firstPin + range->firstPartPin);
+    return range != nullptr &&
+           m_subPorts[range->subPort]->GetOutput(pin - range->firstPin + range->firstSubPortPin);
 }
 
 unsigned LegacyPort::ReadAllOutputs() {
-    return MoveBits(m_parts[MAIN]->ReadAllOutputs(), 10, 1, 10) |
-           MoveBits(m_parts[EXPANDER]->ReadAllOutputs(), 2, 6, 17);
+    return MoveBits(m_subPorts[MAIN]->ReadAllOutputs(), 10, 1, 10) |
+           MoveBits(m_subPorts[EXPANDER]->ReadAllOutputs(), 2, 6, 17);
 }
 
 void LegacyPort::SetAllLevels(unsigned mask) {
-    m_parts[MAIN]->SetAllLevels(MoveBits(mask, 10, 1, 10));
-    m_parts[EXPANDER]->SetAllLevels(MoveBits(mask, 17, 6, 2));
+    m_subPorts[MAIN]->SetAllLevels(MoveBits(mask, 10, 1, 10));
+    m_subPorts[EXPANDER]->SetAllLevels(MoveBits(mask, 17, 6, 2));
 }
 
 void LegacyPort::SetOutputs(const unsigned* values, unsigned count) {
-    m_parts[MAIN]->SetOutputs(values, count);
-    m_parts[EXPANDER]->SetOutputs(values, count);
+    m_subPorts[MAIN]->SetOutputs(values, count);
+    m_subPorts[EXPANDER]->SetOutputs(values, count);
 }
 
 void LegacyPort::SetOutput(unsigned pin, unsigned value) {
     if (const PinRange* range = FindPin(OUTPUTS, pin)) {
-        m_parts[range->part]->SetOutput(pin - range->firstPin + range->firstPartPin, value);
+        m_subPorts[range->subPort]->SetOutput(pin - range->firstPin + range->firstSubPortPin, value);
     }
 }
 
 /// Runs on the poll thread.
-void LegacyPort::OnInput(Part part, unsigned pin, unsigned value, unsigned width) const {
+void LegacyPort::OnInput(SubPort subPort, unsigned pin, unsigned value, unsigned width) const {
     for (const PinRange& range : INPUTS) {
-        if (range.part == part && pin >= range.firstPartPin && pin - range.firstPartPin < range.count) {
-            m_inputCallback(pin - range.firstPartPin + range.firstPin, value, width);
+        if (range.subPort == subPort && pin >= range.firstSubPortPin &&
+            pin - range.firstSubPortPin < range.count) {
+            m_inputCallback(pin - range.firstSubPortPin + range.firstPin, value, width);
         }
     }
 }

@@ -43,13 +43,13 @@ public:
     void SetOutput(unsigned pin, unsigned value) override;
 
     /// The ports that this one is made of, in the order in which they are opened.
-    enum Part { MAIN, EXPANDER, SWITCHES, PART_COUNT };
+    enum SubPort { MAIN, EXPANDER, SWITCHES, SUB_PORT_COUNT };
 
 private:
-    void OnInput(Part part, unsigned pin, unsigned value, unsigned width) const;
+    void OnInput(SubPort subPort, unsigned pin, unsigned value, unsigned width) const;
 
-    const InputCallback m_inputCallback;  // before the parts, which call it to their end
-    std::array<std::shared_ptr<Port>, PART_COUNT> m_parts;
+    const InputCallback m_inputCallback;  // before the sub-ports, which call it to their end
+    std::array<std::shared_ptr<Port>, SUB_PORT_COUNT> m_subPorts;
 };
 
 }  // namespace ExternalControl::Impl

@@ -11,9 +11,10 @@
 
 #include <lttng/tracepoint.h>
 
+// The tracer compares this text, blanks included, with that of other programs' probes of the event.
 // clang-format off
 LTTNG_UST_TRACEPOINT_EVENT(vantora_platform, td_event,
-                           LTTNG_UST_TP_ARGS(const char*, desc, int, value),
+                           LTTNG_UST_TP_ARGS(const char *, desc, int, value),
                            LTTNG_UST_TP_FIELDS(lttng_ust_field_string(desc, desc)
                                                    lttng_ust_field_integer(int, value, value)))
 // clang-format on
