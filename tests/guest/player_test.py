@@ -4,7 +4,7 @@
 import pathlib
 import unittest
 
-from guest import RUN_TIMEOUT, GuestTestCase
+from guest import RUN_TIMEOUT, SANITIZER_OPTIONS, GuestTestCase
 
 
 RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules"
@@ -43,7 +43,8 @@ class DescribedPlayer(GuestTestCase):
         table = self.player.run(as_service("portprobe", "list"), RUN_TIMEOUT).stdout.decode()
         self.assertEqual(table.count("-GPIO "), 2, table)
 
-        run = self.player.start(as_service("padtune", "--timeout", "8", "--output-diagnostics", "x"))
+        run = self.player.start(as_service("padtune", "--timeout", "8", "--output-diagnostics", "x"),
+                                environment=SANITIZER_OPTIONS)
         run.close_input()
         self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20), run.stderr)
         # The kernel announces a returning board before udevd has applied the rule.
@@ -52,7 +53,7 @@ class DescribedPlayer(GuestTestCase):
         first.plug()
         printed = len(run.stderr)
         self.assertTrue(self.player.wait_for(lambda: b": BT1:" in run.stderr[printed:], 20), run.stderr)
-        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0, run.stderr[-2000:])
         first.wait_for_record("reset")
 
 
