@@ -6,10 +6,10 @@
 // - FAULT_AT: number of the call that fails, from 1 on; none or 0: none of them.
 // - FAULT_SITE: place in the program from which the first call fails, as in the file.
 // - FAULT_STOPS: if set, that call does not fail, but waits as all threads do: for SIGCONT.
-// - FAULT_LOG: file for one line a call, "NUMBER NAME SITE", SITE being where in the program it stands, and
-// at the end
-//   "open WHAT" for each other descriptor than the standard ones that is open then and "thread NAME" for each
-//   thread that still runs.
+// - FAULT_LOG: file for one line a call, "NUMBER NAME SITE", SITE being where in the program it stands. At
+// the
+//   end come "open WHAT" for each descriptor that is open then, the standard ones excepted, and "thread NAME"
+//   for each thread that still runs.
 
 #include <directfb.h>
 #include <dlfcn.h>

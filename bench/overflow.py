@@ -33,7 +33,8 @@ ROUNDS = """
 p=$(pidof padtune); n=0
 while [ $((n += 1)) -le $0 ]; do
     for times in 0.3,0.005 0.5,0.01 0.9,0.02 0.3,0.03 0.7,0.05 1.1,0.08 0.4,0.5; do
-        kill -STOP $p; sleep ${times%,*}; kill -CONT $p; sleep ${times#*,}
+        kill -STOP $p && sleep ${times%,*} && kill -CONT $p || exit
+        sleep ${times#*,}
     done
 done
 """

@@ -35,7 +35,7 @@ while cut -d' ' -f1 ${{t%comm}}syscall; do sleep {LOOK}; done 2>/dev/null
 """
 WAITS_FOR_EVENTS = "73"  # ppoll
 HELD_UP_ALLOWED = 5  # looks in a row
-TOUCH_TIMEOUT = 1  # seconds from a touch to the line that tells it, in the guest's time
+TOUCH_TIMEOUT = 1  # seconds from a touch to the line that tells it
 
 Case = collections.namedtuple("Case", "name line starts_in_loop is_complete sends_reports")
 CASES = (

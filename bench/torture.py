@@ -203,7 +203,8 @@ class Torture:
             return self._problem(call, f"leaves {dict(left)}", errors)
         known = self._clean.command.stderr.decode().splitlines()
         strange = [line for line in errors.splitlines()
-                   if line.split()[:1] in (["INFO:"], ["UNKNOWN"], ["ZERO"], ["Strange"], ["Invalid"]) and line not in known]
+                   if line.split()[:1] in (["INFO:"], ["UNKNOWN"], ["ZERO"], ["Strange"], ["Invalid"]) and
+                   line not in known]
         if strange:
             return self._problem(call, f"prints {strange}", errors)
         page = self._page()

@@ -53,7 +53,7 @@ class Run:
         return int(text.split()[0]), int(numbers["Threads:"]), int(numbers["RssAnon:"])
 
     def cycle(self, away):
-        """@returns the seconds from the board's node to the last of its outputs; None if they or samples did not come"""
+        """The seconds from the board's node to the last of its outputs; None if they or samples did not come."""
         self._board.unplug()
         time.sleep(away)
         start = len(self._board.records)
@@ -61,8 +61,8 @@ class Run:
         latest = self._latest_sample()
         try:
             # The node may be used before the board knows of it.
-            plugged, *outputs = (float(self._board.records[self._board.wait_for_record(text, TIMEOUT, start)].split()[0])
-                                 for text in (" plugged", *OUTPUTS))
+            numbers = [self._board.wait_for_record(text, TIMEOUT, start) for text in (" plugged", *OUTPUTS)]
+            plugged, *outputs = (float(self._board.records[number].split()[0]) for number in numbers)
         except PlayerError:
             return None
         if not self._player.wait_for(lambda: self._latest_sample() > latest, TIMEOUT):

@@ -193,6 +193,7 @@ def kernel_and_base():
         with tempfile.NamedTemporaryFile(dir=base.parent, delete=False) as unfinished:
             try:
                 unfinished.write(_make_base(_Packages(root)))
+                unfinished.flush()
                 os.replace(unfinished.name, base)
             except BaseException:
                 os.unlink(unfinished.name)

@@ -138,7 +138,7 @@ class Board(Device):
         super().__init__(player, ["usb-board", "--model", model, "--port", str(port)])
 
     def unplug(self):
-        """Takes the board off the bus and waits until it has gone."""
+        """Takes the board off the bus; the kernel may take its time to clear up."""
         self._send_and_wait("unplug", " unplug")
 
     def plug(self):

@@ -24,7 +24,7 @@ void Get(const KnownPort& knownPort);
 void Set(const KnownPort& knownPort, const Request& request);
 
 /// Pulses an output, after having made it one if it is none, until a signal comes, and leaves it low. A pulse
-/// that ends by itself, because the device fails, is not noticed.
+/// that ends by itself, because the device fails, is noticed only when the line cannot be set low in the end.
 /// @throws UsageError before anything is sent, when the port has no such pin
 /// @throws std::runtime_error when the port cannot pulse, or the pin cannot be an output
 /// @throws ErrnoException when the device fails

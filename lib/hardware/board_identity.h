@@ -28,18 +28,20 @@ std::optional<BoardModel> DecodeBoardModel(std::uint32_t boardCode, std::uint32_
 /// unknown model.
 std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerValue);
 
-/// The conversation with one board.
+/// The conversation with one board, on one thread.
 class BoardIdentity {
 public:
-    /// Opens the board and asks it, up to four times in about 2 seconds; each time takes 10 seconds more with
-    /// a board that does not even take the question. A board that does not answer is reported to standard
-    /// error and has an unknown model.
+    /// Opens the board and asks it, up to four times in little more than a second; each time takes 10 seconds
+    /// more with a board that does not even take the question. A board that does not answer is reported to
+    /// standard error and has an unknown model.
     /// @param identDesc  the output field that takes commands
     /// @param setupDesc  the input field that answers, of the same device
     /// @throws ErrnoException when the device fails
     BoardIdentity(const PortOnHid::DescriptorPtr& identDesc, const PortOnHid::DescriptorPtr& setupDesc);
 
+    /// A BoardModel, or a number that is none.
     std::uint32_t GetModelCode() const { return m_modelCode; }
+    /// Which header the board has; as the board answered, 0 without an answer.
     std::uint32_t GetHeaderValue() const { return m_headerValue; }
 
 private:

@@ -31,8 +31,8 @@ public:
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
 /// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
 /// also waits until that is through, 10 seconds for every value restored. A failing device is an
-/// ErrnoException named after the operation, except that a write to the player's own lines fails without a
-/// name. Questions about one pin of the player's own lines throw PinNotAvailableException for a pin above 31.
+/// ErrnoException, for most operations with their name. Questions about one pin of the player's own lines
+/// throw PinNotAvailableException for a pin above 31.
 ///
 /// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
 /// std::shared_ptr, which remembers it.
@@ -41,17 +41,20 @@ public:
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
+    /// Number of pins, or of values.
     virtual unsigned GetPinCount() = 0;
 
-    /// Version of the device, as text.
+    /// Version of the device, as text; boards only, empty from other ports.
     virtual std::string GetVersion() = 0;
 
     /// What is known about the device, as semicolon-separated pairs "key=value"; may be empty.
     virtual std::string GetProperties() { return {}; }
 
-    /// Makes a pin an input; nothing happens when it is one for good.
+    /// Makes a pin an input. Where it is one for good nothing happens, except that the player's own lines
+    /// throw.
     /// @throws std::runtime_error when it cannot be one
     virtual void ConfigureInput(unsigned pin) = 0;
+    /// @return whether a pin is an input; on the player's own lines true for outputs for good, too
     virtual bool IsInput(unsigned pin) = 0;
 
     /// @return the level of an input pin
@@ -59,12 +62,15 @@ public:
     /// @return the levels of all input pins, as a mask
     virtual unsigned ReadAllInputs() = 0;
 
-    /// Makes a pin an output; nothing happens when it is one for good.
+    /// Makes a pin an output. Where it is one for good nothing happens, except that the player's own lines
+    /// throw.
     /// @throws std::runtime_error when it cannot be one
     virtual void ConfigureOutput(unsigned pin) = 0;
+    /// @return whether a pin is an output
     virtual bool IsOutput(unsigned pin) = 0;
 
-    /// @return the level that an output pin is set to
+    /// @return the level that an output pin of the player's own lines is set to; false for the pins of a
+    ///         board, whose outputs only ReadAllOutputs tells
     virtual bool GetOutput(unsigned pin) = 0;
     /// @return the levels that the output pins are set to, as a mask
     virtual unsigned ReadAllOutputs() = 0;
@@ -101,8 +107,8 @@ public:
     /// @return false also for an unknown pin or function
     virtual bool SetPinFunction(unsigned /*pin*/, const std::string& /*function*/) { return false; }
 
-    /// Replaces the second callback, which gets every value received, changed or not, with width 32. Any
-    /// thread, the callback itself included.
+    /// Replaces the second callback, which gets every value that a board sends, changed or not, with width
+    /// 32; other ports have none. Any thread, the callback itself included.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): ports that keep the callback move it
     virtual void SetValueCallback(InputCallback /*callback*/) {}
 

@@ -5,7 +5,8 @@
 // are outputs), or some of them. When its board is unplugged and comes back, the port reopens it and restores
 // directions and outputs: the values remembered, those of failed commands included, and the directions that
 // the board had. A direction given while the board is away fails and is not remembered. Levels that changed
-// meanwhile are read afresh and never reach the InputCallback.
+// meanwhile are read afresh; the InputCallback hears of them only from a report that comes before that is
+// done.
 //
 // Three threads meet here:
 // - the commands of the port, on the caller's thread;

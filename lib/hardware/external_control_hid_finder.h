@@ -18,6 +18,7 @@ namespace ExternalControl::Impl {
 /// @return 1, 8, 16 or 32; nothing when a port cannot use the field
 std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int32_t logicalMaximum);
 
+/// Describes what there is. One thread at a time.
 class Finder {
 public:
     /// Looks at the nodes /dev/usb/hiddev0 to hiddev15, and sorts what it finds. Blocks for some 60 ms a
@@ -32,6 +33,7 @@ public:
     /// Sorts by USB position, keeping the order of equal ones. Unknown positions go last.
     void Sort();
 
+    /// What was found, in the order of the search until Sort.
     const std::vector<PortOnHid::DescriptorPtr>& GetDescriptors() const { return m_descriptors; }
 
 private:
@@ -42,6 +44,7 @@ private:
     std::vector<PortOnHid::DescriptorPtr> m_descriptors;
 };
 
+/// The ports by name. Made on one thread; then any thread may ask.
 class AvailablePorts {
 public:
     using Ports = std::map<std::string, PortOnHid::DescriptorPtr, strata::LessIgnoringAsciiCase>;

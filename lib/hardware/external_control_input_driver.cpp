@@ -80,16 +80,6 @@ PortOnLinuxInputDriver::Side::Side(unsigned type)
     switchable = PinMask(ReadCapabilities(device, EV_LED), DIRECTION_CODE);
 }
 
-std::uint32_t PortOnLinuxInputDriver::Side::ReadLevels() const {
-    return PinMask(eventType == EV_KEY ? ReadCodes(device, EVIOCGKEY(sizeof(CodeBitmap)), "EVIOCGKEY")
-                                       : ReadLeds(device),
-                   LEVEL_CODE);
-}
-
-std::uint32_t PortOnLinuxInputDriver::Side::ReadDirections() const {
-    return PinMask(ReadLeds(device), DIRECTION_CODE);
-}
-
 bool PortOnLinuxInputDriver::Side::IsSwitchable(unsigned pin) const {
     return (switchable & PinBit(pin)) != 0;
 }
@@ -114,6 +104,23 @@ PortOnLinuxInputDriver::~PortOnLinuxInputDriver() {
     PollThread::GetInstance()->Detach(this);
 }
 
+// --- State ---
+
+// All of it is asked for through the output side, whose events nobody reads: evdev takes the events that led
+// to a state out of the queue of whoever asks for it, and the input callback would miss them.
+
+std::uint32_t PortOnLinuxInputDriver::ReadInputLevels() const {
+    return PinMask(ReadCodes(m_output.device, EVIOCGKEY(sizeof(CodeBitmap)), "EVIOCGKEY"), LEVEL_CODE);
+}
+
+std::uint32_t PortOnLinuxInputDriver::ReadOutputLevels() const {
+    return PinMask(ReadLeds(m_output.device), LEVEL_CODE);
+}
+
+std::uint32_t PortOnLinuxInputDriver::ReadDirections() const {
+    return PinMask(ReadLeds(m_output.device), DIRECTION_CODE);
+}
+
 // --- Commands ---
 
 void PortOnLinuxInputDriver::ConfigureInput(unsigned pin) {
@@ -133,30 +140,30 @@ void PortOnLinuxInputDriver::SetDirection(unsigned pin, Direction direction) {
 }
 
 bool PortOnLinuxInputDriver::IsInput(unsigned pin) {
-    return (m_input.ReadDirections() & PinBit(pin)) == 0;
+    return (ReadDirections() & PinBit(pin)) == 0;
 }
 
 bool PortOnLinuxInputDriver::IsOutput(unsigned pin) {
     const bool isFixedOutput = (m_output.offered & PinBit(pin)) != 0 && !m_output.IsSwitchable(pin);
-    return isFixedOutput || (m_output.ReadDirections() & PinBit(pin)) != 0;
+    return isFixedOutput || (ReadDirections() & PinBit(pin)) != 0;
 }
 
 bool PortOnLinuxInputDriver::GetInput(unsigned pin) {
     const std::uint32_t bit = PinBit(pin);
-    return (m_input.ReadLevels() & bit) != 0;
+    return (ReadInputLevels() & bit) != 0;
 }
 
 unsigned PortOnLinuxInputDriver::ReadAllInputs() {
-    return m_input.ReadLevels();
+    return ReadInputLevels();
 }
 
 bool PortOnLinuxInputDriver::GetOutput(unsigned pin) {
     const std::uint32_t bit = PinBit(pin);
-    return (m_output.ReadLevels() & bit) != 0;
+    return (ReadOutputLevels() & bit) != 0;
 }
 
 unsigned PortOnLinuxInputDriver::ReadAllOutputs() {
-    return m_output.ReadLevels();
+    return ReadOutputLevels();
 }
 
 void PortOnLinuxInputDriver::SetAllLevels(unsigned mask) {
@@ -233,7 +240,7 @@ void PortOnLinuxInputDriver::WriteLevel(unsigned pin, bool level) {
 /// Reads the levels back, so that a device that takes commands but does not answer fails the command, not
 /// some later read.
 void PortOnLinuxInputDriver::CheckOutputs() const {
-    m_output.ReadLevels();
+    ReadOutputLevels();
 }
 
 // --- On the poll thread ---

@@ -70,10 +70,6 @@ private:
         /// @param type  of the events that stand for levels
         explicit Side(unsigned type);
 
-        /// The levels of the pins, as a mask.
-        std::uint32_t ReadLevels() const;
-        /// The pins that are switched to output, as a mask.
-        std::uint32_t ReadDirections() const;
         /// Whether the direction of a pin can be switched.
         bool IsSwitchable(unsigned pin) const;
 
@@ -84,6 +80,11 @@ private:
     };
 
     void Start();
+
+    std::uint32_t ReadInputLevels() const;
+    std::uint32_t ReadOutputLevels() const;
+    /// The pins that are switched to output.
+    std::uint32_t ReadDirections() const;
 
     void SetDirection(unsigned pin, Direction direction);
     void WriteCommand(unsigned code, int value);

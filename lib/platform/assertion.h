@@ -29,6 +29,8 @@ void ReportAssertion(const char* file, unsigned line, const char* function, cons
                                                               const char* function, const char* expression,
                                                               const char* format, ...) noexcept;
 
+/// Reports a failed assertion and aborts. Any thread.
+/// @param expression the text of the condition that did not hold
 [[noreturn]] void FailAssertion(const char* file, unsigned line, const char* function,
                                 const char* expression) noexcept;
 

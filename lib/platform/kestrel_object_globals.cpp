@@ -143,11 +143,16 @@ void KestrelObjectGlobals::AnnounceNodes() {
     // All names first, for a notice may take long and the folder change under it. The folder is there only as
     // long as there are nodes.
     std::vector<std::string> names;
-    std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(USB_NODE_FOLDER, ignored)) {
-        if (const std::string name = entry.path().filename(); name.starts_with(HIDDEV_NODE)) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(USB_NODE_FOLDER, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (const std::string name = entry->path().filename(); name.starts_with(HIDDEV_NODE)) {
             names.push_back("/" + name);
         }
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        PLATFORM_MESSAGE("KestrelObjectGlobals: %s: %s; a device that is back may not be noticed\n",
+                         USB_NODE_FOLDER.data(), error.message().c_str());
     }
     for (const std::string& name : names) {
         Notify({"add", name});
@@ -160,8 +165,9 @@ std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_mo
     errno = 0;
     const strata::UdevDevicePointer device(udev_monitor_receive_device(monitor));
     if (!device) {
-        if (errno == ENOBUFS) {
-            PLATFORM_MESSAGE("KestrelObjectGlobals: device events were lost\n");
+        // Without an error, or with these: there was none, or one of another subsystem.
+        if (errno != 0 && errno != EAGAIN && errno != EINTR) {
+            PLATFORM_MESSAGE("KestrelObjectGlobals: device events were lost: %m\n");
             AnnounceAgain();
         }
         return std::nullopt;
@@ -192,7 +198,7 @@ void KestrelObjectGlobals::Notify(const Event& event) {
     }
 }
 
-void KestrelObjectGlobals::Deliver(const Event& event, DeviceHotplugUpdateObserver& observer) {
+void KestrelObjectGlobals::Deliver(const Event& event, DeviceHotplugUpdateObserver& observer) noexcept {
     try {
         if (event.action == "add") {
             observer.OnDeviceAppeared(event.deviceName);
@@ -203,5 +209,9 @@ void KestrelObjectGlobals::Deliver(const Event& event, DeviceHotplugUpdateObserv
         // The others get their notice all the same.
         PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: %s\n", event.deviceName.c_str(),
                          e.what());
+    } catch (...) {
+        // An observer may throw anything.
+        PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: unknown exception\n",
+                         event.deviceName.c_str());
     }
 }

@@ -71,7 +71,7 @@ private:
     void AnnounceNodes();
     std::optional<Event> Receive(udev_monitor* monitor);
     void Notify(const Event& event);
-    static void Deliver(const Event& event, DeviceHotplugUpdateObserver& observer);
+    static void Deliver(const Event& event, DeviceHotplugUpdateObserver& observer) noexcept;
 
     const strata::UdevPointer m_udev;
     const strata::UdevMonitorPointer m_kernelMonitor;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <new>
 
 namespace {
 
@@ -40,11 +41,15 @@ bool IsPrintable(unsigned char c) {
 
 namespace strata {
 
-std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) {
+std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) noexcept {
     try {
-        return fmt::vsprintf(fmt::string_view(ExpandErrorText(format, errorNumber)), arguments);
-    } catch (const std::exception& failure) {
-        return fmt::sprintf("Message '%s' threw '%s'\n", format, failure.what());
+        try {
+            return fmt::vsprintf(fmt::string_view(ExpandErrorText(format, errorNumber)), arguments);
+        } catch (const std::exception& failure) {
+            return fmt::sprintf("Message '%s' threw '%s'\n", format, failure.what());
+        }
+    } catch (const std::bad_alloc&) {
+        return "No memory\n";  // short enough to need none
     }
 }
 

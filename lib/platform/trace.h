@@ -15,9 +15,10 @@ namespace strata {
 /// Never called; gives the compiler a printf signature to check messages against.
 [[gnu::format(printf, 1, 2)]] int CheckPrintfFormat(const char* format, ...);
 
-/// Renders a message; "Message '%s' threw '%s'\n" with the raw format when that fails.
+/// Renders a message; "Message '%s' threw '%s'\n" with the raw format when that fails, and less when there is
+/// no memory.
 /// @param errorNumber the error whose text "%m" stands for
-std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments);
+std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) noexcept;
 
 /// Writes text to standard error in one piece.
 void WriteToStandardError(const std::string& text) noexcept;

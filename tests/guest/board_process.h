@@ -88,16 +88,16 @@ public:
         return line;
     }
 
-    /// Waits for the next record with this text, or the next complaint where that will do, and returns it.
-    std::string WaitFor(const std::string& text, bool orComplaint = false) {
+    /// Waits for the next record with this text and returns it.
+    /// @throws std::runtime_error when a complaint comes first
+    std::string WaitFor(const std::string& text) {
         for (;;) {
             std::string record = NextRecord();
-            const bool isComplaint = record.starts_with("error");
-            if (record.find(text) != std::string::npos || (isComplaint && orComplaint)) {
-                return record;
-            }
-            if (isComplaint) {
+            if (record.starts_with("error")) {
                 throw std::runtime_error(record);
+            }
+            if (record.find(text) != std::string::npos) {
+                return record;
             }
         }
     }

@@ -19,7 +19,7 @@ VIOLET = (238, 130, 238)
 # Where things are on a page of 1280x720: the line below the title, and the strip at the bottom.
 PAGE_TOP, STRIP_TOP = 166, 630
 
-DEMO = ("--timeout", "4", "--button", "1-11", "--output-diagnostics", "demo", "--finger-threshold", "1-11,40",
+DEMO = ("--timeout", "8", "--button", "1-11", "--output-diagnostics", "demo", "--finger-threshold", "1-11,40",
         "--led-mask", "1,0,0x1", "--led-mask", "2-4,3,0x3")
 
 
@@ -189,7 +189,7 @@ class Runs(PadtuneTestCase):
         run = self.start_padtune("--timeout", "60", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
                                  "--button", "5", "--disable-button", "7")
         self.wait_for_event("setup-request")
-        self.player.wait_for(lambda: b" 1." in run.stderr, 20)
+        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20))
         process = self.player.shell("pidof padtune").strip()
         count = f"ls /proc/{process}/fd | wc -l"
         before = self.player.shell(count)
@@ -198,9 +198,14 @@ class Runs(PadtuneTestCase):
             board.plug()
             printed = len(run.stderr)
             self.assertTrue(self.player.wait_for(lambda: b"BT5:" in run.stderr[printed:], 20), f"cycle {cycle}")
-        self.assertEqual(self.player.shell(count), before)
         # The last of the board's ports may still be on its way back.
         self.wait_for_state("button-mask=0x00000040 led-mask=0x00000000 leds=0x00000000,0x00000015,")
+        for _ in range(50):
+            descriptors = self.player.shell(count)
+            if descriptors == before:
+                break
+            time.sleep(0.1)
+        self.assertEqual(descriptors, before)
         self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         self.assertIn("reset", self.events())
 

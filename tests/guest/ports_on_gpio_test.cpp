@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <semaphore>
 #include <stdexcept>
 
 #include "lib/hardware/external_control_input_driver.h"
@@ -135,11 +136,33 @@ TEST_F(PortsOnGpio, ChangesOfInputsAreReported) {
     // An event is lost when it cannot be read, the next one comes.
     lines.Send("fail read");
     lines.Send("level 0 0");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    lines.WaitFor(" refused a read");
     lines.Send("fail nothing");
     lines.Send("level 1 1");
     log.WaitFor(1);
     EXPECT_EQ(log.Take(), (std::vector<Event>{{1, 1, 1}}));
+}
+
+TEST_F(PortsOnGpio, ReadingLevelsTakesNoChangesAway) {
+    Lines lines;
+    EventLog log;
+    std::counting_semaphore<> isCalled{0}, mayReturn{0};
+    const auto port = OpenPort("vantora",
+                               [&, callback = log.Callback()](unsigned pin, unsigned value, unsigned width) {
+                                   callback(pin, value, width);
+                                   isCalled.release();
+                                   mayReturn.acquire();
+                               },
+                               {});
+    lines.Send("level 0 1");
+    isCalled.acquire();
+    lines.Send("level 1 1");
+    EXPECT_TRUE(lines.HasState("levels=0x00000003"));
+    EXPECT_EQ(port->ReadAllInputs(), 3u);
+    EXPECT_TRUE(port->GetInput(1) && port->IsInput(1));
+    mayReturn.release(2);
+    log.WaitFor(2);
+    EXPECT_EQ(log.Take(), (std::vector<Event>{{0, 1, 1}, {1, 1, 1}}));
 }
 
 TEST_F(PortsOnGpio, OutputsPulse) {

@@ -35,11 +35,8 @@ public:
     }
 
     void Plug() {
-        // A command that is on its way when the board goes can hold the kernel's clearing up for 10 seconds,
-        // which is longer than the board program tries.
-        do {
-            Send("plug");
-        } while (WaitFor("plugged", true).find("plugged") == std::string::npos);
+        Send("plug");
+        WaitFor("plugged");
     }
 };
 

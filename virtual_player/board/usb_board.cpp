@@ -66,7 +66,7 @@ private:
 
     void StartPlugging(const char* eventWhenDone) {
         if (m_link || m_plugging != Plugging::NOT_NOW)
-            throw std::invalid_argument("plugged already");
+            throw std::invalid_argument("on the bus already");
         m_plugging = Plugging::WAITS_FOR_PORT;
         m_plugDeadline = Now() + PLUG_TIMEOUT;
         m_pluggedEvent = eventWhenDone;
@@ -74,7 +74,7 @@ private:
 
     void Unplug() {
         if (!m_link && m_plugging == Plugging::NOT_NOW)
-            throw std::invalid_argument("unplugged already");
+            throw std::invalid_argument("off the bus already");
         m_link.reset();
         m_plugging = Plugging::NOT_NOW;
         PrintRecord("unplug");
@@ -95,6 +95,7 @@ private:
         }
         if (m_plugging != Plugging::NOT_NOW && Now() >= m_plugDeadline) {
             m_plugging = Plugging::NOT_NOW;
+            m_link.reset();
             PrintComplaint("the kernel made no hiddev node");
         }
     }

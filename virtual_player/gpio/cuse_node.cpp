@@ -26,9 +26,9 @@ struct CuseNode::Handlers {
     static void Write(fuse_req_t request, const char* data, std::size_t size, off_t, fuse_file_info*) {
         Node(request).OnWrite(request, data, size);
     }
-    static void Ioctl(fuse_req_t request, int command, void*, fuse_file_info*, unsigned, const void*,
+    static void Ioctl(fuse_req_t request, int command, void*, fuse_file_info* file, unsigned, const void*,
                       std::size_t, std::size_t outputSize) {
-        Node(request).OnIoctl(request, static_cast<unsigned>(command), outputSize);
+        Node(request).OnIoctl(request, static_cast<unsigned>(command), outputSize, *file);
     }
     static void Poll(fuse_req_t request, fuse_file_info* file, fuse_pollhandle* handle) {
         Node(request).OnPoll(request, *file, handle);
@@ -117,7 +117,7 @@ void CuseNode::OnWrite(fuse_req_t request, const char*, std::size_t) {
     fuse_reply_err(request, EINVAL);
 }
 
-void CuseNode::OnIoctl(fuse_req_t request, unsigned, std::size_t) {
+void CuseNode::OnIoctl(fuse_req_t request, unsigned, std::size_t, fuse_file_info&) {
     fuse_reply_err(request, ENOTTY);
 }
 

@@ -46,7 +46,7 @@ protected:
     virtual void OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file);
     virtual void OnWrite(fuse_req_t request, const char* data, std::size_t size);
     /// @param size of the answer that the kernel has room for
-    virtual void OnIoctl(fuse_req_t request, unsigned command, std::size_t size);
+    virtual void OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file);
     /// @param handle to notify when the answer becomes another, owned by the callee; or null
     virtual void OnPoll(fuse_req_t request, fuse_file_info& file, fuse_pollhandle* handle);
 

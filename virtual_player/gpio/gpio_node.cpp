@@ -108,6 +108,7 @@ void GpioNode::OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file
         // What was to be read is lost; otherwise a client that waits with poll() would be woken again and
         // again.
         opener.events.clear();
+        PrintRecord("refused a read");
         fuse_reply_err(request, EIO);
     } else if (size < sizeof(input_event)) {
         fuse_reply_err(request, EINVAL);
@@ -130,6 +131,11 @@ void GpioNode::AnswerWithEvents(fuse_req_t request, std::size_t size, Opener& op
     opener.events.erase(opener.events.begin(), end);
     fuse_reply_buf(request, reinterpret_cast<const char*>(events.data()),
                    events.size() * sizeof(input_event));
+}
+
+/// As evdev does: whoever asks for a state is not told any more how it came about.
+void GpioNode::Forget(Opener& opener, std::uint16_t type) {
+    std::erase_if(opener.events, [&](const input_event& event) { return event.type == type; });
 }
 
 void GpioNode::OnInterrupt(fuse_req_t request, void* node) {
@@ -157,7 +163,7 @@ void GpioNode::OnWrite(fuse_req_t request, const char* data, std::size_t size) {
     }
 }
 
-void GpioNode::OnIoctl(fuse_req_t request, unsigned command, std::size_t size) {
+void GpioNode::OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file) {
     if (Fails(Failing::IOCTL)) {
         fuse_reply_err(request, EIO);
         return;
@@ -176,8 +182,10 @@ void GpioNode::OnIoctl(fuse_req_t request, unsigned command, std::size_t size) {
         case GET_OFFERED_LEDS:
             return AnswerWithBitmap(request, size, m_model.OfferedLeds());
         case GET_KEYS:
+            Forget(Find(file), EV_KEY);
             return AnswerWithBitmap(request, size, m_model.Keys());
         case GET_LEDS:
+            Forget(Find(file), EV_LED);
             return AnswerWithBitmap(request, size, m_model.Leds());
         default:
             fuse_reply_err(request, EINVAL);

@@ -45,12 +45,13 @@ private:
     void OnRelease(fuse_req_t request, fuse_file_info& file) override;
     void OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file) override;
     void OnWrite(fuse_req_t request, const char* data, std::size_t size) override;
-    void OnIoctl(fuse_req_t request, unsigned command, std::size_t size) override;
+    void OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file) override;
     void OnPoll(fuse_req_t request, fuse_file_info& file, fuse_pollhandle* handle) override;
 
     static void OnInterrupt(fuse_req_t request, void* node);
     Opener& Find(const fuse_file_info& file) { return m_openers.at(file.fh); }
     static void Queue(Opener& opener, const input_event& event);
+    static void Forget(Opener& opener, std::uint16_t type);
     static void AnswerWithEvents(fuse_req_t request, std::size_t size, Opener& opener);
     void FailBlockedReads(int error);
 
