@@ -70,9 +70,10 @@ public:
             const std::lock_guard lock(creation);
             // cppcheck-suppress identicalInnerCondition ; another thread may have created it meanwhile
             if (!once_flag) {
-                // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): it registers itself
+                // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks): it registers itself
                 new T;
                 once_flag = true;
+                // NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
             }
         }
         return sm_instance;

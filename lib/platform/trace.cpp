@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <new>
 
 namespace {
 
@@ -48,8 +47,8 @@ std::string RenderMessageArguments(int errorNumber, const char* format, fmt::pri
         } catch (const std::exception& failure) {
             return fmt::sprintf("Message '%s' threw '%s'\n", format, failure.what());
         }
-    } catch (const std::bad_alloc&) {
-        return "No memory\n";  // short enough to need none
+    } catch (const std::exception&) {
+        return "Message lost\n";  // short enough to need no memory
     }
 }
 

@@ -25,7 +25,8 @@ from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
 
 RUN_TIMEOUT = 90
 
-# DirectFB keeps some memory to the end of the process, which is not padtune's leak.
+# DirectFB keeps some memory to the end of the process, which is not padtune's leak, and the search takes long in the
+# guest. The tests on this machine search.
 SANITIZER_OPTIONS = {"ASAN_OPTIONS": "detect_leaks=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
 
 

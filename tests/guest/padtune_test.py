@@ -184,16 +184,16 @@ class Runs(PadtuneTestCase):
         self.assertIn((255, 255, 255), self.colours(bottom=PAGE_TOP))
         self.assertEqual(set(self.colours(top=PAGE_TOP)), {BACKGROUND})
 
-    def test_a_board_that_comes_and_goes_twenty_times(self):
+    def test_a_board_that_comes_and_goes_many_times(self):
         board = self.player.boards[0]
-        run = self.start_padtune("--timeout", "60", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
+        run = self.start_padtune("--timeout", "30", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
                                  "--button", "5", "--disable-button", "7")
         self.wait_for_event("setup-request")
         self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20))
         process = self.player.shell("pidof padtune").strip()
         count = f"ls /proc/{process}/fd | wc -l"
         before = self.player.shell(count)
-        for cycle in range(20):
+        for cycle in range(8):
             board.unplug()
             board.plug()
             printed = len(run.stderr)

@@ -4,7 +4,7 @@
 import sys
 import unittest
 
-from guest import GuestTestCase
+from guest import SANITIZER_OPTIONS, GuestTestCase
 
 
 class PortsOnGpio(GuestTestCase):
@@ -16,7 +16,7 @@ class PortsOnGpio(GuestTestCase):
     FILES = {"/usr/local/bin/ports-on-gpio-test": "tests/guest/ports_on_gpio_test"}
 
     def test_all_in_the_guest(self):
-        run = self.player.run(["ports-on-gpio-test"], timeout=300)
+        run = self.player.run(["ports-on-gpio-test"], environment=SANITIZER_OPTIONS, timeout=300)
         sys.stderr.write(run.stdout.decode())
         self.assertEqual(run.status, 0, run.stderr.decode())
         # A port that its device has left says so once, to the test.

@@ -4,7 +4,7 @@
 import sys
 import unittest
 
-from guest import GuestTestCase
+from guest import SANITIZER_OPTIONS, GuestTestCase
 
 
 class PortsOnHid(GuestTestCase):
@@ -12,7 +12,7 @@ class PortsOnHid(GuestTestCase):
     FILES = {"/usr/local/bin/ports-on-hid-test": "tests/guest/ports_on_hid_test"}
 
     def test_all_in_the_guest(self):
-        run = self.player.run(["ports-on-hid-test"], timeout=600)
+        run = self.player.run(["ports-on-hid-test"], environment=SANITIZER_OPTIONS, timeout=600)
         sys.stderr.write(run.stdout.decode())
         self.assertEqual(run.status, 0, run.stderr.decode())
         self.assertNotIn(b"Invalid argument", run.stderr)
