@@ -3,6 +3,7 @@
 
 #include "lib/platform/assertion.h"
 
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -51,12 +52,15 @@ TEST(AssertionDeathTest, PrintsTheOperandsOfAComparison) {
                  PLATFORM_ASSERT_COMPARE(left + 0LL, ==, 5ULL));
 }
 
-TEST(AssertionDeathTest, ReplacesTheCLibrarysEntryPoints) {
+TEST(AssertionDeathTest, TakesThoseOfTheCLibraryAndOfFmt) {
     EXPECT_ABORT("^GLIBC assert\r\n\r\nASSERT FAILED: x > 0\r\nfile\\.c:7:int f\\(\\)\r\n\r\n$",
                  __assert_fail("x > 0", "file.c", 7, "int f()"));
     EXPECT_ABORT("^\r\nASSERT FAILED: No such file or directory\r\nfile\\.c:8:int g\\(\\)\r\n\r\n$",
                  __assert_perror_fail(ENOENT, "file.c", 8, "int g()"));
     EXPECT_ABORT("^\r\nASSERT FAILED: y\r\nfile\\.c:9:UNKNOWN\r\n\r\n$", __assert("y", "file.c", 9));
+    EXPECT_ABORT(
+        "^GLIBC assert\r\n\r\nASSERT FAILED: .*\"negative value\"\\)\r\n.*/fmt/core\\.h:[0-9]+:.*to_unsigned",
+        fmt::detail::to_unsigned(-1));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -156,21 +157,21 @@ void PrintOperand(const char* text, unsigned long long value) noexcept {
 
 // The C library's assertion entry points, replaced so that assertions of library and header code take the
 // same road. They are noexcept: an exception out of a report would end the process, as abort() does.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): it has reserved names for the parameters
 extern "C" {
 
-[[noreturn]] void __assert_fail(const char* expression, const char* file, unsigned line,
-                                const char* function) noexcept {
+void __assert_fail(const char* expression, const char* file, unsigned line, const char* function) noexcept {
     PrintConsole("GLIBC assert\r\n");
     strata::FailAssertion(file, line, function ? function : "UNKNOWN", expression);
 }
 
-[[noreturn]] void __assert_perror_fail(int errorNumber, const char* file, unsigned line,
-                                       const char* function) noexcept {
+void __assert_perror_fail(int errorNumber, const char* file, unsigned line, const char* function) noexcept {
     strata::FailAssertion(file, line, function ? function : "UNKNOWN", std::strerror(errorNumber));
 }
 
-[[noreturn]] void __assert(const char* expression, const char* file, int line) noexcept {
+void __assert(const char* expression, const char* file, int line) noexcept {
     strata::FailAssertion(file, static_cast<unsigned>(line), "UNKNOWN", expression);
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

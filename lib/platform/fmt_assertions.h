@@ -1,0 +1,9 @@
+#pragma once
+
+// The assertions of fmt's headers, made those of the C library: they end in the same report as all others
+// (assertion.h). Whoever links strata_platform has this header in front of every source, so that no two
+// sources see fmt's functions with different bodies.
+
+#include <cassert>
+
+#define FMT_ASSERT(condition, message) assert((condition) && (message))
