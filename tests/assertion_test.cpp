@@ -28,6 +28,14 @@ TEST(PlatformValidPointer, IsAboveTheFirstPageAndAligned) {
                 "^Pointer validation failed for 0x1004\r\n$");
 }
 
+template <char>
+struct Separated {};
+
+TEST(TypeName, IsWholeWhateverItHolds) {
+    EXPECT_EQ(strata::TypeName<int[3]>(), "int [3]");
+    EXPECT_EQ(strata::TypeName<Separated<';'>*>(), "{anonymous}::Separated<';'>*");
+}
+
 TEST(AssertionDeathTest, ReportsTheSiteAndTheExpandedCondition) {
     void* pointer = &pointer;
     EXPECT_ABORT("^\r\nASSERT FAILED: pointer == __null\r\nlib/a\\.h:49:void A::B\\(\\)\r\n\r\n$",

@@ -43,13 +43,19 @@ void PrintOperand(const char* text, unsigned long value) noexcept;
 void PrintOperand(const char* text, long long value) noexcept;
 void PrintOperand(const char* text, unsigned long long value) noexcept;
 
+/// A function text with T in it: "... FunctionTextWith() [with T = PollThread]", whatever T is.
+template <class T>
+const char* FunctionTextWith() {
+    return __PRETTY_FUNCTION__;
+}
+
 /// The name of T as it stands in a function text ("[with T = PollThread]").
 template <class T>
 std::string TypeName() {
-    // The text holds "T = <name>" and ends in "]" (or, from GCC, may go on with "; std::string = ...").
-    const std::string_view text = __PRETTY_FUNCTION__;
+    // From the first "T = " to the bracket at the end: the name may have brackets and semicolons of its own.
+    const std::string_view text = FunctionTextWith<T>();
     const std::size_t start = text.find("T = ") + 4;
-    return std::string(text.substr(start, text.find_first_of(";]", start) - start));
+    return std::string(text.substr(start, text.size() - 1 - start));
 }
 
 }  // namespace strata
