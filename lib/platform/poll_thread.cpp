@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <ctime>
 #include <typeinfo>
 
@@ -203,7 +204,8 @@ void PollThread::DumpClients() const {
             PLATFORM_MESSAGE("  NULL\n");
             continue;
         }
-        const void* const dispatchTable = *reinterpret_cast<void* const*>(slot.client);
+        const void* dispatchTable = nullptr;  // an object with virtual functions begins with its address
+        std::memcpy(&dispatchTable, static_cast<const void*>(slot.client), sizeof dispatchTable);
         // A leading '*' marks names that are unique to one file.
         const char* name = typeid(*slot.client).name();
         name += *name == '*' ? 1 : 0;
