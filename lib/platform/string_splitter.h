@@ -32,12 +32,15 @@ public:
 
     std::size_t size() const { return m_chunks.size(); }
 
-    /// @param _Off below size(); anything else is a programming error and ends the process
-    std::string operator[](std::size_t _Off) const {
-        PLATFORM_ASSERT_AT("lib/platform/string_splitter.h", __LINE__,
-                           "std::__cxx11::string StringSplitter::operator[](size_t) const",
-                           _Off < m_chunks.size());
-        return m_chunks[_Off];
+    /// @param index below size(); anything else is a programming error and ends the process
+    std::string operator[](std::size_t index) const {
+        if (index >= m_chunks.size()) {
+            // The field's log tooling knows the condition in these words.
+            strata::FailAssertion("lib/platform/string_splitter.h", __LINE__,
+                                  "std::__cxx11::string StringSplitter::operator[](size_t) const",
+                                  "_Off < m_chunks.size()");
+        }
+        return m_chunks[index];
     }
 
 private:
