@@ -22,6 +22,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 using ::testing::StartsWith;
 
 /// A folder of its own for each test, with a device tree of a player and room for a mode file.
@@ -51,7 +52,9 @@ std::string Parse(std::string modeString) {
         EXPECT_TRUE(VideoMode::Parse(modeString, mode));
     } catch (const VideoMode::Invalid& invalid) {
         EXPECT_EQ(invalid.GetMode(), modeString);
-        return testing::internal::GetCapturedStderr() + invalid.what();
+        // A zero byte in the mode string does not end the message.
+        const std::size_t length = std::string_view("Invalid video mode: '' ").size() + modeString.size();
+        return testing::internal::GetCapturedStderr() + std::string(invalid.what(), length);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     return strprintf("%s space%u depth%u range%u%s%s%s%s%s", mode.name, mode.color_space, mode.color_depth,
@@ -85,8 +88,9 @@ TEST_F(VideoModeTest, AModeStringSelectsARowAndChangesIt) {
 }
 
 TEST_F(VideoModeTest, RejectsUnknownNamesAndColourSpacesThatTheModeDoesNotAllow) {
-    for (const char* unknown : {"bogus", ":preferred", "1920x1080x60", "1920x1080x60pp:rgb"}) {
-        EXPECT_EQ(Parse(unknown), strprintf("Invalid video mode: '%s' ", unknown));
+    for (const std::string& unknown : {"bogus"s, ":preferred"s, "1920x1080x60"s, "1920x1080x60pp:rgb"s,
+                                       "1920x1080x60p\0:rgb"s, std::string(5000, 'x')}) {
+        EXPECT_EQ(Parse(unknown), "Invalid video mode: '" + unknown + "' ");
     }
     const std::pair<const char*, const char*> disallowed[] = {
         {"1920x1080X60p:12bit:420", "1920x1080X60p does not support bit depth 3, will colorspace 2"},

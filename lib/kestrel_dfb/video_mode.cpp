@@ -180,8 +180,9 @@ bool VideoMode::Parse(std::string& mode_string, Mode& mode) {
         PLATFORM_MESSAGE("Videomode %s does not support bit depth %d, will colorspace %d\n", name.c_str(),
                          static_cast<int>(mode.color_depth), static_cast<int>(mode.color_space));
     }
-    // Nothing follows the mode, and the message deliberately keeps the blank before it.
-    throw Invalid(strprintf("Invalid video mode: '%s' %s", mode_string.c_str(), ""), mode_string);
+    // Nothing follows the mode, and the message deliberately keeps the blank before it. Not by strprintf,
+    // which would cut a long mode string, and one with a zero byte.
+    throw Invalid("Invalid video mode: '" + mode_string + "' ", mode_string);
 }
 
 std::string VideoMode::ReadCurrentModeName() {
