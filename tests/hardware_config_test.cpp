@@ -1,5 +1,5 @@
 // What is read from a device tree: the player's hardware, the order of its USB connectors, its pin
-// multiplexer.
+// multiplexer; and what the boot loader's environment adds.
 
 #include "lib/hardware/hardware_config.h"
 
@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <boost/crc.hpp>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -22,6 +23,20 @@
 namespace {
 
 using namespace std::string_literals;
+
+std::string Describe(const HardwareConfig& config) {
+    return strprintf("%s %u %u %d", config.GetBoardIdentity().c_str(), config.GetRevision(),
+                     config.GetFeatures(), config.IsLimitedToHd());
+}
+
+/// An environment of 0x84 bytes, as the boot loader writes it.
+std::string WithChecksum(std::string variables) {
+    variables.resize(0x80);
+    boost::crc_32_type sum;
+    sum.process_bytes(variables.data(), variables.size());
+    const std::uint32_t checksum = sum.checksum();
+    return std::string(reinterpret_cast<const char*>(&checksum), sizeof checksum) + variables;
+}
 
 /// A device tree of its own for each test.
 class DeviceTreeTest : public testing::Test {
@@ -62,13 +77,41 @@ TEST_F(DeviceTreeTest, HardwareConfigTakesWhatIsThereAndReportsWhatIsMalformed) 
         Write("board", board);
         Write("revision", revision);
         Write("features", features);
-        const HardwareConfig config{DeviceTree(m_root)};
-        EXPECT_EQ(strprintf("%s %u %u %d", config.GetBoardIdentity().c_str(), config.GetRevision(),
-                            config.GetFeatures(), config.IsLimitedToHd()),
-                  expected);
+        EXPECT_EQ(Describe(HardwareConfig(DeviceTree(m_root), m_root + "/none")), expected);
         EXPECT_EQ(CountLines(), lines) << expected;
     }
     EXPECT_THROW(DeviceTree(m_root).ReadText("/vantora,player"), ErrnoException);
+}
+
+TEST_F(DeviceTreeTest, HardwareConfigLooksIntoTheFlashForWhatTheDeviceTreeDoesNotSay) {
+    const std::string good = "vantora_board=XT1144\0vantora_revision=386\0vantora_features=0x80000001\0"s;
+    const std::string place = m_root + "/vantora,player/environment";
+    const std::string configuration = m_root + "/vantora,player/fw_env.config";
+    const std::tuple<std::string, std::string, const char*, int> cases[] = {
+        {WithChecksum(good), "# comment\n" + place + " 0 0x84\n", "XT1144 386 2147483649 1", 0},
+        {WithChecksum("a=b\0vantora_revision=0xFf\0"s), place + " 0 0x84\n", " 255 0 0", 0},
+        {WithChecksum("vantora_revision=3a\0vantora_features=4294967296\0"s), place + " 0 0x84", " 0 0 0", 2},
+        {WithChecksum("vantora_revision=0x\0vantora_features=\0"s), place + " 0 0x84", " 0 0 0", 2},
+        {"x" + WithChecksum(good), place + " 0 0x84\n", " 0 0 0", 1},
+        {WithChecksum(good), place + " 0 0x100\n", " 0 0 0", 1},
+        {WithChecksum(good), place + "0 0 0x84\n", " 0 0 0", 1},
+        {WithChecksum(good), "", " 0 0 0", 1},
+    };
+    for (const auto& [environment, says, expected, lines] : cases) {
+        Write("environment", environment);
+        Write("fw_env.config", says);
+        Write("features", "-");
+        const HardwareConfig config(DeviceTree(m_root), configuration);
+        EXPECT_EQ(CountLines(), 0);
+        EXPECT_EQ(Describe(config), expected);
+        EXPECT_EQ(CountLines(), lines) << expected;
+    }
+    Write("features", "\0\0\0\1"s);
+    const HardwareConfig config(DeviceTree(m_root), configuration);
+    EXPECT_TRUE(config.IsLimitedToHd());
+    EXPECT_EQ(CountLines(), 0);
+    EXPECT_EQ(Describe(config), " 0 1 1");
+    EXPECT_EQ(CountLines(), 1);
 }
 
 TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortPath) {

@@ -161,7 +161,7 @@ protected:
         return TakeRecorded();
     }
 
-    HardwareConfig m_hardware{DeviceTree("/nonexistent")};
+    HardwareConfig m_hardware{DeviceTree("/nonexistent"), "/nonexistent"};
     DFBPointer<IDirectFBScreen> m_dfbScreen;
     ScreenPage m_page{m_dfbScreen};
     BoardSetup m_setup{11, {40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 410}, {{0xA7, 100}, {0xAD, 0}}};

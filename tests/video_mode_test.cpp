@@ -30,7 +30,7 @@ class VideoModeTest : public testing::Test {
 public:
     VideoModeTest() {
         fs::create_directories(m_folder + "/vantora,player");
-        m_hardware.emplace(DeviceTree(m_folder));
+        m_hardware.emplace(DeviceTree(m_folder), m_folder + "/none");
     }
     ~VideoModeTest() override { fs::remove_all(m_folder); }
 
@@ -114,7 +114,7 @@ TEST_F(VideoModeTest, APlayerLimitedToHdRefusesWhatIsLarger) {
     }
     Write("/vantora,player/features", {"\0\0\0\1", 4});
     m_hardware.reset();
-    m_hardware.emplace(DeviceTree(m_folder));
+    m_hardware.emplace(DeviceTree(m_folder), m_folder + "/none");
     for (const std::string& name : large) {
         EXPECT_EQ(Parse(name), "Invalid video mode: '" + name + "' ");
     }

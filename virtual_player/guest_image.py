@@ -43,6 +43,7 @@ FILES = (
     f"{LIBRARIES}/libfuse3.so.3",
     f"{LIBRARIES}/libmagic.so.1",
     f"{LIBRARIES}/libstdc++.so.6",
+    f"{LIBRARIES}/libubootenv.so.0",
     f"{LIBRARIES}/libubsan.so.1",
     f"{LIBRARIES}/libudev.so.1",
     "usr/share/misc/magic.mgc",

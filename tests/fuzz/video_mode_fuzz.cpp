@@ -13,7 +13,7 @@
 
 namespace {
 
-std::uint32_t features = 0;  // of the player
+bool isLimited = false;  // the player, to HD
 
 std::string ReadFromFile(const std::string& text) {
     const strata::UniqueFd file(memfd_create("video.mode", MFD_CLOEXEC));
@@ -61,19 +61,22 @@ void CheckMode(std::string text) {
     REQUIRE(mode.color_space == COLOR_SPACE_RGB && mode.resolution != RESOLUTION_3840_2160 &&
             mode.resolution != RESOLUTION_4096_2160);
     // A limited player has accepted nothing that is still to be limited.
-    REQUIRE(features == 0 || mode.resolution == resolution);
+    REQUIRE(!isLimited || mode.resolution == resolution);
 }
 
 }  // namespace
 
-/// In the place of the one that asks the device tree.
-HardwareConfig::HardwareConfig(const DeviceTree&) : m_revision(0), m_features(features) {}
+// In the place of those that ask the device tree.
+HardwareConfig::HardwareConfig(const DeviceTree&, const std::string&) {}
+bool HardwareConfig::IsLimitedToHd() const {
+    return isLimited;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text = ReadFromFile(FuzzInput(data, size).TakeRest());
     REQUIRE(text == strata::ToLowerAscii(text));
-    for (const std::uint32_t word : {0u, HardwareConfig::FEATURE_LIMITED_TO_HD}) {
-        features = word;
+    for (const bool limited : {false, true}) {
+        isLimited = limited;
         const HardwareConfig hardware;
         CheckMode(text);
     }
