@@ -115,11 +115,17 @@ TEST_F(DeviceTreeTest, HardwareConfigLooksIntoTheFlashForWhatTheDeviceTreeDoesNo
 }
 
 TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortPath) {
+    const std::vector<std::string> CONTROLLERS[] = {
+        {}, {"platform/a.usb", "/soc/usb@a"}, {"platform/b.usb/hcd.1", "/soc/usb@b"}};
     const char* const byPortPath = "1-1 1-2 1-2.1 1-2.10.3 1-3 1-10 2-1 10-1";
     const std::tuple<std::string, const char*, int> cases[] = {
         {"-", byPortPath, 0},
         {"", byPortPath, 1},
         {"1-10 usb1 ", byPortPath, 1},
+        {"1-10 platform/a.usb ", byPortPath, 1},
+        {"1-10 platform/a.usb-2. ", byPortPath, 1},
+        {"platform/b.usb-1.2 /soc/usb@a-10 1-3 platform/b.usb/hcd.1-1 platform/a.us-1 /soc/usb@a/x-1 ",
+         "2-1.2 2-1.2.3 1-10 1-10.1 1-3 2-1 2-1.3 1-1 2-2 3-1 10-1", 0},
         {"1-10 1-3.1 1-3 1-2 1-2.1 1-10 ",
          "1-10 1-10.4 1-3.1 1-3.1.4 1-3 1-3.2 1-2 1-2.2 1-2.10 1-2.1 1-2.1.1 1-1 1-4 1-100 2-1", 0},
     };
@@ -131,13 +137,31 @@ TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortP
         UsbPosition last;
         std::istringstream names(inOrder);
         for (std::string name; names >> name;) {
-            const UsbPosition position = order.GetPosition(UsbBusOrder::ParsePosition(name).value());
+            const UsbPosition portPath = UsbBusOrder::ParsePosition(name).value();
+            const UsbPosition position = order.GetPosition(portPath, CONTROLLERS[portPath[0] % 3]);
             EXPECT_LT(std::exchange(last, position), position) << name;
         }
     }
     for (const char* noDevice : {"", "usb1", "1", "1-", "1-2.", "1.2", "1-2-3", "1-2:1.0", "-1-2"}) {
         EXPECT_FALSE(UsbBusOrder::ParsePosition(noDevice)) << noDevice;
     }
+}
+
+TEST_F(DeviceTreeTest, AUsbControllerIsFoundWithTheNodeThatItOrWhatItHangsAtHas) {
+    const std::string rootHub = "/devices/platform/usb-a/hcd.1/usb3";
+    std::filesystem::create_directories(m_root + rootHub);
+    const auto namesWithNodeOf = [&](const std::string& device) {
+        const std::string node = m_root + "/firmware/devicetree/base" + device;
+        std::filesystem::create_directories(node);
+        std::filesystem::create_directory_symlink(node, m_root + device + "/of_node");
+        return UsbBusOrder::FindControllerNames(rootHub + "/3-1/3-1.2", m_root);
+    };
+    using Names = std::vector<std::string>;
+    const std::string controller = "platform/usb-a/hcd.1";
+    EXPECT_EQ(UsbBusOrder::FindControllerNames(rootHub + "/3-1", m_root), Names{controller});
+    EXPECT_EQ(namesWithNodeOf("/devices/platform/usb-a"), (Names{controller, "/devices/platform/usb-a"}));
+    EXPECT_EQ(namesWithNodeOf(rootHub), (Names{controller, rootHub}));
+    EXPECT_EQ(UsbBusOrder::FindControllerNames("/devices/virtual/hiddev0", m_root), Names{});
 }
 
 TEST_F(DeviceTreeTest, APinIsSwitchedByOneCommandAndAMissingMultiplexerReportedOnce) {

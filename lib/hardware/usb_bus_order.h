@@ -15,8 +15,9 @@
 /// - a place in the bus order: the connector's place among the player's connectors, then the port path.
 using UsbPosition = std::vector<unsigned>;
 
-/// The order of the player's USB connectors, which the device tree lists (docs/hardware-description.md). A
-/// device plugged into a connector, or into a hub there, comes before those at the next connector; devices at
+/// The order of the player's USB connectors, which the device tree lists (docs/hardware-description.md), each
+/// by the ports on the way to it from a bus, which has its number by chance, or from a controller. A device
+/// plugged into a connector, or into a hub there, comes before those at the next connector; devices at
 /// connectors that are not listed come last. Among themselves devices are ordered by port path.
 class UsbBusOrder {
 public:
@@ -39,14 +40,32 @@ public:
     /// @return the port path; nothing when the name is not of that form
     static std::optional<UsbPosition> ParsePosition(const std::string& deviceName);
 
+    /// Tells what a list of connectors may call the controller that a USB device is on. Any thread.
+    /// @param devicePath  the device below /sys, as "/devices/platform/usb.0/usb1/1-4/1-4.2"
+    /// @param sysfs       where it is; other than the default in tests
+    /// @return the controller's device path, as "platform/usb.0", and the device-tree node that it, or else
+    ///         what it hangs at, was made from, as "/soc/usb@1000"; no node where there is none
+    static std::vector<std::string> FindControllerNames(const std::string& devicePath,
+                                                        const std::string& sysfs = "/sys");
+
     /// Reads the list of connectors. A list that cannot be read is reported with one line and counts as
     /// absent.
     explicit UsbBusOrder(const DeviceTree& deviceTree);
 
     /// Any thread.
+    /// @param controllerNames  what FindControllerNames says of the device
     /// @return the place in the bus order of the device at a port path
-    UsbPosition GetPosition(const UsbPosition& portPath) const;
+    UsbPosition GetPosition(const UsbPosition& portPath, std::vector<std::string> controllerNames) const;
 
 private:
-    std::vector<UsbPosition> m_connectors;  ///< port paths; changes in the constructor only
+    struct Connector {
+        std::string controller;  ///< the number of the bus, a device path or a device-tree node
+        UsbPosition ports;       ///< from that on
+    };
+
+    static std::optional<Connector> ParseConnector(const std::string& name);
+    static bool IsAt(const Connector& connector, const std::vector<std::string>& controllerNames,
+                     const UsbPosition& portPath);
+
+    std::vector<Connector> m_connectors;  ///< changes in the constructor only
 };

@@ -13,7 +13,7 @@ RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules
 class DescribedPlayer(GuestTestCase):
     BOARDS = ("KP480", "KP120")
     DEVICE_TREE = {"/vantora,player": {"board": "XT1144", "revision": 3, "features": 1,
-                                       "usb-connectors": ["1-2", "1-1"]},
+                                       "usb-connectors": ["platform/vhci_hcd.0-2", "1-1"]},
                    "/vantora,player/pin-multiplexer/pin@a": {"selectors": [0, 0xFFFFFFFF], "flag": True}}
 
     def test_kernel_has_the_description(self):
