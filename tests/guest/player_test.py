@@ -2,7 +2,9 @@
 """A player whose device tree says what it is and how it is wired, as programs on it see it."""
 
 import pathlib
+import tempfile
 import unittest
+import zlib
 
 from guest import RUN_TIMEOUT, GuestTestCase
 
@@ -12,7 +14,7 @@ RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules
 
 class DescribedPlayer(GuestTestCase):
     BOARDS = ("KP480", "KP120")
-    DEVICE_TREE = {"/vantora,player": {"board": "XT1144", "revision": 3, "features": 1,
+    DEVICE_TREE = {"/vantora,player": {"board": "XT1144", "revision": 3,
                                        "usb-connectors": ["platform/vhci_hcd.0-2", "1-1"]},
                    "/vantora,player/pin-multiplexer/pin@a": {"selectors": [0, 0xFFFFFFFF], "flag": True}}
 
@@ -25,6 +27,17 @@ class DescribedPlayer(GuestTestCase):
         table = self.player.run(["portprobe", "list"], RUN_TIMEOUT).stdout.decode()
         places = {row.split()[0]: row.split()[-1] for row in table.splitlines() if "-GPIO" in row}
         self.assertEqual(places, {"TouchBoard-0-GPIO": "1-2:1.0", "TouchBoard-1-GPIO": "1-1:1.0"})
+
+    def test_what_the_device_tree_does_not_say_is_looked_up_in_the_flash(self):
+        variables = b"vantora_features=0x1".ljust(0x80, b"\0")
+        with tempfile.NamedTemporaryFile() as image:
+            image.write(zlib.crc32(variables).to_bytes(4, "little") + variables)
+            image.flush()
+            self.player.put(image.name, "/environment")
+        self.addCleanup(self.player.shell, f"rm /etc/fw_env.config; echo {self.VIDEO_MODE} >/run/video.mode")
+        self.player.shell("echo /environment 0 0x84 >/etc/fw_env.config; echo 3840x2160x24p >/run/video.mode")
+        # Not limited to HD, the player would accept it.
+        self.assertIn(b"Invalid video mode: '3840x2160x24p' ", self.player.run(["padtune"], RUN_TIMEOUT).stderr)
 
     def test_a_group_may_use_the_boards_without_root(self):
         def as_service(program, *arguments):
