@@ -60,8 +60,9 @@ TEST(TouchBoardModel, DiagnosticsComeAtTheRateForTheFirstSevenSelections) {
     board.Advance(0);
     board.Advance(PERIOD - 1);
     EXPECT_TRUE(board.TakeReports().empty());
-    board.Advance(PERIOD * 10);
-    EXPECT_EQ(PERIOD * 11, board.NextReportTime());
+    board.Advance(PERIOD * 20);
+    EXPECT_EQ(PERIOD * 21, board.NextReportTime());
+    EXPECT_EQ(19u, board.MissedReports());
     const auto reports = board.TakeReports();
     ASSERT_EQ(1u, reports.size());
     const std::vector<std::uint32_t>& words = reports[0].words;
@@ -69,6 +70,22 @@ TEST(TouchBoardModel, DiagnosticsComeAtTheRateForTheFirstSevenSelections) {
     EXPECT_EQ((std::array{9u, 1u, 6u}), (std::array{words[1] & 0xFF, words[5] & 0xFF, words[25] & 0xFF}));
     EXPECT_GT(words[2] - words[3], board.SetupReport()[12]);  // the finger is over its threshold
     EXPECT_EQ(0u, words[8]);
+}
+
+TEST(TouchBoardModel, ReportsWaitForASlowHostAndFollowOneByOne) {
+    TouchBoardModel board("KP480");
+    board.WriteLedSetup({0x1C2, 0, 0});
+    board.Advance(0);
+    board.Advance(PERIOD, false);
+    EXPECT_TRUE(board.TakeReports().empty());
+    EXPECT_FALSE(board.NextReportTime());
+    for (const unsigned made : {1u, 1u, 1u, 0u}) {
+        board.Advance(PERIOD * 3);
+        EXPECT_EQ(made, board.TakeReports().size());
+    }
+    board.Advance(PERIOD * 20, false);  // for too long
+    EXPECT_EQ(16u, board.MissedReports());
+    EXPECT_TRUE(board.TakeReports().empty());
 }
 
 TEST(TouchBoardModel, SmallBoardsMarkTheirTouchesInOtherBits) {

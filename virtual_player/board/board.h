@@ -53,9 +53,10 @@ public:
     virtual void OnReportRead(const Bytes&) {}
 
     /// Lets time pass up to `now`, nanoseconds of the monotonic clock.
-    virtual void Advance(std::int64_t) {}
+    /// @param endpointIsFree  whether the host has read all reports that were sent
+    virtual void Advance(std::int64_t /*now*/, bool /*endpointIsFree*/) {}
 
-    /// When the board next wants to be told the time; none while nothing is due.
+    /// When the board next wants to be told the time, whatever the host reads; none while nothing is due.
     virtual std::optional<std::int64_t> NextReportTime() const { return std::nullopt; }
 };
 

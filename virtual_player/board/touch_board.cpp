@@ -91,7 +91,7 @@ std::string TouchBoard::ExecuteLine(const std::string& line) {
     }
     if (words.size() == 1 && words[0] == "count") {
         return "diagnostics " + std::to_string(m_diagnosticsRead) + " of " +
-               std::to_string(m_diagnosticsSent);
+               std::to_string(m_diagnosticsSent) + " missed " + std::to_string(m_model.MissedReports());
     }
     return VirtualBoard::ExecuteLine(m_model, line);
 }

@@ -23,13 +23,13 @@ public:
     bool WriteReport(const Bytes& report) override;
     /// The lines of control_lines.h, and:
     ///   count | without PORT|nothing
-    /// `count` answers how many DIAGNOSTICS reports the host has read; without a report is the board that is
-    /// plugged in next.
+    /// `count` answers how many DIAGNOSTICS reports the host has read, and how many the board made and
+    /// missed; without a report is the board that is plugged in next.
     std::string ExecuteLine(const std::string& line) override;
     std::vector<Bytes> TakeReports() override;
     std::vector<std::string> TakeRecords() override { return m_model.TakeRecords(); }
     void OnReportRead(const Bytes& report) override;
-    void Advance(std::int64_t now) override { m_model.Advance(now); }
+    void Advance(std::int64_t now, bool endpointIsFree) override { m_model.Advance(now, endpointIsFree); }
     std::optional<std::int64_t> NextReportTime() const override { return m_model.NextReportTime(); }
 
 private:

@@ -57,8 +57,8 @@ constexpr std::uint32_t REPORTED_PARAMETERS[] = {
 constexpr std::uint32_t SETUP_MARKER = 0xFFFF;
 constexpr unsigned FIRST_THRESHOLD_SLOT = 4;
 constexpr unsigned PARAMETER_SLOT_END = 28;
-// What a busy machine may be late with reports and still make up for.
-constexpr std::int64_t LATENESS_MAX = 100'000'000;
+// What a busy machine, or a host that is slow to read, may be late and still get all reports.
+constexpr std::int64_t LATENESS_MAX = 500'000'000;
 constexpr unsigned WORDS_PER_DIAGNOSED_BUTTON = 4;
 
 // Where the small board's touch bits stand in its diagnostics report, by button.
@@ -132,6 +132,7 @@ void TouchBoardModel::RestoreDefaults() {
 }
 
 void TouchBoardModel::Connect() {
+    m_nextReport.reset();
     m_buttonMask = 0;
     m_ledMask = 0;
     m_leds.fill(0);
@@ -239,7 +240,8 @@ void TouchBoardModel::SendSetup() {
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
 }
 
-void TouchBoardModel::Advance(std::int64_t now) {
+void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
+    m_isHeldUp = false;
     if (m_selected.empty() || m_rate == 0) {
         m_nextReport.reset();
         return;
@@ -247,14 +249,20 @@ void TouchBoardModel::Advance(std::int64_t now) {
     const std::int64_t period = NANOSECONDS_PER_SECOND / m_rate;
     if (!m_nextReport)
         m_nextReport = now + period;
-    if (now < *m_nextReport)
+    const std::int64_t lateness = now - *m_nextReport;
+    if (lateness < 0)
+        return;
+    if (lateness > LATENESS_MAX) {
+        m_missedReports += static_cast<unsigned long>(lateness / period);
+        *m_nextReport += lateness / period * period;
+    }
+    m_isHeldUp = !endpointIsFree;
+    if (m_isHeldUp)
         return;
 
     const DiagnosticsWords words = DiagnosticsReport();
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
     *m_nextReport += period;
-    if (*m_nextReport + LATENESS_MAX <= now)
-        m_nextReport = now + period;
 }
 
 std::deque<InputReport> TouchBoardModel::TakeReports() {

@@ -90,12 +90,17 @@ public:
 
     /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the diagnostics report that
     /// became due. A late call gives one report; those of the periods that went by follow with the next
-    /// calls, unless the call was very late.
-    void Advance(std::int64_t now);
+    /// calls, unless the call was very late: then they are missed.
+    /// @param endpointIsFree  false while a report still waits for the host: the next one is made when it
+    /// has been read, as a controller fills its endpoint's buffer
+    void Advance(std::int64_t now, bool endpointIsFree = true);
 
     /// When the next diagnostics report is due, on the clock given to `Advance`; none while no button is
-    /// selected.
-    std::optional<std::int64_t> NextReportTime() const { return m_nextReport; }
+    /// selected, or while that report waits for the endpoint.
+    std::optional<std::int64_t> NextReportTime() const { return m_isHeldUp ? std::nullopt : m_nextReport; }
+
+    /// How many periods went by without their diagnostics report so far.
+    unsigned long MissedReports() const { return m_missedReports; }
 
     /// The reports queued since the last call, oldest first.
     std::deque<InputReport> TakeReports();
@@ -149,6 +154,8 @@ private:
     bool m_isNumbered = false;
     std::uint32_t m_reportNumber = 0;
     std::optional<std::int64_t> m_nextReport;
+    bool m_isHeldUp = false;
+    unsigned long m_missedReports = 0;
     std::deque<InputReport> m_reports;
     std::vector<std::string> m_records;
 };

@@ -104,7 +104,7 @@ private:
         if (m_plugging != Plugging::NOT_NOW)
             ContinuePlugging();
         if (IsSpeaking())
-            m_board->Advance(Now());
+            m_board->Advance(Now(), m_link->IsEndpointFree());
         PassOnWhatHappened();
     }
 

@@ -40,6 +40,9 @@ public:
     /// Sends an input report as soon as the host reads one. The oldest report gives way when too many wait.
     void Send(const Bytes& report);
 
+    /// Whether no report waits for the host.
+    bool IsEndpointFree() const { return m_reports.empty(); }
+
 private:
     struct Message;
     struct InterruptRead {
