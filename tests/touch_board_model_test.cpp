@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "virtual_player/board/control_lines.h"
@@ -88,6 +89,54 @@ TEST(TouchBoardModel, ReportsWaitForASlowHostAndFollowOneByOne) {
     EXPECT_TRUE(board.TakeReports().empty());
 }
 
+TEST(TouchBoardModel, AnswersAreAsLateAsTheyAreTold) {
+    TouchBoardModel board("KP480");
+    ExecuteLine(board, "late 300");
+    board.WriteLedSetup({0xAC, 0, 0});
+    board.Advance(PERIOD);
+    board.WriteLedSetup({0x100C1, 0, 0});
+    board.Advance(2 * PERIOD);
+    board.Advance(PERIOD + 300'000'000 - 1);
+    EXPECT_EQ(0u, board.CurrentReport(ReportId::IDENTITY).words[1]);
+    EXPECT_TRUE(board.TakeReports().empty());
+    EXPECT_EQ(PERIOD + 300'000'000, board.NextReportTime());
+    for (const auto& [time, id] :
+         {std::pair{PERIOD, ReportId::IDENTITY}, {2 * PERIOD, ReportId::DIAGNOSTICS}}) {
+        board.Advance(time + 300'000'000);
+        const auto reports = board.TakeReports();
+        ASSERT_EQ(1u, reports.size());
+        EXPECT_EQ(id, reports[0].id);
+    }
+}
+
+TEST(TouchBoardModel, AnEchoingBoardRepeatsItsLevelsAfterEveryWrite) {
+    TouchBoardModel board("KP480");
+    board.SetTouched(3, true);
+    const auto levels = board.TakeReports().front().words;
+    ExecuteLine(board, "echo on");
+    board.WriteLedSetup({0x1C2, 0, 0});
+    board.WriteLeds({1});
+    const auto reports = board.TakeReports();
+    ASSERT_EQ(2u, reports.size());
+    for (const InputReport& report : reports)
+        EXPECT_EQ(levels, report.words);
+}
+
+TEST(TouchBoardModel, OnlyAForgetfulBoardLosesItsSettingsWithItsPower) {
+    const std::string fresh = TouchBoardModel("KP480").DescribeState();
+    TouchBoardModel board("KP480");
+    for (const std::uint32_t command : {0x002803A5u, 0x000700A9u, 0x1C2u})
+        board.WriteLedSetup({command, 0, 0});
+    const std::string configured = board.DescribeState();
+    board.Connect();
+    EXPECT_EQ(configured, board.DescribeState());
+    ExecuteLine(board, "forget");
+    board.Connect();
+    EXPECT_EQ(fresh, board.DescribeState());
+    board.Advance(0);
+    EXPECT_FALSE(board.NextReportTime());
+}
+
 TEST(TouchBoardModel, SmallBoardsMarkTheirTouchesInOtherBits) {
     TouchBoardModel board("KP120");
     EXPECT_EQ(32u, board.SetupReport()[2]);
@@ -105,8 +154,8 @@ TEST(TouchBoardLines, ActOnTheBoardOrSayWhyNot) {
               board.CurrentReport(ReportId::GPIO).words);
     const DiagnosticsWords odd = board.SetupReport();
     EXPECT_EQ((std::array{48u, 0x04A4u, 0xA7A6u, 9u}), (std::array{odd[2], odd[3], odd[8], odd[28]}));
-    for (const char* line :
-         {"touch 12", "touch", "gpio 11 1", "gpio 1 2", "setup 29=1", "setup 1=", "rate -1", "dance"})
+    for (const char* line : {"touch 12", "touch", "gpio 11 1", "gpio 1 2", "setup 29=1",
+                             "setup 1=", "rate -1", "late 60001", "echo", "dance"})
         EXPECT_THROW(ExecuteLine(board, line), std::invalid_argument) << line;
     EXPECT_EQ(odd, board.SetupReport());
 }

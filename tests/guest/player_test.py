@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""A player whose device tree says what it is and how it is wired, as programs on it see it."""
+"""The virtual player itself: a device tree that says what it is and how it is wired, as programs on it see it, and boards
+that are as inconvenient as they are told to be."""
 
 import pathlib
 import tempfile
@@ -7,7 +8,6 @@ import unittest
 import zlib
 
 from guest import RUN_TIMEOUT, GuestTestCase
-
 
 RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules"
 
@@ -67,6 +67,26 @@ class DescribedPlayer(GuestTestCase):
         self.assertTrue(self.player.wait_for(lambda: b": BT1:" in run.stderr[printed:], 20), run.stderr)
         self.assertEqual(run.wait(RUN_TIMEOUT), 0, run.stderr[-2000:])
         first.wait_for_record("reset")
+
+
+class ToldPlayer(GuestTestCase):
+    BOARDS = ("KP480",)
+
+    def test_a_run_on_a_slow_board_that_echoes_and_forgets_is_as_any_other(self):
+        board = self.player.boards[0]
+        self.addCleanup(board.send, "delay 0\nlate 0\necho off\nremember")
+        board.send("delay 150\nlate 400\necho on\nforget")
+        run = self.start_padtune("--timeout", "8", "--led-mask", "2,0,5", "--output-diagnostics", "x")
+        self.assertTrue(self.player.wait_for(lambda: b": BT4:" in run.stderr, RUN_TIMEOUT), run.stderr)
+        board.unplug()
+        seen = len(board.records)
+        board.plug()
+        board.wait_for_record(" led 2 0x00000005", start=seen)
+        board.send("state")
+        state = board.records[board.wait_for_record(" state ", start=seen)]
+        self.assertIn(" selected= ", state)  # the power is gone, and with it what padtune selected
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0, run.stderr)
+        self.assertEqual(self.events()[-1], "reset")
 
 
 if __name__ == "__main__":

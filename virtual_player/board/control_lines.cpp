@@ -63,6 +63,12 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
         board.SetSetupOddities(ParseOddities(words));
     else if ((command == "numbered" || command == "measured") && arguments == 0)
         board.SetNumbered(command == "numbered");
+    else if (command == "late" && arguments == 1)
+        board.SetAnswerDelay(VirtualPlayer::ParseMilliseconds(words[1]));
+    else if (command == "echo" && arguments == 1)
+        board.SetEchoing(VirtualPlayer::ParseSwitch(words[1]));
+    else if ((command == "forget" || command == "remember") && arguments == 0)
+        board.SetForgetful(command == "forget");
     else if (command == "send-setup" && arguments == 0)
         board.SendSetup();
     else if (command == "state" && arguments == 0)

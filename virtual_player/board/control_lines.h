@@ -9,7 +9,8 @@
 namespace VirtualBoard {
 
 /// Does what a line asks of the board:
-///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | send-setup | state |
+///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | numbered | measured |
+///   late MILLISECONDS | echo on|off | forget | remember | send-setup | state |
 ///   setup normal | setup [silent] [count=N] [format=N] [marker=N] [SLOT=N]...
 /// A setup line replaces the one before.
 /// @return the answer, empty when there is nothing to tell

@@ -71,7 +71,8 @@ void Expander::Connect() {
 
 std::optional<Bytes> Expander::CurrentReport(std::uint8_t id) const {
     if (id == GPIO) {
-        return PackReport(FIELDS, GPIO, ActiveLow(m_inputs, PIN_COUNT));
+        const std::uint32_t driven = m_isEchoing ? m_directions : 0;
+        return PackReport(FIELDS, GPIO, ActiveLow((m_inputs & ~driven) | (m_outputs & driven), PIN_COUNT));
     }
     if (id == DIP) {
         return PackReport(FIELDS, DIP, ActiveLow(m_switches, SWITCH_COUNT));
@@ -87,6 +88,9 @@ bool Expander::WriteReport(const Bytes& report) {
     m_outputs = ToMask(std::span(*values).first(PIN_COUNT));
     m_directions = ToMask(std::span(*values).last(PIN_COUNT));
     m_records.push_back("outputs " + FormatWord(m_outputs) + " directions " + FormatWord(m_directions));
+    if (m_isEchoing) {
+        m_reports.push_back(*CurrentReport(GPIO));
+    }
     return true;
 }
 
@@ -99,6 +103,8 @@ std::string Expander::ExecuteLine(const std::string& line) {
     } else if (command == "dip" && words.size() == 3) {
         m_switches = WithLevel(m_switches, words[1], SWITCH_COUNT, words[2]);
         m_reports.push_back(*CurrentReport(DIP));
+    } else if (command == "echo" && words.size() == 2) {
+        m_isEchoing = VirtualPlayer::ParseSwitch(words[1]);
     } else if (command == "state" && words.size() == 1) {
         return "state outputs=" + FormatWord(m_outputs) + " directions=" + FormatWord(m_directions) +
                " inputs=" + FormatWord(m_inputs) + " dip=" + FormatWord(m_switches);

@@ -20,7 +20,8 @@ public:
     void Connect() override;
     std::optional<Bytes> CurrentReport(std::uint8_t id) const override;
     bool WriteReport(const Bytes& report) override;
-    /// Lines: level PIN 0|1 | dip N 0|1 | state
+    /// Lines: level PIN 0|1 | dip N 0|1 | echo on|off | state
+    /// A board that echoes shows outputs in its inputs, as driven, and sends these after each output report.
     std::string ExecuteLine(const std::string& line) override;
     std::vector<Bytes> TakeReports() override;
     std::vector<std::string> TakeRecords() override;
@@ -30,6 +31,7 @@ private:
     std::uint32_t m_switches = 0;
     std::uint32_t m_outputs = 0;
     std::uint32_t m_directions = 0;  ///< 1: output
+    bool m_isEchoing = false;
     std::vector<Bytes> m_reports;
     std::vector<std::string> m_records;
 };

@@ -52,6 +52,10 @@ bool LightController::WriteReport(const Bytes& report) {
     }
     std::copy(values->begin(), values->end(), m_control.begin());
     m_records.push_back("control " + FormatWords(m_control));
+    if (m_isEchoing) {
+        m_diagnostics = m_control;
+        m_reports.push_back(*CurrentReport(DIAGNOSTICS));
+    }
     return true;
 }
 
@@ -60,6 +64,10 @@ std::string LightController::ExecuteLine(const std::string& line) {
     const std::string command = words.empty() ? "" : words[0];
     if (command == "state" && words.size() == 1) {
         return "state control=" + FormatWords(m_control) + " diagnostics=" + FormatWords(m_diagnostics);
+    }
+    if (command == "echo" && words.size() == 2) {
+        m_isEchoing = VirtualPlayer::ParseSwitch(words[1]);
+        return {};
     }
     if (command != "value" || words.size() != 3) {
         throw std::invalid_argument("not understood: " + line);

@@ -22,7 +22,8 @@ public:
     void Connect() override;
     std::optional<Bytes> CurrentReport(std::uint8_t id) const override;
     bool WriteReport(const Bytes& report) override;
-    /// Lines: value INDEX NUMBER | state
+    /// Lines: value INDEX NUMBER | echo on|off | state
+    /// A board that echoes sends the words that were written to it back as what there is to diagnose.
     std::string ExecuteLine(const std::string& line) override;
     std::vector<Bytes> TakeReports() override;
     std::vector<std::string> TakeRecords() override;
@@ -30,6 +31,7 @@ public:
 private:
     std::array<std::uint32_t, WORD_COUNT> m_control{};
     std::array<std::uint32_t, WORD_COUNT> m_diagnostics{};
+    bool m_isEchoing = false;
     std::vector<Bytes> m_reports;
     std::vector<std::string> m_records;
 };

@@ -132,6 +132,11 @@ void TouchBoardModel::RestoreDefaults() {
 }
 
 void TouchBoardModel::Connect() {
+    if (m_isForgetful) {
+        RestoreDefaults();
+        m_drift.fill(0);
+        m_lastDiagnostics.fill(0);
+    }
     m_nextReport.reset();
     m_buttonMask = 0;
     m_ledMask = 0;
@@ -140,6 +145,7 @@ void TouchBoardModel::Connect() {
     m_lastLedSetup.fill(0);
     m_lastLeds.fill(0);
     m_reports.clear();
+    m_lateAnswers.clear();
 }
 
 void TouchBoardModel::WriteLedSetup(const LedSetupWords& words) {
@@ -156,6 +162,8 @@ void TouchBoardModel::WriteLedSetup(const LedSetupWords& words) {
     }
     if (buttonMask == last[1] && ledMask == last[2])
         Execute(command);
+    if (m_isEchoing)
+        QueueGpio();
 }
 
 void TouchBoardModel::WriteLeds(const ButtonWords& words) {
@@ -167,6 +175,8 @@ void TouchBoardModel::WriteLeds(const ButtonWords& words) {
     }
     m_lastLeds = words;
     m_leds = words;
+    if (m_isEchoing)
+        QueueGpio();
 }
 
 void TouchBoardModel::Execute(std::uint32_t word) {
@@ -178,8 +188,7 @@ void TouchBoardModel::Execute(std::uint32_t word) {
 
     if (command == IDENTIFY) {
         Record("identify");
-        m_identity = {m_model.boardCode, m_model.header};
-        Queue(ReportId::IDENTITY, {m_identity.begin(), m_identity.end()});
+        Answer(ReportId::IDENTITY);
     } else if (command == RESET) {
         Record("reset");
         RestoreDefaults();
@@ -187,7 +196,7 @@ void TouchBoardModel::Execute(std::uint32_t word) {
     } else if (command == REQUEST_SETUP) {
         Record("setup-request");
         if (!m_oddities.silent)
-            SendSetup();
+            Answer(ReportId::DIAGNOSTICS);
     } else if (command == DIAGNOSE_BUTTON && isButton) {
         SelectButton(button);
     } else if (command == FINGER_THRESHOLD && isButton) {
@@ -241,6 +250,7 @@ void TouchBoardModel::SendSetup() {
 }
 
 void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
+    GiveLateAnswers(now);
     m_isHeldUp = false;
     if (m_selected.empty() || m_rate == 0) {
         m_nextReport.reset();
@@ -263,6 +273,13 @@ void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
     const DiagnosticsWords words = DiagnosticsReport();
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
     *m_nextReport += period;
+}
+
+std::optional<std::int64_t> TouchBoardModel::NextReportTime() const {
+    std::optional<std::int64_t> next = m_isHeldUp ? std::nullopt : m_nextReport;
+    if (!m_lateAnswers.empty() && m_lateAnswers.front().due)
+        next = std::min(next.value_or(*m_lateAnswers.front().due), *m_lateAnswers.front().due);
+    return next;
 }
 
 std::deque<InputReport> TouchBoardModel::TakeReports() {
@@ -372,6 +389,31 @@ void TouchBoardModel::Queue(ReportId id, std::vector<std::uint32_t> words) {
 
 void TouchBoardModel::QueueGpio() {
     m_reports.push_back(CurrentReport(ReportId::GPIO));
+}
+
+void TouchBoardModel::Answer(ReportId id) {
+    if (m_answerDelay == 0)
+        GiveAnswer(id);
+    else
+        m_lateAnswers.push_back({id, std::nullopt});
+}
+
+void TouchBoardModel::GiveAnswer(ReportId id) {
+    if (id == ReportId::IDENTITY) {
+        m_identity = {m_model.boardCode, m_model.header};
+        Queue(id, {m_identity.begin(), m_identity.end()});
+    } else {
+        SendSetup();
+    }
+}
+
+void TouchBoardModel::GiveLateAnswers(std::int64_t now) {
+    for (LateAnswer& answer : m_lateAnswers)
+        answer.due = answer.due.value_or(now + m_answerDelay);
+    while (!m_lateAnswers.empty() && m_lateAnswers.front().due <= now) {
+        GiveAnswer(m_lateAnswers.front().id);
+        m_lateAnswers.pop_front();
+    }
 }
 
 void TouchBoardModel::Record(const char* format, ...) {

@@ -55,8 +55,18 @@ public:
     explicit TouchBoardModel(std::string_view modelName, std::uint32_t seed = 1);
 
     /// The board comes (back) onto the bus. Thresholds, parameters and the selected buttons are still those
-    /// from before; masks, LEDs, the identity answer and reports on their way are gone.
+    /// from before, unless it is forgetful; masks, LEDs, the identity answer and reports on their way are
+    /// gone.
     void Connect();
+
+    /// Whether the board loses all that the host told it with the power of its cable.
+    void SetForgetful(bool forgetful) { m_isForgetful = forgetful; }
+
+    /// Whether every output report is followed by a GPIO report, changed or not.
+    void SetEchoing(bool echoing) { m_isEchoing = echoing; }
+
+    /// @param nanoseconds  how long after their commands the identity and the setup report come
+    void SetAnswerDelay(std::int64_t nanoseconds) { m_answerDelay = nanoseconds; }
 
     /// An LED-SETUP report arrives: command, button disable mask, LED disable mask. The host repeats the
     /// words that it does not mean to change, so a report with a new mask is a write of that mask, and its
@@ -88,16 +98,16 @@ public:
     /// Queues a setup report, as if the host had asked for one.
     void SendSetup();
 
-    /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the diagnostics report that
-    /// became due. A late call gives one report; those of the periods that went by follow with the next
-    /// calls, unless the call was very late: then they are missed.
+    /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the late answers and the
+    /// diagnostics report that became due. A late call gives one report; those of the periods that went by
+    /// follow with the next calls, unless the call was very late: then they are missed.
     /// @param endpointIsFree  false while a report still waits for the host: the next one is made when it
     /// has been read, as a controller fills its endpoint's buffer
     void Advance(std::int64_t now, bool endpointIsFree = true);
 
-    /// When the next diagnostics report is due, on the clock given to `Advance`; none while no button is
-    /// selected, or while that report waits for the endpoint.
-    std::optional<std::int64_t> NextReportTime() const { return m_isHeldUp ? std::nullopt : m_nextReport; }
+    /// When the next late answer or diagnostics report is due, on the clock given to `Advance`. There is none
+    /// of the latter while no button is selected, or while it waits for the endpoint.
+    std::optional<std::int64_t> NextReportTime() const;
 
     /// How many periods went by without their diagnostics report so far.
     unsigned long MissedReports() const { return m_missedReports; }
@@ -123,12 +133,20 @@ private:
     struct Model;
     static const Model MODELS[];
 
+    struct LateAnswer {
+        ReportId id;
+        std::optional<std::int64_t> due;  ///< none until the next `Advance`, which tells the time
+    };
+
     static const Model& FindModel(std::string_view name);
     void RestoreDefaults();
     void Execute(std::uint32_t word);
     void SelectButton(unsigned button);
     void Queue(ReportId id, std::vector<std::uint32_t> words);
     void QueueGpio();
+    void Answer(ReportId id);
+    void GiveAnswer(ReportId id);
+    void GiveLateAnswers(std::int64_t now);
     std::uint32_t SensedTouches() const { return m_touches & ~m_buttonMask; }
     std::uint32_t WireTouchBits() const;
     void Record(const char* format, ...) __attribute__((format(printf, 2, 3)));
@@ -152,6 +170,10 @@ private:
     DiagnosticsWords m_lastDiagnostics{};
     unsigned m_rate = 25;
     bool m_isNumbered = false;
+    bool m_isForgetful = false;
+    bool m_isEchoing = false;
+    std::int64_t m_answerDelay = 0;
+    std::deque<LateAnswer> m_lateAnswers;  ///< the one asked for first in front
     std::uint32_t m_reportNumber = 0;
     std::optional<std::int64_t> m_nextReport;
     bool m_isHeldUp = false;

@@ -1,7 +1,7 @@
 // usb-board: a board on this kernel's USB bus. Lines on standard input play what happens to it and to its
 // cable: those of the board itself (see the board's class), and `mute`, `unmute`, `stall`, `unstall`,
-// `unplug`, `plug`, `quit`. Each line on standard output is an event with its time on the monotonic clock; a
-// line that is not understood gives "error: ...", without a time.
+// `delay MILLISECONDS`, `unplug`, `plug`, `quit`. Each line on standard output is an event with its time on
+// the monotonic clock; a line that is not understood gives "error: ...", without a time.
 
 #include <poll.h>
 #include <unistd.h>
@@ -80,6 +80,12 @@ private:
         PrintRecord("unplug");
     }
 
+    void SetDelay(std::int64_t delay) {
+        m_delay = delay;
+        if (m_link)
+            m_link->SetDelay(delay);
+    }
+
     /// The kernel clears up after the board that was there before, then makes a node for this one; both take
     /// time, and this board must answer meanwhile.
     void ContinuePlugging() {
@@ -87,6 +93,7 @@ private:
             if (std::optional<FileDescriptor> socket = PlugIn(m_port)) {
                 m_board->Connect();
                 m_link.emplace(std::move(*socket), m_device);
+                m_link->SetDelay(m_delay);
                 m_plugging = Plugging::WAITS_FOR_NODE;
             }
         } else if (m_plugging == Plugging::WAITS_FOR_NODE && !FindHiddevNode(m_port).empty()) {
@@ -103,6 +110,8 @@ private:
     void ServeTime() {
         if (m_plugging != Plugging::NOT_NOW)
             ContinuePlugging();
+        if (m_link)
+            m_link->ServeWaiting(m_manners, Now());
         if (IsSpeaking())
             m_board->Advance(Now(), m_link->IsEndpointFree());
         PassOnWhatHappened();
@@ -118,11 +127,15 @@ private:
     }
 
     std::optional<std::int64_t> NextWakeUp() const {
-        std::optional<std::int64_t> next = IsSpeaking() ? m_board->NextReportTime() : std::nullopt;
-        if (m_plugging != Plugging::NOT_NOW) {
-            const std::int64_t step = Now() + PLUG_STEP;
-            next = next ? std::min(*next, step) : step;
-        }
+        std::optional<std::int64_t> next = m_link ? m_link->NextTransferTime() : std::nullopt;
+        const auto include = [&next](std::optional<std::int64_t> time) {
+            if (time)
+                next = std::min(next.value_or(*time), *time);
+        };
+        if (IsSpeaking())
+            include(m_board->NextReportTime());
+        if (m_plugging != Plugging::NOT_NOW)
+            include(Now() + PLUG_STEP);
         return next;
     }
 
@@ -140,7 +153,7 @@ private:
                 return;
             throw std::system_error(errno, std::generic_category(), "ppoll");
         }
-        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners))
+        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners, Now()))
             Unplug();
         if (fds[0].revents != 0)
             ReadLines();
@@ -166,7 +179,9 @@ private:
         if (words.empty())
             return;
         const std::string command = words.size() == 1 ? words[0] : "";
-        if (command == "quit")
+        if (words.size() == 2 && words[0] == "delay")
+            SetDelay(VirtualPlayer::ParseMilliseconds(words[1]));
+        else if (command == "quit")
             m_quit = true;
         else if (command == "mute")
             m_manners = Manners::MUTE;
@@ -187,6 +202,7 @@ private:
     UsbDevice m_device;
     std::optional<UsbIpLink> m_link;
     Manners m_manners = Manners::ANSWERS;
+    std::int64_t m_delay = 0;
     Plugging m_plugging = Plugging::NOT_NOW;
     std::int64_t m_plugDeadline = 0;
     const char* m_pluggedEvent = "";

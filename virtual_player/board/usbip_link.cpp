@@ -43,7 +43,7 @@ struct UsbIpLink::Message {
     }
 };
 
-bool UsbIpLink::ServeOne(Manners manners) {
+bool UsbIpLink::ServeOne(Manners manners, std::int64_t now) {
     static_assert(sizeof(Message) == 48);
     Message message;
     if (!Receive(&message, sizeof message))
@@ -60,7 +60,12 @@ bool UsbIpLink::ServeOne(Manners manners) {
     if (!data.empty() && !Receive(data.data(), data.size()))
         return false;
     if (message.endpoint == 0) {
-        ServeControl(message, data, manners);
+        // An earlier one may have been given a longer delay; transfers of one pipe keep their order.
+        const std::int64_t due =
+            std::max(now + m_delay, m_waitingTransfers.empty() ? now : m_waitingTransfers.back().due);
+        m_waitingTransfers.push_back(
+            {due, message.sequence, message.direction == TO_DEVICE, ControlRequest(message.setup), data});
+        ServeWaiting(manners, now);
     } else if (message.endpoint == INTERRUPT_ENDPOINT && message.direction == TO_HOST) {
         m_interruptReads.push_back({message.sequence, message.length});
         if (manners != Manners::MUTE)
@@ -71,20 +76,34 @@ bool UsbIpLink::ServeOne(Manners manners) {
     return true;
 }
 
-void UsbIpLink::ServeControl(const Message& message, const Bytes& data, Manners manners) {
+void UsbIpLink::ServeWaiting(Manners manners, std::int64_t now) {
+    while (!m_waitingTransfers.empty() && m_waitingTransfers.front().due <= now) {
+        const ControlTransfer transfer = std::move(m_waitingTransfers.front());
+        m_waitingTransfers.pop_front();
+        CarryOut(transfer, manners);
+    }
+}
+
+std::optional<std::int64_t> UsbIpLink::NextTransferTime() const {
+    if (m_waitingTransfers.empty())
+        return std::nullopt;
+    return m_waitingTransfers.front().due;
+}
+
+void UsbIpLink::CarryOut(const ControlTransfer& transfer, Manners manners) {
     if (manners == Manners::MUTE) {
-        m_unanswered.insert(message.sequence);
+        m_unanswered.insert(transfer.sequence);
         return;
     }
     std::optional<Bytes> answer;
     if (manners == Manners::ANSWERS)
-        answer = m_device.Control(ControlRequest(message.setup), data);
+        answer = m_device.Control(transfer.request, transfer.data);
     if (!answer)
-        Complete(message.sequence, -EPIPE, 0, {});
-    else if (message.direction == TO_DEVICE)
-        Complete(message.sequence, 0, data.size(), {});
+        Complete(transfer.sequence, -EPIPE, 0, {});
+    else if (transfer.isToDevice)
+        Complete(transfer.sequence, 0, transfer.data.size(), {});
     else
-        Complete(message.sequence, 0, answer->size(), *answer);
+        Complete(transfer.sequence, 0, answer->size(), *answer);
 }
 
 void UsbIpLink::ServeUnlink(const Message& message) {
@@ -97,9 +116,10 @@ void UsbIpLink::ServeUnlink(const Message& message) {
 }
 
 bool UsbIpLink::ForgetRequest(std::uint32_t sequence) {
-    const std::size_t forgotten =
-        std::erase_if(m_interruptReads, [&](const InterruptRead& read) { return read.sequence == sequence; });
-    return forgotten + m_unanswered.erase(sequence) > 0;
+    const auto isIt = [&](const auto& waiting) { return waiting.sequence == sequence; };
+    return std::erase_if(m_interruptReads, isIt) + std::erase_if(m_waitingTransfers, isIt) +
+               m_unanswered.erase(sequence) >
+           0;
 }
 
 void UsbIpLink::Send(const Bytes& report) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -33,9 +34,20 @@ public:
     int GetFd() const { return m_socket.Get(); }
 
     /// Serves one message of the host; call when the socket is readable.
+    /// @param now  nanoseconds of the monotonic clock
     /// @return false when the host has let go of the device
     /// @throws std::system_error when the socket fails, std::runtime_error for a message that makes no sense
-    bool ServeOne(Manners manners);
+    bool ServeOne(Manners manners, std::int64_t now);
+
+    /// @param nanoseconds  how long a control transfer waits from now on before it is carried out; one that
+    /// the host gives up meanwhile is not
+    void SetDelay(std::int64_t nanoseconds) { m_delay = nanoseconds; }
+
+    /// Carries out the control transfers that have waited for long enough. @throws std::system_error
+    void ServeWaiting(Manners manners, std::int64_t now);
+
+    /// When the next waiting control transfer is due; none while there is none.
+    std::optional<std::int64_t> NextTransferTime() const;
 
     /// Sends an input report as soon as the host reads one. The oldest report gives way when too many wait.
     void Send(const Bytes& report);
@@ -50,7 +62,15 @@ private:
         std::size_t length;
     };
 
-    void ServeControl(const Message& message, const Bytes& data, Manners manners);
+    struct ControlTransfer {
+        std::int64_t due;
+        std::uint32_t sequence;
+        bool isToDevice;
+        ControlRequest request;
+        Bytes data;
+    };
+
+    void CarryOut(const ControlTransfer& transfer, Manners manners);
     void ServeUnlink(const Message& message);
     void ServeInterruptReads();
     bool ForgetRequest(std::uint32_t sequence);
@@ -61,6 +81,8 @@ private:
     FileDescriptor m_socket;
     UsbDevice& m_device;
     std::deque<InterruptRead> m_interruptReads;
+    std::int64_t m_delay = 0;
+    std::deque<ControlTransfer> m_waitingTransfers;  ///< in the order in which they are due
     std::set<std::uint32_t> m_unanswered;
     std::deque<Bytes> m_reports;
 };

@@ -16,6 +16,8 @@ namespace VirtualPlayer {
 namespace {
 
 constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr std::int64_t NANOSECONDS_PER_MILLISECOND = 1'000'000;
+constexpr std::uint32_t MILLISECONDS_MAX = 60'000;
 
 void PrintLine(const std::string& line) {
     if (std::fputs((line + "\n").c_str(), stdout) == EOF || std::fflush(stdout) == EOF) {
@@ -67,6 +69,21 @@ bool ParseLevel(const std::string& text) {
         throw std::invalid_argument("not a level: " + text);
     }
     return text == "1";
+}
+
+bool ParseSwitch(const std::string& text) {
+    if (text != "on" && text != "off") {
+        throw std::invalid_argument("neither on nor off: " + text);
+    }
+    return text == "on";
+}
+
+std::int64_t ParseMilliseconds(const std::string& text) {
+    const std::uint32_t milliseconds = ParseNumber(text);
+    if (milliseconds > MILLISECONDS_MAX) {
+        throw std::invalid_argument("more than a minute: " + text);
+    }
+    return milliseconds * NANOSECONDS_PER_MILLISECOND;
 }
 
 std::string FormatWord(std::uint32_t word) {

@@ -31,6 +31,13 @@ std::uint32_t ParseNumber(const std::string& text);
 /// @return a word that is 0 or 1. @throws std::invalid_argument for anything else
 bool ParseLevel(const std::string& text);
 
+/// @return "on" or "off" as a bool. @throws std::invalid_argument for anything else
+bool ParseSwitch(const std::string& text);
+
+/// @return a time given in milliseconds, at most a minute, in nanoseconds
+/// @throws std::invalid_argument for anything else
+std::int64_t ParseMilliseconds(const std::string& text);
+
 /// @return a word as all records have it: "0x0000000F"
 std::string FormatWord(std::uint32_t word);
 
