@@ -12,6 +12,7 @@ are for one thread, except that any thread may send lines to a device and take p
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import struct
@@ -49,6 +50,10 @@ STOP_TIMEOUT = 5
 # Frames to and from the guest's agent; see guest/agent.cpp.
 HEADER = struct.Struct("<III")
 READY, START, INPUT, SIGNAL, OUTPUT, ERROR, EXIT = range(7)
+
+
+# A line that a device refused.
+REFUSAL = re.compile(r"error: line (\d+): (.*)")
 
 
 class PlayerError(Exception):
@@ -96,39 +101,78 @@ class Device:
         self.output = self._command.stdout
         self._records = []
         self._decoded_bytes = 0  # of the output, in _records
+        self._sending = threading.Lock()
+        self._lines_sent = 0
+        self._states_asked = 0
+        self._told_to_quit = False
+        self._refusals = {}
 
     def send(self, line):
-        """Gives the device a control line, such as "touch 3" or "level 4 1"."""
-        self._command.write(line.encode() + b"\n")
+        """Gives the device a control line, such as "touch 3" or "level 4 1", and returns its number."""
+        with self._sending:
+            if self._told_to_quit:
+                raise PlayerError(f"{self._name()} has been told to quit before '{line}'")
+            lines = line.split("\n")
+            self._lines_sent += len(lines)
+            self._states_asked += lines.count("state")
+            self._told_to_quit = "quit" in lines
+            self._command.write(line.encode() + b"\n")
+            return self._lines_sent
+
+    def settle(self):
+        """Waits until the device has done, or refused, all that it was told."""
+        if self._told_to_quit:
+            self._player.wait_for(lambda: self._command.status is not None, RECORD_TIMEOUT)
+            return
+        self.send("state")  # answered after all else
+        self._wait_for(lambda: sum(" state " in record for record in self.records) >= self._states_asked, "state")
 
     @property
     def records(self):
         """The record lines up to now, in a list that grows when it is asked for again."""
-        end = self.output.rfind(b"\n", self._decoded_bytes) + 1
-        if end > 0:
-            self._records += self.output[self._decoded_bytes:end].decode(errors="replace").split("\n")[:-1]
-            self._decoded_bytes = end
+        self._take_in_records()
         return self._records
 
+    @property
+    def refusals(self):
+        """{number of a line: why the device refused it}, up to now."""
+        self._take_in_records()
+        return self._refusals
+
+    def _take_in_records(self):
+        end = self.output.rfind(b"\n", self._decoded_bytes) + 1
+        if end > 0:
+            fresh = self.output[self._decoded_bytes:end].decode(errors="replace").split("\n")[:-1]
+            self._refusals |= {int(match[1]): match[2] for match in map(REFUSAL.fullmatch, fresh) if match}
+            self._records += fresh
+            self._decoded_bytes = end
+
     def wait_for_record(self, text, timeout=RECORD_TIMEOUT, start=0):
-        """Waits for a record line that contains `text`, from record number `start` on, and returns its number."""
+        """Waits for a record line that contains `text`, from record number `start` on, and returns its number. A line
+        that the device refuses first is a PlayerError."""
 
         def find():
             # On from where the last look ended.
             nonlocal start
             lines = self.records
             while start < len(lines) and text not in lines[start]:
+                if lines[start].startswith("error: "):
+                    raise PlayerError(f"{self._name()} refuses {lines[start].removeprefix('error: ')}")
                 start += 1
-            return start if start < len(lines) else None
+            return start < len(lines)
 
-        self._player.wait_for(lambda: find() is not None or self._command.status is not None, timeout)
-        number = find()
-        if number is None:
+        self._wait_for(find, text, timeout)
+        return start
+
+    def _wait_for(self, condition, text, timeout=RECORD_TIMEOUT):
+        self._player.wait_for(lambda: condition() or self._command.status is not None, timeout)
+        if not condition():
             problem = self._command.stderr.decode(errors="replace")
             state = "still runs" if self._command.status is None else f"has ended with {self._command.status}"
-            raise PlayerError(f"no record '{text}' from {' '.join(self._command.arguments)}, which {state}: {problem}"
-                              f"{self.records[-5:]}")
-        return number
+            raise PlayerError(f"no record '{text}' from {self._name()}, which {state}: {problem}{self.records[-5:]}")
+
+    def _name(self):
+        return " ".join(self._command.arguments)
 
 
 class Board(Device):

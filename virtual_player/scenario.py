@@ -10,7 +10,7 @@ One step a line; "#" starts a comment:
     from TEXT               from here on seconds count from board 0's first record line that contains TEXT
 
 Before any "from", seconds count from the start of the command. Steps are played in the order of the file; those whose
-time had not come when the command ended are reported.
+time had not come when the command ended are reported. A LINE that its device refuses ends the scenario.
 """
 
 import dataclasses
@@ -19,13 +19,14 @@ import time
 
 
 class ScenarioError(Exception):
-    """A line that is not a step."""
+    """A line that is not a step, or a step that cannot be done."""
 
 
 @dataclasses.dataclass
 class Step:
     time: float | None  # seconds; None: when the command has ended
     action: str  # "from TEXT", "picture FILE", "board N LINE" or "player LINE"
+    line: int | None = None  # of the scenario's file
 
 
 def parse(lines):
@@ -38,32 +39,32 @@ def parse(lines):
         try:
             when, action = words
             if when == "from":
-                steps.append(Step(0, f"from {action}"))
+                steps.append(Step(0, f"from {action}", number))
             elif when == "end" and action.startswith("picture "):
-                steps.append(Step(None, action.strip()))
+                steps.append(Step(None, action.strip(), number))
             else:
                 device = "" if action.startswith(("picture ", "board ", "player ")) else "board 0 "
-                steps.append(Step(float(when), device + action.strip()))
+                steps.append(Step(float(when), device + action.strip(), number))
         except ValueError:
             raise ScenarioError(f"line {number} is not a step of a scenario: {line.rstrip()}") from None
     return steps
 
 
 def perform(player, action):
-    """Does what a step says."""
+    """Does what a step says; returns the device that got a line and the number of that line, None for a picture."""
     kind, argument = action.split(maxsplit=1)
     if kind == "picture":
         player.picture(argument)
-        return
+        return None
     if kind == "player":
         if player.gpio is None:
             raise ScenarioError(f"the player has no GPIO lines for '{argument}'")
-        player.gpio.send(argument)
-        return
+        return player.gpio, player.gpio.send(argument)
     number, _, line = argument.partition(" ")
     if not number.isdigit() or int(number) >= len(player.boards):
         raise ScenarioError(f"there is no board {number} for '{line}'")
-    player.boards[int(number)].send(line)
+    board = player.boards[int(number)]
+    return board, board.send(line)
 
 
 class _Timeline:
@@ -74,6 +75,7 @@ class _Timeline:
         self._steps = [step for step in steps if step.time is not None]
         self._at_end = [step for step in steps if step.time is None]
         self._start = time.monotonic()
+        self._sent = {}  # {(device, number of the line there): step}
 
     def play_due(self):
         """Plays the steps whose time has come; returns the seconds until the next, None if that is not known."""
@@ -81,7 +83,7 @@ class _Timeline:
             step = self._steps[0]
             if step.action.startswith("from "):
                 if not self._player.boards:
-                    raise ScenarioError(f"there is no board 0 for '{step.action}'")
+                    raise ScenarioError(f"line {step.line}: there is no board 0 for '{step.action}'")
                 if not any(step.action[len("from "):] in record for record in self._player.boards[0].records):
                     return None
                 self._start = time.monotonic()
@@ -89,9 +91,25 @@ class _Timeline:
                 remaining = self._start + step.time - time.monotonic()
                 if remaining > 0:
                     return remaining
-                perform(self._player, step.action)
+                try:
+                    sent = perform(self._player, step.action)
+                except ScenarioError as error:
+                    raise ScenarioError(f"line {step.line}: {error}") from error
+                if sent:
+                    self._sent[sent] = step
             self._steps.pop(0)
         return None
+
+    def check(self):
+        """ScenarioError if a device has refused a line up to now."""
+        for device in self.devices():
+            for number, answer in device.refusals.items():
+                if step := self._sent.get((device, number)):
+                    raise ScenarioError(f"line {step.line}: '{step.action}' is refused: {answer}")
+
+    def devices(self):
+        """Those that were given lines."""
+        return {device for device, _ in self._sent}
 
     def play_end(self):
         for step in self._at_end:
@@ -103,7 +121,8 @@ class _Timeline:
 def play(player, command, scenarios, copies=()):
     """Plays scenarios (lists of steps) side by side from now until the command ends, and returns its status.
 
-    `copies` are pairs of growing output (Command.stdout) and a binary stream that gets it as it comes.
+    ScenarioError when a device refuses a line; the command may still run then. `copies` are pairs of growing output
+    (Command.stdout) and a binary stream that gets it as it comes.
     """
     timelines = [_Timeline(player, steps) for steps in scenarios]
     copied = [0] * len(copies)
@@ -116,12 +135,20 @@ def play(player, command, scenarios, copies=()):
                 stream.flush()
                 copied[i] += len(fresh)
 
+    def look():
+        copy_output()
+        for timeline in timelines:
+            timeline.check()
+
     while command.status is None:
         seen = player.frames_received
         due = [remaining for timeline in timelines if (remaining := timeline.play_due()) is not None]
-        copy_output()
+        look()
         player.wait_for(lambda: player.frames_received != seen, min(due, default=None))
     copy_output()
+    for device in set().union(*(timeline.devices() for timeline in timelines)):
+        device.settle()
+    look()
     for timeline in timelines:
         timeline.play_end()
     return command.status

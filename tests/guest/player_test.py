@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""The virtual player itself: a device tree that says what it is and how it is wired, as programs on it see it, and boards
-that are as inconvenient as they are told to be."""
+"""The virtual player itself: a device tree that says what it is and how it is wired, as programs on it see it; boards
+that are as inconvenient as they are told to be; scenarios."""
 
 import pathlib
 import tempfile
@@ -8,6 +8,7 @@ import unittest
 import zlib
 
 from guest import RUN_TIMEOUT, GuestTestCase
+import scenario  # from virtual_player, where guest looks
 
 RULES = pathlib.Path(__file__).resolve().parents[2] / "docs/60-touch-board.rules"
 
@@ -70,7 +71,22 @@ class DescribedPlayer(GuestTestCase):
 
 
 class ToldPlayer(GuestTestCase):
-    BOARDS = ("KP480",)
+    BOARDS = ("KP480", "expander")
+    GPIO = True
+
+    def play(self, *lines, command=("sleep", "60")):
+        """Plays a scenario while the command runs in the guest, and returns its status."""
+        running = self.player.start(command)
+        self.addCleanup(running.kill)
+        return scenario.play(self.player, running, [scenario.parse(lines)])
+
+    def test_a_refused_line_ends_a_scenario_with_its_number_and_the_answer(self):
+        for line, answer in (("dance", "not understood: dance"), ("touch 12", "no button 12"), ("plug", "on the bus"),
+                             ("board 1 level 18 1", "more than 17: 18"), ("board 2 touch 1", "no board 2"),
+                             ("player level 1 7", "not a level: 7")):
+            with self.assertRaisesRegex(scenario.ScenarioError, f"^line 3: .*{answer}", msg=line):
+                self.play("0 touch 1", "", f"0 {line}", "0 release 1")
+        self.assertEqual(self.play("0 touch 1", "0 board 1 dip 1 1", "0 release 1", command=("sleep", "1")), 0)
 
     def test_a_run_on_a_slow_board_that_echoes_and_forgets_is_as_any_other(self):
         board = self.player.boards[0]

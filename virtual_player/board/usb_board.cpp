@@ -1,7 +1,7 @@
 // usb-board: a board on this kernel's USB bus. Lines on standard input play what happens to it and to its
 // cable: those of the board itself (see the board's class), and `mute`, `unmute`, `stall`, `unstall`,
 // `delay MILLISECONDS`, `unplug`, `plug`, `quit`. Each line on standard output is an event with its time on
-// the monotonic clock; a line that is not understood gives "error: ...", without a time.
+// the monotonic clock; line N, when it is refused, gives "error: line N: ...", without a time.
 
 #include <poll.h>
 #include <unistd.h>
@@ -69,6 +69,7 @@ private:
             throw std::invalid_argument("on the bus already");
         m_plugging = Plugging::WAITS_FOR_PORT;
         m_plugDeadline = Now() + PLUG_TIMEOUT;
+        m_plugLine = m_lines.LineNumber();
         m_pluggedEvent = eventWhenDone;
     }
 
@@ -103,7 +104,7 @@ private:
         if (m_plugging != Plugging::NOT_NOW && Now() >= m_plugDeadline) {
             m_plugging = Plugging::NOT_NOW;
             m_link.reset();
-            PrintComplaint("the kernel made no hiddev node");
+            PrintComplaint(m_plugLine, "the kernel made no hiddev node");
         }
     }
 
@@ -168,7 +169,7 @@ private:
             try {
                 Execute(*line);
             } catch (const std::invalid_argument& error) {
-                PrintComplaint(error.what());
+                PrintComplaint(m_lines.LineNumber(), error.what());
             }
             PassOnWhatHappened();
         }
@@ -205,6 +206,7 @@ private:
     std::int64_t m_delay = 0;
     Plugging m_plugging = Plugging::NOT_NOW;
     std::int64_t m_plugDeadline = 0;
+    unsigned long m_plugLine = 0;  ///< the line that asked for it; 0 for the start of the program
     const char* m_pluggedEvent = "";
     VirtualPlayer::LineInput m_lines;
     bool m_quit = false;

@@ -43,8 +43,8 @@ void PrintRecord(const std::string& event) {
     PrintLine(time + event);
 }
 
-void PrintComplaint(const std::string& what) {
-    PrintLine("error: " + what);
+void PrintComplaint(unsigned long line, const std::string& what) {
+    PrintLine("error: line " + std::to_string(line) + ": " + what);
 }
 
 std::vector<std::string> SplitWords(const std::string& line) {
@@ -117,6 +117,7 @@ std::optional<std::string> LineInput::TakeLine() {
     }
     std::string line = m_received.substr(0, end);
     m_received.erase(0, end + 1);
+    ++m_lineNumber;
     return line;
 }
 

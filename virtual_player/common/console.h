@@ -18,8 +18,10 @@ std::int64_t Now();
 /// set it against its own times. @throws std::system_error
 void PrintRecord(const std::string& event);
 
-/// Writes "error: WHAT", without a time. @throws std::system_error
-void PrintComplaint(const std::string& what);
+/// Writes "error: line N: WHAT", without a time: why line N of standard input is refused, or has failed
+/// later.
+/// @throws std::system_error
+void PrintComplaint(unsigned long line, const std::string& what);
 
 /// @return the words of a line; blanks separate them
 std::vector<std::string> SplitWords(const std::string& line);
@@ -54,8 +56,12 @@ public:
     /// @return the next whole line, if there is one
     std::optional<std::string> TakeLine();
 
+    /// @return the number of the line that was taken last, from 1; 0 before
+    unsigned long LineNumber() const { return m_lineNumber; }
+
 private:
     std::string m_received;
+    unsigned long m_lineNumber = 0;
 };
 
 }  // namespace VirtualPlayer

@@ -6,8 +6,8 @@
 //   state                          writes the state as a record
 //   quit                           ends the program, as the end of standard input does
 // Lines on standard output are events with their time on the monotonic clock: "ready", "write TYPE CODE
-// VALUE", "refused N bytes", "mux PIN SELECTOR", "mux refused N bytes", "state ...". A line that is not
-// understood gives "error: ...", without a time.
+// VALUE", "refused N bytes", "mux PIN SELECTOR", "mux refused N bytes", "state ...". Line N, when it is
+// refused, gives "error: line N: ...", without a time.
 
 #include <poll.h>
 #include <unistd.h>
@@ -101,7 +101,7 @@ private:
             try {
                 Execute(*line);
             } catch (const std::invalid_argument& error) {
-                PrintComplaint(error.what());
+                PrintComplaint(m_lines.LineNumber(), error.what());
             }
         }
     }
