@@ -259,9 +259,9 @@ void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
     const std::int64_t period = NANOSECONDS_PER_SECOND / m_rate;
     if (!m_nextReport)
         m_nextReport = now + period;
-    const std::int64_t lateness = now - *m_nextReport;
-    if (lateness < 0)
+    if (now < std::max(*m_nextReport, m_earliestReport))
         return;
+    const std::int64_t lateness = now - *m_nextReport;
     if (lateness > LATENESS_MAX) {
         m_missedReports += static_cast<unsigned long>(lateness / period);
         *m_nextReport += lateness / period * period;
@@ -273,10 +273,13 @@ void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
     const DiagnosticsWords words = DiagnosticsReport();
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
     *m_nextReport += period;
+    m_earliestReport = now + period / 2;
 }
 
 std::optional<std::int64_t> TouchBoardModel::NextReportTime() const {
-    std::optional<std::int64_t> next = m_isHeldUp ? std::nullopt : m_nextReport;
+    std::optional<std::int64_t> next;
+    if (m_nextReport && !m_isHeldUp)
+        next = std::max(*m_nextReport, m_earliestReport);
     if (!m_lateAnswers.empty() && m_lateAnswers.front().due)
         next = std::min(next.value_or(*m_lateAnswers.front().due), *m_lateAnswers.front().due);
     return next;

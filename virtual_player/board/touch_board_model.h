@@ -100,7 +100,8 @@ public:
 
     /// Lets time pass up to `now` (nanoseconds of any monotonic clock): queues the late answers and the
     /// diagnostics report that became due. A late call gives one report; those of the periods that went by
-    /// follow with the next calls, unless the call was very late: then they are missed.
+    /// follow at twice the rate, for a burst would be more than a reader expects. A very late call misses
+    /// them.
     /// @param endpointIsFree  false while a report still waits for the host: the next one is made when it
     /// has been read, as a controller fills its endpoint's buffer
     void Advance(std::int64_t now, bool endpointIsFree = true);
@@ -175,7 +176,8 @@ private:
     std::int64_t m_answerDelay = 0;
     std::deque<LateAnswer> m_lateAnswers;  ///< the one asked for first in front
     std::uint32_t m_reportNumber = 0;
-    std::optional<std::int64_t> m_nextReport;
+    std::optional<std::int64_t> m_nextReport;  ///< when it is due
+    std::int64_t m_earliestReport = 0;         ///< when it may come after the one before, if that was late
     bool m_isHeldUp = false;
     unsigned long m_missedReports = 0;
     std::deque<InputReport> m_reports;
