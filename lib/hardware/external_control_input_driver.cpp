@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -69,6 +71,12 @@ std::uint32_t PinMask(const CodeBitmap& codes, unsigned firstCode) {
     return mask;
 }
 
+/// @return false from a driver that cannot; the times of its events are the wall clock's, as by default
+bool SetMonotonicTimes(const strata::UniqueFd& device) {
+    const int clock = CLOCK_MONOTONIC;
+    return ioctl(device.Get(), EVIOCSCLOCKID, &clock) == 0;
+}
+
 }  // namespace
 
 PortOnLinuxInputDriver::Side::Side(unsigned type)
@@ -93,6 +101,7 @@ std::shared_ptr<PortOnLinuxInputDriver> PortOnLinuxInputDriver::Open(InputCallba
 PortOnLinuxInputDriver::PortOnLinuxInputDriver(InputCallback inputCallback)
     : m_input(EV_KEY),
       m_output(EV_LED),
+      m_hasMonotonicTimes(SetMonotonicTimes(m_input.device)),
       m_inputCallback(std::move(inputCallback)),
       m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {}
 
@@ -260,6 +269,7 @@ void PortOnLinuxInputDriver::OnActivity(short revents) {
         // The event is lost, as those are that a full queue has no room for; the levels can still be read.
         return;
     }
+    m_eventTime = TimeOf(event);
     try {
         HandleEvent(event);
     } catch (const std::exception& e) {
@@ -271,6 +281,16 @@ void PortOnLinuxInputDriver::OnActivity(short revents) {
         PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: unknown exception\n",
                          unsigned{event.code});
     }
+}
+
+std::int64_t PortOnLinuxInputDriver::TimeOf(const input_event& event) const {
+    if (!m_hasMonotonicTimes) {
+        return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+    }
+    // Unsigned: a driver's odd time may come to nothing, but must not overflow.
+    const auto seconds = static_cast<std::uint64_t>(event.input_event_sec);
+    const auto microseconds = static_cast<std::uint64_t>(event.input_event_usec);
+    return static_cast<std::int64_t>(seconds * 1'000'000'000 + microseconds * 1000);
 }
 
 void PortOnLinuxInputDriver::HandleEvent(const input_event& event) {

@@ -57,6 +57,17 @@ public:
     /// @throws PinNotAvailableException unless the direction can be switched; nothing is written then
     void SetPinParameter(unsigned pin, std::uint8_t value);
 
+    // What the driver offers, as masks of pins. It never changes. A switchable pin is offered both ways; any
+    // other is an input for good, an output for good, both at once, or not there.
+    std::uint32_t GetOfferedInputs() const { return m_input.offered; }
+    std::uint32_t GetOfferedOutputs() const { return m_output.offered; }
+    std::uint32_t GetSwitchablePins() const { return m_output.switchable; }
+
+    /// When the change happened whose input callback is running: for that callback, on the poll thread.
+    /// @return the kernel's time of the event, in nanoseconds of the monotonic clock; from a driver that only
+    ///         knows the wall clock, the time at which the event was read
+    std::int64_t GetEventTime() const { return m_eventTime; }
+
     int GetFd() override { return m_input.device.Get(); }
     void OnActivity(short revents) override;
 
@@ -80,6 +91,7 @@ private:
     };
 
     void Start();
+    std::int64_t TimeOf(const input_event& event) const;
 
     std::uint32_t ReadInputLevels() const;
     std::uint32_t ReadOutputLevels() const;
@@ -95,6 +107,8 @@ private:
 
     Side m_input;
     Side m_output;
+    const bool m_hasMonotonicTimes;  ///< whether the times of the input side's events are monotonic
+    std::int64_t m_eventTime = 0;    ///< of the event being handled
     const InputCallback m_inputCallback;
     strata::FairRecursiveMutex m_outputMutex;
     PulseEngine m_pulses;  // last: writes through the rest until its end

@@ -21,12 +21,16 @@ class ModelledLines final : public ModelledDevice {
 public:
     explicit ModelledLines(FuzzInput& input) : ModelledDevice(input, "/dev/input/vantora-gpio") {}
 
-    /// Every answer is a set of codes: a word for 8 to 39, the levels, and one for 40 to 71, the directions.
+    /// Every question's answer is a set of codes: a word for 8 to 39, the levels, and one for 40 to 71, the
+    /// directions.
     int Ioctl(unsigned long request, void* argument) override {
-        REQUIRE(_IOC_DIR(request) == _IOC_READ && _IOC_SIZE(request) >= 9);
         if (Fails()) {
             return -1;
         }
+        if (request == EVIOCSCLOCKID) {
+            return 0;
+        }
+        REQUIRE(_IOC_DIR(request) == _IOC_READ && _IOC_SIZE(request) >= 9);
         const bool isOffer = _IOC_NR(request) == GET_OFFERED_LEDS;
         const Codes codes = isOffer && m_offered ? *m_offered : TakeCodes();
         if (isOffer) {
