@@ -45,6 +45,16 @@ std::uint32_t PinBit(unsigned pin) {
     return std::uint32_t{1} << pin;
 }
 
+/// The pins whose codes are in a set, as a mask.
+/// @param firstCode  the code of pin 0, a multiple of 8
+std::uint32_t PinMask(const CodeBitmap& codes, unsigned firstCode) {
+    std::uint32_t mask = 0;
+    for (unsigned byte = 0; byte < sizeof mask; ++byte) {
+        mask |= std::uint32_t{codes[firstCode / 8 + byte]} << byte * 8;
+    }
+    return mask;
+}
+
 CodeBitmap ReadCodes(const strata::UniqueFd& device, unsigned long request, const char* operation) {
     CodeBitmap codes{};
     if (ioctl(device.Get(), request, codes.data()) < 0) {
@@ -57,18 +67,29 @@ CodeBitmap ReadCapabilities(const strata::UniqueFd& device, unsigned eventType) 
     return ReadCodes(device, EVIOCGBIT(eventType, sizeof(CodeBitmap)), "EVIOCGBIT");
 }
 
+std::uint32_t ReadKeyLevels(const strata::UniqueFd& device) {
+    return PinMask(ReadCodes(device, EVIOCGKEY(sizeof(CodeBitmap)), "EVIOCGKEY"), LEVEL_CODE);
+}
+
 CodeBitmap ReadLeds(const strata::UniqueFd& device) {
     return ReadCodes(device, EVIOCGLED(sizeof(CodeBitmap)), "EVIOCGLED");
 }
 
-/// The pins whose codes are in a set, as a mask.
-/// @param firstCode  the code of pin 0, a multiple of 8
-std::uint32_t PinMask(const CodeBitmap& codes, unsigned firstCode) {
-    std::uint32_t mask = 0;
-    for (unsigned byte = 0; byte < sizeof mask; ++byte) {
-        mask |= std::uint32_t{codes[firstCode / 8 + byte]} << byte * 8;
+std::int64_t MonotonicNow() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Calls a callback. What it throws goes no further: one change less is better than no poll thread.
+template <class... Arguments>
+void CallGuarded(const std::function<void(Arguments...)>& callback, Arguments... arguments) {
+    try {
+        callback(arguments...);
+    } catch (const std::exception& e) {
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: a callback threw: %s\n", e.what());
+    } catch (...) {
+        // A callback may throw anything.
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: a callback threw an unknown exception\n");
     }
-    return mask;
 }
 
 /// @return false from a driver that cannot; the times of its events are the wall clock's, as by default
@@ -103,6 +124,8 @@ PortOnLinuxInputDriver::PortOnLinuxInputDriver(InputCallback inputCallback)
       m_output(EV_LED),
       m_hasMonotonicTimes(SetMonotonicTimes(m_input.device)),
       m_inputCallback(std::move(inputCallback)),
+      // Asked for through the input side, so that what is still in its queue is what happened since.
+      m_levels(ReadKeyLevels(m_input.device)),
       m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {}
 
 void PortOnLinuxInputDriver::Start() {
@@ -115,11 +138,11 @@ PortOnLinuxInputDriver::~PortOnLinuxInputDriver() {
 
 // --- State ---
 
-// All of it is asked for through the output side, whose events nobody reads: evdev takes the events that led
-// to a state out of the queue of whoever asks for it, and the input callback would miss them.
+// Commands ask for all of it through the output side, whose events nobody reads: evdev takes the events that
+// led to a state out of the queue of whoever asks for it, and the input callback would miss them.
 
 std::uint32_t PortOnLinuxInputDriver::ReadInputLevels() const {
-    return PinMask(ReadCodes(m_output.device, EVIOCGKEY(sizeof(CodeBitmap)), "EVIOCGKEY"), LEVEL_CODE);
+    return ReadKeyLevels(m_output.device);
 }
 
 std::uint32_t PortOnLinuxInputDriver::ReadOutputLevels() const {
@@ -128,6 +151,10 @@ std::uint32_t PortOnLinuxInputDriver::ReadOutputLevels() const {
 
 std::uint32_t PortOnLinuxInputDriver::ReadDirections() const {
     return PinMask(ReadLeds(m_output.device), DIRECTION_CODE);
+}
+
+std::uint32_t PortOnLinuxInputDriver::ReadOutputPins() const {
+    return (m_output.offered & ~m_output.switchable) | ReadDirections();
 }
 
 // --- Commands ---
@@ -153,8 +180,8 @@ bool PortOnLinuxInputDriver::IsInput(unsigned pin) {
 }
 
 bool PortOnLinuxInputDriver::IsOutput(unsigned pin) {
-    const bool isFixedOutput = (m_output.offered & PinBit(pin)) != 0 && !m_output.IsSwitchable(pin);
-    return isFixedOutput || (ReadDirections() & PinBit(pin)) != 0;
+    const std::uint32_t bit = PinBit(pin);
+    return (ReadOutputPins() & bit) != 0;
 }
 
 bool PortOnLinuxInputDriver::GetInput(unsigned pin) {
@@ -252,6 +279,11 @@ void PortOnLinuxInputDriver::CheckOutputs() const {
     ReadOutputLevels();
 }
 
+void PortOnLinuxInputDriver::SetDroppedCallback(std::function<void()> callback) {
+    const auto noCallbacks = PollThread::GetInstance()->BlockCallbacks();
+    m_droppedCallback = std::move(callback);
+}
+
 // --- On the poll thread ---
 
 void PortOnLinuxInputDriver::OnActivity(short revents) {
@@ -276,16 +308,12 @@ void PortOnLinuxInputDriver::OnActivity(short revents) {
         // One event less is better than no poll thread.
         PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: %s\n", unsigned{event.code},
                          e.what());
-    } catch (...) {
-        // A callback may throw anything.
-        PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: unknown exception\n",
-                         unsigned{event.code});
     }
 }
 
 std::int64_t PortOnLinuxInputDriver::TimeOf(const input_event& event) const {
     if (!m_hasMonotonicTimes) {
-        return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+        return MonotonicNow();
     }
     // Unsigned: a driver's odd time may come to nothing, but must not overflow.
     const auto seconds = static_cast<std::uint64_t>(event.input_event_sec);
@@ -294,12 +322,42 @@ std::int64_t PortOnLinuxInputDriver::TimeOf(const input_event& event) const {
 }
 
 void PortOnLinuxInputDriver::HandleEvent(const input_event& event) {
-    if (event.type != EV_KEY || event.code < LEVEL_CODE) {
-        return;
+    if (event.type == EV_SYN && event.code == SYN_DROPPED) {
+        m_hasLostEvents = true;
+        if (m_droppedCallback) {
+            CallGuarded(m_droppedCallback);
+        }
+    } else if (m_hasLostEvents) {
+        // What comes up to the next SYN_REPORT may be the rest of several changes.
+        if (event.type == EV_SYN && event.code == SYN_REPORT) {
+            ReportDifferences();
+        }
+    } else if (event.type == EV_KEY && event.code >= LEVEL_CODE && event.code < LEVEL_CODE + MASK_PINS) {
+        HandleChange(event.code - LEVEL_CODE, event.value > 0);
     }
-    const unsigned pin = event.code - LEVEL_CODE;
-    if (!IsOutput(pin)) {
-        m_inputCallback(pin, event.value > 0, 1);
+}
+
+void PortOnLinuxInputDriver::HandleChange(unsigned pin, bool level) {
+    const std::uint32_t bit = PinBit(pin);
+    const bool isOutput = (ReadOutputPins() & bit) != 0;
+    m_levels = level ? m_levels | bit : m_levels & ~bit;
+    if (!isOutput) {
+        CallGuarded(m_inputCallback, pin, unsigned{level}, 1U);
+    }
+}
+
+void PortOnLinuxInputDriver::ReportDifferences() {
+    // Earlier than any event that is in the queue afterwards.
+    m_eventTime = MonotonicNow();
+    // Takes the key events out of the queue that led to these levels, so that they are not reported twice.
+    const std::uint32_t levels = ReadKeyLevels(m_input.device);
+    const std::uint32_t changed = (levels ^ m_levels) & ~ReadOutputPins();
+    m_levels = levels;
+    m_hasLostEvents = false;
+    for (unsigned pin = 0; pin < MASK_PINS; ++pin) {
+        if ((changed & PinBit(pin)) != 0) {
+            CallGuarded(m_inputCallback, pin, unsigned{(levels & PinBit(pin)) != 0}, 1U);
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 // each other by the output mutex. The poll thread only reads: it waits for nobody.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -65,8 +66,16 @@ public:
 
     /// When the change happened whose input callback is running: for that callback, on the poll thread.
     /// @return the kernel's time of the event, in nanoseconds of the monotonic clock; from a driver that only
-    ///         knows the wall clock, the time at which the event was read
+    ///         knows the wall clock, the time at which the event was read; for a change whose event was lost,
+    ///         the time at which it was found
     std::int64_t GetEventTime() const { return m_eventTime; }
+
+    /// Replaces the callback for lost events. Any thread, but not that callback; waits for a callback that is
+    /// running, so nothing that a callback takes may be held.
+    /// @param callback  runs on the poll thread when the kernel had no more room for events. The input
+    ///                  callback follows with the inputs whose levels are not those reported last; how often
+    ///                  they changed in between is lost. May be empty.
+    void SetDroppedCallback(std::function<void()> callback);
 
     int GetFd() override { return m_input.device.Get(); }
     void OnActivity(short revents) override;
@@ -97,6 +106,8 @@ private:
     std::uint32_t ReadOutputLevels() const;
     /// The pins that are switched to output.
     std::uint32_t ReadDirections() const;
+    /// The pins that are outputs, for good or switched.
+    std::uint32_t ReadOutputPins() const;
 
     void SetDirection(unsigned pin, Direction direction);
     void WriteCommand(unsigned code, int value);
@@ -104,12 +115,18 @@ private:
     void CheckOutputs() const;
 
     void HandleEvent(const input_event& event);
+    void HandleChange(unsigned pin, bool level);
+    void ReportDifferences();
 
     Side m_input;
     Side m_output;
     const bool m_hasMonotonicTimes;  ///< whether the times of the input side's events are monotonic
-    std::int64_t m_eventTime = 0;    ///< of the event being handled
     const InputCallback m_inputCallback;
+    // These four are the poll thread's.
+    std::function<void()> m_droppedCallback;
+    std::uint32_t m_levels;        ///< of the inputs, as known from what was read last
+    bool m_hasLostEvents = false;  ///< whether the events up to the next SYN_REPORT mean nothing
+    std::int64_t m_eventTime = 0;  ///< of the event being handled
     strata::FairRecursiveMutex m_outputMutex;
     PulseEngine m_pulses;  // last: writes through the rest until its end
 };

@@ -16,6 +16,7 @@ namespace {
 
 constexpr unsigned GET_OFFERED_LEDS = _IOC_NR(EVIOCGBIT(EV_LED, 0));
 constexpr unsigned GET_LEDS = _IOC_NR(EVIOCGLED(0));
+constexpr unsigned GET_KEYS = _IOC_NR(EVIOCGKEY(0));
 
 class ModelledLines final : public ModelledDevice {
 public:
@@ -37,10 +38,18 @@ public:
             m_offered = codes;
         } else if (_IOC_NR(request) == GET_LEDS) {
             m_directions = codes.directions;
+        } else if (_IOC_NR(request) == GET_KEYS) {
+            m_levels = codes.levels;
         }
         std::memcpy(static_cast<unsigned char*>(argument) + 1, &codes, sizeof codes);
         return static_cast<int>(_IOC_SIZE(request));
     }
+
+    /// Whether a level is that of the key state, if that was asked for since the last call of Forget.
+    bool AgreesWith(unsigned pin, unsigned level) const {
+        return !m_levels || (*m_levels >> pin & 1) == level;
+    }
+    void Forget() { m_levels.reset(); }
 
     /// Whether a pin is an output, by the answers until now.
     bool IsOutput(unsigned pin) const {
@@ -60,6 +69,7 @@ private:
     }
 
     std::optional<Codes> m_offered;
+    std::optional<std::uint32_t> m_levels;
     std::uint32_t m_directions = 0;  ///< as answered last
 };
 
@@ -72,8 +82,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         ExternalControl::Impl::PortOnLinuxInputDriver port([&](unsigned pin, unsigned value, unsigned width) {
             REQUIRE(pin < 32 && value <= 1 && width == 1 && !lines.IsOutput(pin));
+            REQUIRE(lines.AgreesWith(pin, value));
         });
         while (!input.IsEmpty()) {
+            lines.Forget();
             try {
                 port.OnActivity(POLLIN);
             } catch (...) {
