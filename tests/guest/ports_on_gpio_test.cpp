@@ -127,7 +127,7 @@ TEST_F(PortsOnGpio, ChangesOfInputsAreReported) {
                                {});
     port->ConfigureOutput(9);
     for (const char* line : {"level 0 1", "level 8 1", "level 9 1", "event 1 12 1", "event 1 7 1",
-                             "event 17 8 1", "event 1 40 1", "level 0 0", "event 1 8 2"}) {
+                             "event 17 8 1", "event 1 40 1", "level 0 0", "event 1 8 2", "event 0 0 0"}) {
         lines.Send(line);
     }
     log.WaitFor(4);

@@ -2,10 +2,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 
@@ -26,9 +29,19 @@ struct CuseNode::Handlers {
     static void Write(fuse_req_t request, const char* data, std::size_t size, off_t, fuse_file_info*) {
         Node(request).OnWrite(request, data, size);
     }
-    static void Ioctl(fuse_req_t request, int command, void*, fuse_file_info* file, unsigned, const void*,
-                      std::size_t, std::size_t outputSize) {
-        Node(request).OnIoctl(request, static_cast<unsigned>(command), outputSize, *file);
+    static void Ioctl(fuse_req_t request, int number, void* argument, fuse_file_info* file, unsigned,
+                      const void* data, std::size_t size, std::size_t answerSize) {
+        const auto command = static_cast<unsigned>(number);
+        const bool gives = (_IOC_DIR(command) & _IOC_WRITE) != 0;
+        const bool takes = (_IOC_DIR(command) & _IOC_READ) != 0;
+        const iovec area{argument, _IOC_SIZE(command)};
+        if (area.iov_len > 0 && size == 0 && answerSize == 0) {
+            // The kernel copies nothing until it is told what.
+            fuse_reply_ioctl_retry(request, &area, gives, &area, takes);
+            return;
+        }
+        Node(request).OnIoctl(
+            request, {command, argument, {static_cast<const std::uint8_t*>(data), size}, answerSize}, *file);
     }
     static void Poll(fuse_req_t request, fuse_file_info* file, fuse_pollhandle* handle) {
         Node(request).OnPoll(request, *file, handle);
@@ -55,6 +68,7 @@ CuseNode::CuseNode(const std::string& name) : m_path("/dev/" + name) {
     const std::string deviceName = "DEVNAME=" + name;
     const char* deviceArguments[] = {deviceName.c_str()};
     cuse_info device{};
+    device.flags = CUSE_UNRESTRICTED_IOCTL;  // some data of evdev's requests stand elsewhere
     device.dev_info_argc = 1;
     device.dev_info_argv = deviceArguments;
     const cuse_lowlevel_ops handlers = Handlers::Table();
@@ -117,8 +131,13 @@ void CuseNode::OnWrite(fuse_req_t request, const char*, std::size_t) {
     fuse_reply_err(request, EINVAL);
 }
 
-void CuseNode::OnIoctl(fuse_req_t request, unsigned, std::size_t, fuse_file_info&) {
+void CuseNode::OnIoctl(fuse_req_t request, const IoctlCall&, fuse_file_info&) {
     fuse_reply_err(request, ENOTTY);
+}
+
+void CuseNode::FetchMore(fuse_req_t request, const IoctlCall& call, void* address, std::size_t size) {
+    const iovec areas[] = {{call.argument, _IOC_SIZE(call.command)}, {address, size}};
+    fuse_reply_ioctl_retry(request, areas, std::size(areas), nullptr, 0);
 }
 
 void CuseNode::OnPoll(fuse_req_t request, fuse_file_info&, fuse_pollhandle* handle) {

@@ -7,12 +7,22 @@
 #define FUSE_USE_VERSION 31
 #include <cuse_lowlevel.h>
 
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace VirtualPlayer {
 
 /// Requests that a device refuses on purpose.
 enum class Failing { NOTHING, IOCTL, WRITE, READ };
+
+/// A request to a device, with the data that its number says it has.
+struct IoctlCall {
+    unsigned command;
+    void* argument;                      ///< an address of the caller's
+    std::span<const std::uint8_t> data;  ///< from there, and what else was fetched with FetchMore
+    std::size_t answerSize;              ///< that the caller has room for
+};
 
 class CuseNode {
 public:
@@ -39,14 +49,16 @@ protected:
 
     bool Fails(Failing kind) const { return m_failing == kind; }
 
+    /// Answers a request whose data point to more of it: it comes again with that behind its data.
+    static void FetchMore(fuse_req_t request, const IoctlCall& call, void* address, std::size_t size);
+
     // Each answers its request now or later. The default for all is what a device does that has not the
     // operation.
     virtual void OnOpen(fuse_req_t request, fuse_file_info& file);
     virtual void OnRelease(fuse_req_t request, fuse_file_info& file);
     virtual void OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file);
     virtual void OnWrite(fuse_req_t request, const char* data, std::size_t size);
-    /// @param size of the answer that the kernel has room for
-    virtual void OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file);
+    virtual void OnIoctl(fuse_req_t request, const IoctlCall& call, fuse_file_info& file);
     /// @param handle to notify when the answer becomes another, owned by the callee; or null
     virtual void OnPoll(fuse_req_t request, fuse_file_info& file, fuse_pollhandle* handle);
 

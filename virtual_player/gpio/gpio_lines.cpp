@@ -1,7 +1,7 @@
 // gpio-lines: the player's GPIO lines and their pin multiplexer, as character devices of this kernel. Lines
 // on standard input play what is connected to the pins:
-//   level PIN 0|1                  the level of an input; all openers of the node get a key event and a SYN
-//   event TYPE CODE VALUE          any event, to all openers of the node
+//   level PIN 0|1                  the level of an input; if it changes, a key event and a SYN
+//   event TYPE CODE VALUE          any event; read, as all, once a SYN (0 0 0) has come
 //   fail ioctl|write|read|nothing  from now on these requests fail with EIO
 //   state                          writes the state as a record
 //   quit                           ends the program, as the end of standard input does
@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <exception>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -132,9 +133,10 @@ private:
     }
 
     void SetLevel(unsigned pin, bool level) {
-        const unsigned code = m_model.SetLevel(pin, level);
-        m_gpio.SendEvent(EV_KEY, static_cast<std::uint16_t>(code), level);
-        m_gpio.SendEvent(EV_SYN, SYN_REPORT, 0);
+        if (const std::optional<unsigned> code = m_model.SetLevel(pin, level)) {
+            m_gpio.SendEvent(EV_KEY, static_cast<std::uint16_t>(*code), level);
+            m_gpio.SendEvent(EV_SYN, SYN_REPORT, 0);
+        }
     }
 
     GpioModel m_model;

@@ -22,8 +22,11 @@ void SetBits(CodeBitmap& bitmap, unsigned firstCode, std::uint32_t mask) {
     }
 }
 
-void SetBit(std::uint32_t& word, unsigned bit, bool value) {
+/// @return whether that changed the word
+bool SetBit(std::uint32_t& word, unsigned bit, bool value) {
+    const std::uint32_t before = word;
     word = (word & ~(1u << bit)) | std::uint32_t{value} << bit;
+    return word != before;
 }
 
 bool HasBit(std::uint32_t word, unsigned bit) {
@@ -32,23 +35,25 @@ bool HasBit(std::uint32_t word, unsigned bit) {
 
 }  // namespace
 
-unsigned GpioModel::SetLevel(unsigned pin, bool level) {
+std::optional<unsigned> GpioModel::SetLevel(unsigned pin, bool level) {
     if (!HasBit(m_pins.offeredInputs, pin)) {
         throw std::invalid_argument("no input pin " + std::to_string(pin));
     }
-    SetBit(m_levels, pin, level);
-    return LEVEL_CODE + pin;
+    return SetBit(m_levels, pin, level) ? std::optional(LEVEL_CODE + pin) : std::nullopt;
 }
 
-void GpioModel::Write(unsigned code, std::int32_t value) {
+bool GpioModel::Write(unsigned code, std::int32_t value) {
     // Unsigned: a code below the first of a kind becomes a pin that there is not.
     if (HasBit(m_pins.offeredOutputs, code - LEVEL_CODE)) {
-        SetBit(m_outputs, code - LEVEL_CODE, value != 0);
-    } else if (HasBit(m_pins.switchable, code - DIRECTION_CODE)) {
-        SetBit(m_directions, code - DIRECTION_CODE, value != 0);
-    } else if (HasBit(m_pins.switchable, code - PARAMETER_CODE)) {
+        return SetBit(m_outputs, code - LEVEL_CODE, value != 0);
+    }
+    if (HasBit(m_pins.switchable, code - DIRECTION_CODE)) {
+        return SetBit(m_directions, code - DIRECTION_CODE, value != 0);
+    }
+    if (HasBit(m_pins.switchable, code - PARAMETER_CODE)) {
         m_parameters[code - PARAMETER_CODE] = value;
     }
+    return false;
 }
 
 CodeBitmap GpioModel::OfferedKeys() const {

@@ -4,17 +4,14 @@
 // they go, which levels they have. An input level is a key and an output level an LED in evdev's terms. Not
 // safe for use by several threads at once.
 
-#include <linux/input-event-codes.h>
-
-#include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
-namespace VirtualPlayer {
+#include "virtual_player/gpio/evdev_queue.h"
 
-/// One bit for each code, as evdev's requests have them.
-using CodeBitmap = std::array<std::uint8_t, KEY_CNT / 8>;
+namespace VirtualPlayer {
 
 /// Masks of pins; bit n is pin n.
 struct GpioPins {
@@ -28,13 +25,14 @@ public:
     /// All levels are 0, all switchable pins are inputs.
     explicit GpioModel(const GpioPins& pins) : m_pins(pins) {}
 
-    /// Changes the level of an input. @return its key code
+    /// Changes the level of an input. @return its key code, or nothing if it has that level already
     /// @throws std::invalid_argument if the pin is not offered as an input
-    unsigned SetLevel(unsigned pin, bool level);
+    std::optional<unsigned> SetLevel(unsigned pin, bool level);
 
     /// Does what an LED event written to the driver asks for. What the pins do not offer is ignored, as evdev
     /// ignores codes that a device has not.
-    void Write(unsigned code, std::int32_t value);
+    /// @return whether the state of an LED, a level or a direction, is another now
+    bool Write(unsigned code, std::int32_t value);
 
     CodeBitmap OfferedKeys() const;
     CodeBitmap OfferedLeds() const;  ///< with the codes of the pins whose direction can be switched

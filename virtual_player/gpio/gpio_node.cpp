@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +16,11 @@ namespace VirtualPlayer {
 
 namespace {
 
-constexpr std::size_t QUEUE_MAX = 64;
+/// So many events of a device without axes are passed on though no SYN_REPORT has come.
+constexpr std::size_t PENDING_MAX = 8;
+
+/// What stands in the SYN_REPORT that is made up then.
+constexpr std::int32_t UNASKED = 1;
 
 // Numbers of evdev's requests, whose length is the caller's choice.
 constexpr unsigned GET_KEYS = _IOC_NR(EVIOCGKEY(0));
@@ -25,13 +28,6 @@ constexpr unsigned GET_LEDS = _IOC_NR(EVIOCGLED(0));
 constexpr unsigned GET_TYPES = _IOC_NR(EVIOCGBIT(0, 0));
 constexpr unsigned GET_OFFERED_KEYS = _IOC_NR(EVIOCGBIT(EV_KEY, 0));
 constexpr unsigned GET_OFFERED_LEDS = _IOC_NR(EVIOCGBIT(EV_LED, 0));
-
-void SetTimeToNow(input_event& event) {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);  // evdev's clock unless told otherwise
-    event.input_event_sec = now.tv_sec;
-    event.input_event_usec = now.tv_nsec / 1000;
-}
 
 bool IsCommand(const input_event& event) {
     return event.input_event_sec == 0 && event.input_event_usec == 0 && event.type == EV_LED;
@@ -71,34 +67,33 @@ void GpioNode::OnRelease(fuse_req_t request, fuse_file_info& file) {
 }
 
 void GpioNode::SendEvent(std::uint16_t type, std::uint16_t code, std::int32_t value) {
-    input_event event{};
-    SetTimeToNow(event);
-    event.type = type;
-    event.code = code;
-    event.value = value;
-    for (auto& [handle, opener] : m_openers) {
-        Queue(opener, event);
+    m_pending.push_back({type, code, value});
+    const bool isReport = type == EV_SYN && code == SYN_REPORT;
+    if (!isReport) {
+        if (m_pending.size() < PENDING_MAX) {
+            return;
+        }
+        m_pending.push_back({EV_SYN, SYN_REPORT, UNASKED});
     }
+    PassPending();
 }
 
-void GpioNode::Queue(Opener& opener, const input_event& event) {
-    if (opener.events.size() == QUEUE_MAX) {
-        // As evdev does: whoever does not read loses everything, and is told.
-        input_event dropped = event;
-        dropped.type = EV_SYN;
-        dropped.code = SYN_DROPPED;
-        dropped.value = 0;
-        opener.events.assign(1, dropped);
+void GpioNode::PassPending() {
+    const std::vector<EventValue> packet = std::exchange(m_pending, {});
+    if (packet.size() < 2) {
+        return;  // a SYN_REPORT alone
     }
-    opener.events.push_back(event);
-    if (!opener.blockedReads.empty()) {
-        const BlockedRead read = opener.blockedReads.front();
-        opener.blockedReads.pop_front();
-        AnswerWithEvents(read.request, read.size, opener);
-    }
-    if (opener.pollHandle && !opener.events.empty()) {
-        fuse_lowlevel_notify_poll(opener.pollHandle.get());
-        opener.pollHandle.reset();
+    for (auto& [handle, opener] : m_openers) {
+        opener.events.Pass(packet);
+        if (opener.events.IsReadable() && !opener.blockedReads.empty()) {
+            const BlockedRead read = opener.blockedReads.front();
+            opener.blockedReads.pop_front();
+            AnswerWithEvents(read.request, read.size, opener);
+        }
+        if (opener.events.IsReadable() && opener.pollHandle) {
+            fuse_lowlevel_notify_poll(opener.pollHandle.get());
+            opener.pollHandle.reset();
+        }
     }
 }
 
@@ -107,12 +102,12 @@ void GpioNode::OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file
     if (Fails(Failing::READ)) {
         // What was to be read is lost; otherwise a client that waits with poll() would be woken again and
         // again.
-        opener.events.clear();
+        opener.events.Take(size);
         PrintRecord("refused a read");
         fuse_reply_err(request, EIO);
     } else if (size < sizeof(input_event)) {
         fuse_reply_err(request, EINVAL);
-    } else if (!opener.events.empty()) {
+    } else if (opener.events.IsReadable()) {
         AnswerWithEvents(request, size, opener);
     } else if ((file.flags & O_NONBLOCK) != 0) {
         fuse_reply_err(request, EAGAIN);
@@ -125,17 +120,9 @@ void GpioNode::OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file
 }
 
 void GpioNode::AnswerWithEvents(fuse_req_t request, std::size_t size, Opener& opener) {
-    const std::size_t count = std::min(size / sizeof(input_event), opener.events.size());
-    const auto end = opener.events.begin() + static_cast<std::ptrdiff_t>(count);
-    const std::vector<input_event> events(opener.events.begin(), end);
-    opener.events.erase(opener.events.begin(), end);
+    const std::vector<input_event> events = opener.events.Take(size / sizeof(input_event));
     fuse_reply_buf(request, reinterpret_cast<const char*>(events.data()),
                    events.size() * sizeof(input_event));
-}
-
-/// As evdev does: whoever asks for a state is not told any more how it came about.
-void GpioNode::Forget(Opener& opener, std::uint16_t type) {
-    std::erase_if(opener.events, [&](const input_event& event) { return event.type == type; });
 }
 
 void GpioNode::OnInterrupt(fuse_req_t request, void* node) {
@@ -156,39 +143,76 @@ void GpioNode::OnWrite(fuse_req_t request, const char* data, std::size_t size) {
         PrintRecord("refused " + std::to_string(size) + " bytes");
         fuse_reply_err(request, EINVAL);
     } else {
-        m_model.Write(event.code, event.value);
+        const bool isChange = m_model.Write(event.code, event.value);
         PrintRecord("write " + std::to_string(event.type) + " " + std::to_string(event.code) + " " +
                     std::to_string(event.value));
         fuse_reply_write(request, size);
+        if (isChange) {
+            SendEvent(event.type, event.code, event.value);
+        }
     }
 }
 
-void GpioNode::OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file) {
+void GpioNode::OnIoctl(fuse_req_t request, const IoctlCall& call, fuse_file_info& file) {
+    Opener& opener = Find(file);
     if (Fails(Failing::IOCTL)) {
         fuse_reply_err(request, EIO);
         return;
     }
-    if (command == EVIOCGVERSION) {
-        const int version = EV_VERSION;
-        fuse_reply_ioctl(request, 0, &version, sizeof version);
-        return;
+    switch (call.command) {
+        case EVIOCGVERSION: {
+            const int version = EV_VERSION;
+            fuse_reply_ioctl(request, 0, &version, sizeof version);
+            return;
+        }
+        case EVIOCSCLOCKID:
+            return SetClock(request, call, opener);
+        case EVIOCSMASK:
+            return SetMask(request, call, opener);
     }
-    const bool isEvdevRead = _IOC_TYPE(command) == 'E' && _IOC_DIR(command) == _IOC_READ;
-    switch (isEvdevRead ? _IOC_NR(command) : 0) {
+    const bool isEvdevRead = _IOC_TYPE(call.command) == 'E' && _IOC_DIR(call.command) == _IOC_READ;
+    switch (isEvdevRead ? _IOC_NR(call.command) : 0) {
         case GET_TYPES:
-            return AnswerWithBitmap(request, size, OfferedTypes());
+            return AnswerWithBitmap(request, call.answerSize, OfferedTypes());
         case GET_OFFERED_KEYS:
-            return AnswerWithBitmap(request, size, m_model.OfferedKeys());
+            return AnswerWithBitmap(request, call.answerSize, m_model.OfferedKeys());
         case GET_OFFERED_LEDS:
-            return AnswerWithBitmap(request, size, m_model.OfferedLeds());
+            return AnswerWithBitmap(request, call.answerSize, m_model.OfferedLeds());
         case GET_KEYS:
-            Forget(Find(file), EV_KEY);
-            return AnswerWithBitmap(request, size, m_model.Keys());
+            opener.events.Forget(EV_KEY);
+            return AnswerWithBitmap(request, call.answerSize, m_model.Keys());
         case GET_LEDS:
-            Forget(Find(file), EV_LED);
-            return AnswerWithBitmap(request, size, m_model.Leds());
+            opener.events.Forget(EV_LED);
+            return AnswerWithBitmap(request, call.answerSize, m_model.Leds());
         default:
             fuse_reply_err(request, EINVAL);
+    }
+}
+
+void GpioNode::SetClock(fuse_req_t request, const IoctlCall& call, Opener& opener) {
+    int clock = 0;
+    std::memcpy(&clock, call.data.data(), sizeof clock);
+    if (opener.events.SetClock(clock)) {
+        fuse_reply_ioctl(request, 0, nullptr, 0);
+    } else {
+        fuse_reply_err(request, EINVAL);
+    }
+}
+
+void GpioNode::SetMask(fuse_req_t request, const IoctlCall& call, Opener& opener) {
+    input_mask mask{};
+    std::memcpy(&mask, call.data.data(), sizeof mask);
+    const std::span<const std::uint8_t> given = call.data.subspan(sizeof mask);
+    CodeBitmap codes{};
+    const std::size_t size = std::min<std::size_t>(mask.codes_size, codes.size());
+    if (mask.codes_size % sizeof(long) != 0) {
+        fuse_reply_err(request, EINVAL);
+    } else if (given.size() < size) {
+        FetchMore(request, call, reinterpret_cast<void*>(mask.codes_ptr), size);
+    } else {
+        std::ranges::copy(given.first(size), codes.begin());
+        opener.events.SetMask(mask.type, codes);
+        fuse_reply_ioctl(request, 0, nullptr, 0);
     }
 }
 
@@ -197,7 +221,7 @@ void GpioNode::OnPoll(fuse_req_t request, fuse_file_info& file, fuse_pollhandle*
     if (handle != nullptr) {
         opener.pollHandle.reset(handle);
     }
-    fuse_reply_poll(request, POLLOUT | POLLWRNORM | (opener.events.empty() ? 0 : POLLIN | POLLRDNORM));
+    fuse_reply_poll(request, POLLOUT | POLLWRNORM | (opener.events.IsReadable() ? POLLIN | POLLRDNORM : 0));
 }
 
 void GpioNode::SetFailing(Failing failing) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// The device node of the player's GPIO input driver: the part of evdev that its clients use. Every opener has
-// a queue of its own, as long as evdev's shortest, 64 events.
+// The device node of the player's GPIO input driver: the part of evdev that its clients use. As with every
+// input device, a command that changes an LED is an event for all who have the node open, whoever wrote it.
 
 #include <linux/input.h>
 
@@ -9,8 +9,10 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "virtual_player/gpio/cuse_node.h"
+#include "virtual_player/gpio/evdev_queue.h"
 #include "virtual_player/gpio/gpio_model.h"
 
 namespace VirtualPlayer {
@@ -21,7 +23,8 @@ public:
     explicit GpioNode(GpioModel& model);
     ~GpioNode() override;
 
-    /// Sends an event to everybody who has the node open.
+    /// Takes an event as the kernel's input layer takes it from a driver: once a SYN_REPORT ends them, or
+    /// when they get many, all that have come reach everybody who has the node open.
     void SendEvent(std::uint16_t type, std::uint16_t code, std::int32_t value);
 
     /// Reads that wait for an event fail too.
@@ -36,7 +39,7 @@ private:
         std::size_t size;
     };
     struct Opener {
-        std::deque<input_event> events;
+        EvdevQueue events;
         std::deque<BlockedRead> blockedReads;
         std::unique_ptr<fuse_pollhandle, PollHandleCloser> pollHandle;
     };
@@ -45,17 +48,19 @@ private:
     void OnRelease(fuse_req_t request, fuse_file_info& file) override;
     void OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file) override;
     void OnWrite(fuse_req_t request, const char* data, std::size_t size) override;
-    void OnIoctl(fuse_req_t request, unsigned command, std::size_t size, fuse_file_info& file) override;
+    void OnIoctl(fuse_req_t request, const IoctlCall& call, fuse_file_info& file) override;
     void OnPoll(fuse_req_t request, fuse_file_info& file, fuse_pollhandle* handle) override;
 
     static void OnInterrupt(fuse_req_t request, void* node);
     Opener& Find(const fuse_file_info& file) { return m_openers.at(file.fh); }
-    static void Queue(Opener& opener, const input_event& event);
-    static void Forget(Opener& opener, std::uint16_t type);
+    void PassPending();
+    void SetMask(fuse_req_t request, const IoctlCall& call, Opener& opener);
+    static void SetClock(fuse_req_t request, const IoctlCall& call, Opener& opener);
     static void AnswerWithEvents(fuse_req_t request, std::size_t size, Opener& opener);
     void FailBlockedReads(int error);
 
     GpioModel& m_model;
+    std::vector<EventValue> m_pending;          ///< events that no SYN_REPORT has followed yet
     std::map<std::uint64_t, Opener> m_openers;  ///< by the handle that the kernel keeps for each
     std::uint64_t m_lastHandle = 0;
 };
