@@ -92,6 +92,18 @@ void CallGuarded(const std::function<void(Arguments...)>& callback, Arguments...
     }
 }
 
+/// Keeps all events but those of keys out of the queue. evdev echoes every change of an LED to all who have
+/// the device open: with the port's own pulses the queue would fill until it drops the changes of inputs.
+void MaskAllButKeys(const strata::UniqueFd& device) {
+    const unsigned long types = 1UL << EV_SYN | 1UL << EV_KEY;  // evdev takes whole longs only
+    input_mask mask{};
+    mask.type = EV_SYN;  // stands for the types themselves
+    mask.codes_size = sizeof types;
+    mask.codes_ptr = reinterpret_cast<std::uintptr_t>(&types);
+    // A kernel that knows no masks sends all events, which then are left out one by one.
+    static_cast<void>(ioctl(device.Get(), EVIOCSMASK, &mask));
+}
+
 /// @return false from a driver that cannot; the times of its events are the wall clock's, as by default
 bool SetMonotonicTimes(const strata::UniqueFd& device) {
     const int clock = CLOCK_MONOTONIC;
@@ -126,7 +138,9 @@ PortOnLinuxInputDriver::PortOnLinuxInputDriver(InputCallback inputCallback)
       m_inputCallback(std::move(inputCallback)),
       // Asked for through the input side, so that what is still in its queue is what happened since.
       m_levels(ReadKeyLevels(m_input.device)),
-      m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {}
+      m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {
+    MaskAllButKeys(m_input.device);
+}
 
 void PortOnLinuxInputDriver::Start() {
     PollThread::GetInstance()->Attach(this, POLLIN);

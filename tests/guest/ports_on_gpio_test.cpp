@@ -3,9 +3,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <ctime>
 #include <filesystem>
-#include <semaphore>
 #include <stdexcept>
 
 #include "lib/hardware/external_control_input_driver.h"
@@ -41,6 +43,38 @@ public:
             }
         }
     }
+};
+
+std::int64_t Now() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// A port whose first callback waits, so that the kernel keeps what happens meanwhile.
+struct HeldPort {
+    ~HeldPort() { Release(); }
+
+    /// Raises pin 0.
+    void Hold(Lines& lines) {
+        lines.Send("level 0 1");
+        isCalled.wait(false);
+    }
+
+    void Release() {
+        mayReturn = true;
+        mayReturn.notify_one();
+    }
+
+    std::atomic<bool> isCalled = false, mayReturn = false;
+    EventLog log;
+    std::vector<std::int64_t> times;  ///< of the logged events
+    const std::shared_ptr<PortOnLinuxInputDriver> port = PortOnLinuxInputDriver::Open(
+        [this, callback = log.Callback()](unsigned pin, unsigned value, unsigned width) {
+            times.push_back(port->GetEventTime());
+            callback(pin, value, width);
+            isCalled = true;
+            isCalled.notify_one();
+            mayReturn.wait(false);
+        });
 };
 
 }  // namespace
@@ -143,26 +177,27 @@ TEST_F(PortsOnGpio, ChangesOfInputsAreReported) {
     EXPECT_EQ(log.Take(), (std::vector<Event>{{1, 1, 1}}));
 }
 
-TEST_F(PortsOnGpio, ReadingLevelsTakesNoChangesAway) {
+TEST_F(PortsOnGpio, OwnWritesAndQuestionsTakeNoChangesAway) {
     Lines lines;
-    EventLog log;
-    std::counting_semaphore<> isCalled{0}, mayReturn{0};
-    const auto port = OpenPort("vantora",
-                               [&, callback = log.Callback()](unsigned pin, unsigned value, unsigned width) {
-                                   callback(pin, value, width);
-                                   isCalled.release();
-                                   mayReturn.acquire();
-                               },
-                               {});
-    lines.Send("level 0 1");
-    isCalled.acquire();
-    lines.Send("level 1 1");
-    EXPECT_TRUE(lines.HasState("levels=0x00000003"));
-    EXPECT_EQ(port->ReadAllInputs(), 3u);
-    EXPECT_TRUE(port->GetInput(1) && port->IsInput(1));
-    mayReturn.release(2);
-    log.WaitFor(2);
-    EXPECT_EQ(log.Take(), (std::vector<Event>{{0, 1, 1}, {1, 1, 1}}));
+    HeldPort held;
+    const std::int64_t opened = Now();
+    held.Hold(lines);
+    // They come back as events, to whoever wants them.
+    for (unsigned i = 0; i < 200; ++i) {
+        held.port->SetOutput(4, i % 2);
+    }
+    for (const char* line : {"level 1 1", "level 1 0", "level 2 1"}) {
+        lines.Send(line);
+    }
+    EXPECT_TRUE(lines.HasState("levels=0x00000005"));
+    EXPECT_EQ(held.port->ReadAllInputs(), 5u);
+    EXPECT_TRUE(held.port->GetInput(2) && held.port->IsInput(2));
+    const std::int64_t released = Now();
+    held.Release();
+    held.log.WaitFor(4);
+    EXPECT_EQ(held.log.Take(), (std::vector<Event>{{0, 1, 1}, {1, 1, 1}, {1, 0, 1}, {2, 1, 1}}));
+    EXPECT_TRUE(opened < held.times.front() && std::ranges::is_sorted(held.times) &&
+                held.times.back() < released);
 }
 
 TEST_F(PortsOnGpio, OutputsPulse) {
