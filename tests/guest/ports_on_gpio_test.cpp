@@ -200,6 +200,29 @@ TEST_F(PortsOnGpio, OwnWritesAndQuestionsTakeNoChangesAway) {
                 held.times.back() < released);
 }
 
+TEST_F(PortsOnGpio, WhatDroppedEventsWouldHaveToldIsFoundOut) {
+    Lines lines;
+    HeldPort held;
+    const Event dropped{99, 0, 0};
+    held.port->SetDroppedCallback([&, callback = held.log.Callback()] { callback(99, 0, 0); });
+    held.port->ConfigureOutput(9);
+    held.Hold(lines);
+    for (const char* line : {"level 0 0", "level 2 1", "level 9 1"}) {
+        lines.Send(line);
+    }
+    // An even number of changes, more than there is room for.
+    for (unsigned i = 1; i <= 40; ++i) {
+        lines.Send(strprintf("level 1 %u", i % 2));
+    }
+    EXPECT_TRUE(lines.HasState("levels=0x00000204"));
+    held.Release();
+    held.log.WaitFor(4);
+    lines.Send("level 3 1");
+    held.log.WaitFor(5);
+    EXPECT_EQ(held.log.Take(), (std::vector<Event>{{0, 1, 1}, dropped, {0, 0, 1}, {2, 1, 1}, {3, 1, 1}}));
+    EXPECT_TRUE(std::ranges::is_sorted(held.times));
+}
+
 TEST_F(PortsOnGpio, OutputsPulse) {
     Lines lines;
     auto port = OpenPort("vantora", Ignore, {});
