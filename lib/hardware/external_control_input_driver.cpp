@@ -32,6 +32,9 @@ constexpr unsigned PARAMETER_CODE = 72;
 
 constexpr unsigned MASK_PINS = 32;
 
+/// After a failure to read, until the next attempt.
+constexpr std::chrono::seconds RETRY_DELAY{1};
+
 /// A set of event codes as the kernel gives it, with room for every code that there can be. The driver's LED
 /// codes go beyond the highest that the kernel has a name for.
 using CodeBitmap = std::array<unsigned char, 97>;
@@ -147,7 +150,9 @@ void PortOnLinuxInputDriver::Start() {
 }
 
 PortOnLinuxInputDriver::~PortOnLinuxInputDriver() {
+    // In this order: once it is detached, only the timer can set a timer again.
     PollThread::GetInstance()->Detach(this);
+    PollThread::GetInstance()->RemoveTimer(this, &PortOnLinuxInputDriver::OnRetryTimer, 0);
 }
 
 // --- State ---
@@ -300,28 +305,74 @@ void PortOnLinuxInputDriver::SetDroppedCallback(std::function<void()> callback) 
 
 // --- On the poll thread ---
 
+int PortOnLinuxInputDriver::GetFd() {
+    constexpr int NOT_POLLED = -1;
+    return m_isPaused ? NOT_POLLED : m_input.device.Get();
+}
+
 void PortOnLinuxInputDriver::OnActivity(short revents) {
     // The device blocks: it is read only when it has an event. Without one, only its end can have woken the
     // thread, and would again and again.
-    input_event event;
-    const bool readable = (revents & POLLIN) != 0;
-    const ssize_t length = readable ? read(m_input.device.Get(), &event, sizeof event) : -1;
-    if (!readable || (length < 0 && errno == ENODEV)) {
-        PollThread::GetInstance()->Detach(this);
-        PLATFORM_MESSAGE("PortOnLinuxInputDriver: %s is gone\n", DEVICE_PATH);
+    if ((revents & POLLIN) == 0) {
+        LetGo();
         return;
+    }
+    try {
+        input_event event;
+        if (ReadEvent(event)) {
+            m_eventTime = TimeOf(event);
+            HandleEvent(event);
+        }
+    } catch (const ErrnoException& failure) {
+        if (failure.GetErrno() == ENODEV) {
+            LetGo();
+        } else {
+            // A device that is ready all the time but cannot be read would keep the thread busy.
+            m_isPaused = true;
+            RetryLater(failure);
+        }
+    }
+}
+
+/// The device has gone for good.
+void PortOnLinuxInputDriver::LetGo() {
+    PollThread::GetInstance()->Detach(this);
+    PollThread::GetInstance()->RemoveTimer(this, &PortOnLinuxInputDriver::OnRetryTimer, 0);
+    PLATFORM_MESSAGE("PortOnLinuxInputDriver: %s is gone\n", DEVICE_PATH);
+}
+
+/// @return false when a signal came first
+/// @throws ErrnoException
+bool PortOnLinuxInputDriver::ReadEvent(input_event& event) const {
+    const ssize_t length = read(m_input.device.Get(), &event, sizeof event);
+    if (length < 0 && errno == EINTR) {
+        return false;
     }
     if (length != static_cast<ssize_t>(sizeof event)) {
-        // The event is lost, as those are that a full queue has no room for; the levels can still be read.
-        return;
+        throw ErrnoException(length < 0 ? errno : EIO, "read");
     }
-    m_eventTime = TimeOf(event);
+    return true;
+}
+
+void PortOnLinuxInputDriver::RetryLater(const std::exception& failure) {
+    if (!std::exchange(m_isFailing, true)) {
+        PLATFORM_MESSAGE("PortOnLinuxInputDriver: %s cannot be read: %s\n", DEVICE_PATH, failure.what());
+    }
+    if (!std::exchange(m_hasTimer, true)) {
+        const std::int64_t deadline = MonotonicNow() + std::chrono::nanoseconds(RETRY_DELAY).count();
+        PollThread::GetInstance()->AddTimer(this, &PortOnLinuxInputDriver::OnRetryTimer, 0, deadline);
+    }
+}
+
+void PortOnLinuxInputDriver::OnRetryTimer(std::uintptr_t) {
+    m_hasTimer = false;
+    // Polled in any case: only so is the end of the device seen.
+    m_isPaused = false;
     try {
-        HandleEvent(event);
-    } catch (const std::exception& e) {
-        // One event less is better than no poll thread.
-        PLATFORM_MESSAGE("PortOnLinuxInputDriver: event of code %u dropped: %s\n", unsigned{event.code},
-                         e.what());
+        // Whatever could not be read, the levels tell what it led to.
+        ReportDifferences();
+    } catch (const ErrnoException& failure) {
+        RetryLater(failure);
     }
 }
 
@@ -345,9 +396,11 @@ void PortOnLinuxInputDriver::HandleEvent(const input_event& event) {
         // What comes up to the next SYN_REPORT may be the rest of several changes.
         if (event.type == EV_SYN && event.code == SYN_REPORT) {
             ReportDifferences();
+            m_isFailing = false;
         }
     } else if (event.type == EV_KEY && event.code >= LEVEL_CODE && event.code < LEVEL_CODE + MASK_PINS) {
         HandleChange(event.code - LEVEL_CODE, event.value > 0);
+        m_isFailing = false;
     }
 }
 

@@ -7,6 +7,7 @@
 // each other by the output mutex. The poll thread only reads: it waits for nobody.
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -21,7 +22,7 @@ struct input_event;
 
 namespace ExternalControl::Impl {
 
-class PortOnLinuxInputDriver final : public Port, public Pollable {
+class PortOnLinuxInputDriver final : public Port, public Pollable, public TimerClient {
 public:
     /// Opens the port and attaches it to the PollThread. Any thread.
     /// @throws ErrnoException when there is no such device or it fails
@@ -77,8 +78,10 @@ public:
     ///                  they changed in between is lost. May be empty.
     void SetDroppedCallback(std::function<void()> callback);
 
-    int GetFd() override { return m_input.device.Get(); }
+    int GetFd() override;
     void OnActivity(short revents) override;
+    /// For the PollThread: it is time to try again after a failure.
+    void OnRetryTimer(std::uintptr_t);
 
 private:
     static constexpr unsigned PIN_COUNT = 13;
@@ -100,7 +103,6 @@ private:
     };
 
     void Start();
-    std::int64_t TimeOf(const input_event& event) const;
 
     std::uint32_t ReadInputLevels() const;
     std::uint32_t ReadOutputLevels() const;
@@ -114,19 +116,26 @@ private:
     void WriteLevel(unsigned pin, bool level);
     void CheckOutputs() const;
 
+    void LetGo();
+    bool ReadEvent(input_event& event) const;
+    std::int64_t TimeOf(const input_event& event) const;
     void HandleEvent(const input_event& event);
     void HandleChange(unsigned pin, bool level);
     void ReportDifferences();
+    void RetryLater(const std::exception& failure);
 
     Side m_input;
     Side m_output;
     const bool m_hasMonotonicTimes;  ///< whether the times of the input side's events are monotonic
     const InputCallback m_inputCallback;
-    // These four are the poll thread's.
+    // The rest up to the mutex is the poll thread's.
     std::function<void()> m_droppedCallback;
     std::uint32_t m_levels;        ///< of the inputs, as known from what was read last
     bool m_hasLostEvents = false;  ///< whether the events up to the next SYN_REPORT mean nothing
     std::int64_t m_eventTime = 0;  ///< of the event being handled
+    bool m_isFailing = false;      ///< whether it was said that reading fails, and nothing was read since
+    bool m_isPaused = false;       ///< whether no event is read until the timer fires
+    bool m_hasTimer = false;
     strata::FairRecursiveMutex m_outputMutex;
     PulseEngine m_pulses;  // last: writes through the rest until its end
 };

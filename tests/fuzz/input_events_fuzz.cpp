@@ -14,6 +14,8 @@
 
 namespace {
 
+using Port = ExternalControl::Impl::PortOnLinuxInputDriver;
+
 constexpr unsigned GET_OFFERED_LEDS = _IOC_NR(EVIOCGBIT(EV_LED, 0));
 constexpr unsigned GET_LEDS = _IOC_NR(EVIOCGLED(0));
 constexpr unsigned GET_KEYS = _IOC_NR(EVIOCGKEY(0));
@@ -84,14 +86,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput input(data, size);
     ModelledLines lines(input);
     try {
-        ExternalControl::Impl::PortOnLinuxInputDriver port([&](unsigned pin, unsigned value, unsigned width) {
+        Port port([&](unsigned pin, unsigned value, unsigned width) {
             REQUIRE(pin < 32 && value <= 1 && width == 1 && !lines.IsOutput(pin));
             REQUIRE(lines.AgreesWith(pin, value));
         });
         while (!input.IsEmpty()) {
             lines.Forget();
             try {
-                port.OnActivity(POLLIN);
+                if (port.GetFd() >= 0) {
+                    port.OnActivity(POLLIN);
+                } else {
+                    pollThread.RemoveTimer(&port, &Port::OnRetryTimer, 0);
+                    port.OnRetryTimer(0);
+                }
             } catch (...) {
                 REQUIRE(!"the poll thread survives every event");
             }

@@ -166,15 +166,26 @@ TEST_F(PortsOnGpio, ChangesOfInputsAreReported) {
     }
     log.WaitFor(4);
     EXPECT_EQ(log.Take(), (std::vector<Event>{{0, 1, 1}, {8, 1, 1}, {0, 0, 1}, {0, 1, 1}}));
+}
 
-    // An event is lost when it cannot be read, the next one comes.
+TEST_F(PortsOnGpio, ADeviceThatCannotBeReadIsTriedOnceInASecond) {
+    Lines lines;
+    EventLog log;
+    const auto port = OpenPort("vantora", log.Callback(), {});
     lines.Send("fail read");
-    lines.Send("level 0 0");
-    lines.WaitFor(" refused a read");
-    lines.Send("fail nothing");
-    lines.Send("level 1 1");
+    lines.Send("level 0 1");
+    const double first = std::stod(lines.WaitFor(" refused a read"));
+    EXPECT_GE(std::stod(lines.WaitFor(" refused a read")), first + 1);
+    // The levels can be asked for.
     log.WaitFor(1);
-    EXPECT_EQ(log.Take(), (std::vector<Event>{{1, 1, 1}}));
+    lines.Send("fail ioctl\nlevel 1 1\nlevel 0 0");
+    lines.WaitFor(" refused a request");
+    lines.WaitFor(" refused a request");
+    lines.Send("fail nothing");
+    log.WaitFor(3);
+    lines.Send("level 2 1");
+    log.WaitFor(4);
+    EXPECT_EQ(log.Take(), (std::vector<Event>{{0, 1, 1}, {0, 0, 1}, {1, 1, 1}, {2, 1, 1}}));
 }
 
 TEST_F(PortsOnGpio, OwnWritesAndQuestionsTakeNoChangesAway) {

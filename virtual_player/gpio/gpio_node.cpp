@@ -100,9 +100,7 @@ void GpioNode::PassPending() {
 void GpioNode::OnRead(fuse_req_t request, std::size_t size, fuse_file_info& file) {
     Opener& opener = Find(file);
     if (Fails(Failing::READ)) {
-        // What was to be read is lost; otherwise a client that waits with poll() would be woken again and
-        // again.
-        opener.events.Take(size);
+        // The events stay, so a client that waits with poll() is woken again and again.
         PrintRecord("refused a read");
         fuse_reply_err(request, EIO);
     } else if (size < sizeof(input_event)) {
@@ -156,6 +154,7 @@ void GpioNode::OnWrite(fuse_req_t request, const char* data, std::size_t size) {
 void GpioNode::OnIoctl(fuse_req_t request, const IoctlCall& call, fuse_file_info& file) {
     Opener& opener = Find(file);
     if (Fails(Failing::IOCTL)) {
+        PrintRecord("refused a request");
         fuse_reply_err(request, EIO);
         return;
     }
