@@ -10,6 +10,16 @@
 #include "lib/platform/trace.h"
 
 namespace ExternalControl::Impl {
+namespace {
+
+constexpr unsigned MASK_PINS = 32;
+
+/// @return the bit of a pin in a mask; none for a pin that no port has
+std::uint32_t PinBit(unsigned pin) {
+    return pin < MASK_PINS ? std::uint32_t{1} << pin : 0;
+}
+
+}  // namespace
 
 PulseSettings PulseSettings::ForRequest(unsigned periodMicroseconds, unsigned steps) {
     constexpr unsigned MIN_PERIOD = 100;
@@ -72,23 +82,23 @@ void PulseEngine::Stop(unsigned pin) {
     {
         const std::lock_guard lock(m_outputMutex);
         if (m_pulses.erase(pin) != 0) {
-            m_ended.insert(pin);
+            m_ended |= PinBit(pin);
         }
-        if (!m_ended.contains(pin)) {
+        if ((m_ended & PinBit(pin)) == 0) {
             return;
         }
     }
     EndIdleThread();
     const std::lock_guard lock(m_outputMutex);
     m_writeLevel(pin, false);
-    m_ended.erase(pin);
+    m_ended &= ~PinBit(pin);
 }
 
 void PulseEngine::EndAllPulses() {
     {
         const std::lock_guard lock(m_outputMutex);
         for (const auto& [pin, pulse] : m_pulses) {
-            m_ended.insert(pin);
+            m_ended |= PinBit(pin);
         }
         m_pulses.clear();
     }
@@ -112,14 +122,15 @@ void PulseEngine::EndIdleThread() {
 
 void PulseEngine::SetEndedLow() {
     const std::lock_guard lock(m_outputMutex);
-    for (auto entry = m_ended.begin(); entry != m_ended.end();) {
-        const unsigned pin = *entry;
+    for (unsigned pin = 0; pin < MASK_PINS; ++pin) {
+        if ((m_ended & PinBit(pin)) == 0) {
+            continue;
+        }
         try {
             m_writeLevel(pin, false);
-            entry = m_ended.erase(entry);
+            m_ended &= ~PinBit(pin);
         } catch (const std::exception& e) {
             PLATFORM_MESSAGE("GPIOPulse: pin %u is not set low after its pulse: %s\n", pin, e.what());
-            ++entry;
         }
     }
 }
@@ -162,7 +173,7 @@ void PulseEngine::WriteLevels() {
         } catch (const std::exception& e) {
             PLATFORM_MESSAGE("GPIOPulse: the pulse of pin %u ends: %s\n", pin, e.what());
             if (pulse.level == true) {
-                m_ended.insert(pin);
+                m_ended |= PinBit(pin);
             }
             entry = m_pulses.erase(entry);
         }

@@ -9,11 +9,11 @@
 // that were missed altogether are counted but not made up for.
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <thread>
 
 #include "lib/platform/condition_variable.h"
@@ -34,7 +34,7 @@ struct PulseSettings {
     bool operator==(const PulseSettings&) const = default;
 };
 
-/// Several threads may call the operations at once, but none that holds the output mutex.
+/// Pins are 0 to 31. Several threads may call the operations at once, but none that holds the output mutex.
 class PulseEngine {
 public:
     /// Sets the level of an output pin. Called with the output mutex held, on the engine's thread or inside
@@ -88,7 +88,7 @@ private:
     PulseSettings m_settings;
     unsigned m_step = 0;                 ///< of the cycle, that pins are at
     std::map<unsigned, Pulse> m_pulses;  ///< by pin; once there is none left the thread returns
-    std::set<unsigned> m_ended;          ///< pins still to be set low after a pulse, even if they pulse again
+    std::uint32_t m_ended = 0;           ///< pins still to be set low after a pulse, even if they pulse again
     std::mutex m_operation;              ///< serialises the operations; never waited for by the thread
     std::thread m_thread;                // guarded by m_operation
 };
