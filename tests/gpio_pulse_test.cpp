@@ -54,6 +54,20 @@ protected:
         }
     }
 
+    /// How often the thread that makes pulses has waited.
+    static unsigned CountWaits() {
+        unsigned count = 0;
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::string name, word;
+            std::ifstream(task.path() / "comm") >> name;
+            std::ifstream status(task.path() / "status");
+            while (name == "GPIOPulse" && word != "voluntary_ctxt_switches:" && status >> word) {
+            }
+            status >> count;
+        }
+        return count;
+    }
+
     strata::FairRecursiveMutex m_outputMutex;
     std::condition_variable_any m_written;
     std::chrono::milliseconds m_writingTakes{0};  ///< set before there are pulses
@@ -129,6 +143,22 @@ TEST_F(GpioPulse, PulsesEndAtOnceAndLeaveTheirLinesLow) {
         Levels(3, 1);
     }
     EXPECT_EQ(Levels(3, 2), "10");
+}
+
+TEST_F(GpioPulse, LevelsThatNeverChangeNeedNoSteps) {
+    m_engine.Configure({100us, 4});
+    m_engine.Start(1, 4);
+    m_engine.Start(2, 0);
+    Levels(1, 1);
+    Levels(2, 1);
+    const unsigned earlier = CountWaits();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LT(CountWaits(), earlier + 10);
+    m_engine.Start(2, 1);
+    EXPECT_TRUE(Levels(2, 5).starts_with("01010"));
+    m_engine.Start(2, 4);
+    m_engine.Stop(1);
+    EXPECT_EQ(Levels(1, 2), "10");
 }
 
 TEST_F(GpioPulse, AFailureEndsOnlyThePulseOfItsPin) {

@@ -14,6 +14,9 @@ namespace {
 
 constexpr unsigned MASK_PINS = 32;
 
+/// As good as for ever.
+constexpr std::chrono::hours IDLE_WAIT{24};
+
 /// @return the bit of a pin in a mask; none for a pin that no port has
 std::uint32_t PinBit(unsigned pin) {
     return pin < MASK_PINS ? std::uint32_t{1} << pin : 0;
@@ -150,7 +153,8 @@ void PulseEngine::Run() {
             return;
         }
         // Woken early, it finds the same step, for pulses that have been started or changed meanwhile.
-        m_wake.do_wait_until(lock, nextStep);
+        // Without a level that changes there is no step to wait for.
+        m_wake.do_wait_until(lock, LevelsChange() ? nextStep : nextStep + IDLE_WAIT);
         const strata::monotonic_time now = strata::get_monotonic_time();
         if (now >= nextStep) {
             const auto begun = 1 + (now - nextStep) / m_settings.period;
@@ -158,6 +162,13 @@ void PulseEngine::Run() {
             nextStep += begun * m_settings.period;
         }
     }
+}
+
+bool PulseEngine::LevelsChange() const {
+    return std::ranges::any_of(m_pulses, [this](const auto& entry) {
+        const unsigned highSteps = entry.second.highSteps;
+        return highSteps > 0 && highSteps < m_settings.steps;
+    });
 }
 
 void PulseEngine::WriteLevels() {

@@ -6,7 +6,8 @@
 // Time is counted in steps of one period. A cycle is a fixed number of steps, the same for all pins, and all
 // pins are at the same step of it; each is high for the first so many steps of the cycle and low for the
 // rest. Steps begin at fixed times after the first one: a late step does not delay those after it, and steps
-// that were missed altogether are counted but not made up for.
+// that were missed altogether are counted but not made up for. While no pin has a level to change, the thread
+// sleeps.
 
 #include <chrono>
 #include <cstdint>
@@ -79,6 +80,7 @@ private:
     void SetEndedLow();
 
     void Run();
+    bool LevelsChange() const;
     void WriteLevels();
 
     strata::FairRecursiveMutex& m_outputMutex;
