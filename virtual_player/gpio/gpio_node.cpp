@@ -207,6 +207,7 @@ void GpioNode::SetMask(fuse_req_t request, const IoctlCall& call, Opener& opener
     if (mask.codes_size % sizeof(long) != 0) {
         fuse_reply_err(request, EINVAL);
     } else if (given.size() < size) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the request holds the address as a number
         FetchMore(request, call, reinterpret_cast<void*>(mask.codes_ptr), size);
     } else {
         std::ranges::copy(given.first(size), codes.begin());
