@@ -102,7 +102,8 @@ TEST_F(PortsOnGpio, NamesSelectThem) {
 
 TEST_F(PortsOnGpio, CommandsReachTheLines) {
     Lines lines;
-    const auto port = PortOnLinuxInputDriver::Open(Ignore);
+    EventLog log;
+    const auto port = PortOnLinuxInputDriver::Open(log.Callback());
     EXPECT_TRUE(!port->IsOutput(3) && port->IsOutput(4) && !port->IsOutput(9));
     EXPECT_TRUE(port->IsInput(3) && port->IsInput(4) && port->IsInput(9));
     port->ConfigureOutput(9);
@@ -120,7 +121,7 @@ TEST_F(PortsOnGpio, CommandsReachTheLines) {
     EXPECT_TRUE(!port->GetOutput(4) && port->GetOutput(5));
     lines.Send("level 2 1");
     lines.Send("level 12 1");
-    lines.TakeWritten();
+    log.WaitFor(2);
     EXPECT_EQ(port->ReadAllInputs(), 0x1004u);
     EXPECT_TRUE(port->GetInput(2) && !port->GetInput(3));
 
