@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "lib/hardware/board_identity.h"
+#include "lib/hardware/hid_snapshot.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/trace.h"
@@ -80,7 +81,7 @@ PortOnHid::PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, 
       m_bitsPerField(descriptor.bitsPerField),
       m_inputCallback(std::move(inputCallback)),
       m_lostCallback(std::move(lostCallback)),
-      m_inverted(descriptor.application != APPLICATION_TOUCH_BOARD),
+      m_inverted(descriptor.IsActiveLow()),
       m_modelCode(descriptor.modelCode),
       m_headerValue(descriptor.headerValue),
       m_location(descriptor.location) {
@@ -213,11 +214,7 @@ void PortOnHid::SetDirection(unsigned pin, Direction direction) {
 
 std::string PortOnHid::GetVersion() {
     const std::lock_guard lock(m_commandMutex);
-    hiddev_devinfo info{};
-    if (ioctl(m_device.Get(), HIDIOCGDEVINFO, &info) < 0) {
-        throw ErrnoException(errno);
-    }
-    return strprintf("%04hx", static_cast<unsigned short>(info.version));
+    return ReadHidVersion(m_device.Get());
 }
 
 std::string PortOnHid::GetProperties() {

@@ -73,6 +73,9 @@ public:
         /// Bits 16 to 23 of the usage code: what the fields are for.
         std::uint32_t GetUsagePage() const { return usageBase >> 16 & 0xFF; }
 
+        /// Whether a usage value of 0 means level 1 of an input.
+        bool IsActiveLow() const { return application != APPLICATION_TOUCH_BOARD; }
+
         /// For diagnostics.
         std::string ToString() const;
     };
