@@ -63,6 +63,27 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
     }
 }
 
+std::optional<BoardAnswer> ReadBoardAnswer(int device, const PortOnHid::Descriptor& setupDesc) {
+    hiddev_usage_ref_multi usages{};
+    usages.uref.report_type = HID_REPORT_TYPE_INPUT;
+    usages.uref.report_id = setupDesc.reportId;
+    usages.uref.field_index = setupDesc.inputField;
+    usages.uref.usage_code = setupDesc.usageBase;
+    usages.num_values = std::min<std::uint32_t>(setupDesc.count, HID_MAX_MULTI_USAGES);
+    if (ioctl(device, HIDIOCGUSAGES, &usages) < 0) {
+        throw ErrnoException(errno, "BoardIdentity - Input");
+    }
+    if (usages.num_values != ANSWER_VALUES) {
+        return std::nullopt;
+    }
+    const auto headerValue = static_cast<std::uint32_t>(usages.values[1]);
+    const auto model = DecodeBoardModel(static_cast<std::uint32_t>(usages.values[0]), headerValue);
+    if (!model) {
+        return std::nullopt;
+    }
+    return BoardAnswer{*model, headerValue};
+}
+
 BoardIdentity::BoardIdentity(const PortOnHid::DescriptorPtr& identDesc,
                              const PortOnHid::DescriptorPtr& setupDesc) {
     PLATFORM_ASSERT(identDesc->hid_device == setupDesc->hid_device);
@@ -74,7 +95,7 @@ BoardIdentity::BoardIdentity(const PortOnHid::DescriptorPtr& identDesc,
     }
 
     SendRequest(*identDesc);
-    for (unsigned attempt = 0; attempt < ATTEMPTS && !ReadAnswer(*setupDesc); ++attempt) {
+    for (unsigned attempt = 0; attempt < ATTEMPTS && !TakeAnswer(*setupDesc); ++attempt) {
         if (attempt != 0 && attempt % ATTEMPTS_PER_REQUEST == 0) {
             SendRequest(*identDesc);
         } else {
@@ -106,26 +127,13 @@ void BoardIdentity::SendRequest(const PortOnHid::Descriptor& identDesc) const {
 }
 
 /// @return whether there was an answer
-bool BoardIdentity::ReadAnswer(const PortOnHid::Descriptor& setupDesc) {
-    hiddev_usage_ref_multi usages{};
-    usages.uref.report_type = HID_REPORT_TYPE_INPUT;
-    usages.uref.report_id = setupDesc.reportId;
-    usages.uref.field_index = setupDesc.inputField;
-    usages.uref.usage_code = setupDesc.usageBase;
-    usages.num_values = std::min<std::uint32_t>(setupDesc.count, HID_MAX_MULTI_USAGES);
-    if (ioctl(m_device.Get(), HIDIOCGUSAGES, &usages) < 0) {
-        throw ErrnoException(errno, "BoardIdentity - Input");
-    }
-    if (usages.num_values != ANSWER_VALUES) {
+bool BoardIdentity::TakeAnswer(const PortOnHid::Descriptor& setupDesc) {
+    const std::optional<BoardAnswer> answer = ReadBoardAnswer(m_device.Get(), setupDesc);
+    if (!answer) {
         return false;
     }
-    const auto headerValue = static_cast<std::uint32_t>(usages.values[1]);
-    const auto model = DecodeBoardModel(static_cast<std::uint32_t>(usages.values[0]), headerValue);
-    if (!model) {
-        return false;
-    }
-    m_modelCode = *model;
-    m_headerValue = headerValue;
+    m_modelCode = answer->modelCode;
+    m_headerValue = answer->headerValue;
     return true;
 }
 

@@ -28,6 +28,19 @@ std::optional<BoardModel> DecodeBoardModel(std::uint32_t boardCode, std::uint32_
 /// unknown model.
 std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerValue);
 
+/// What a board answered when it was asked for its model.
+struct BoardAnswer {
+    std::uint32_t modelCode;  ///< a BoardModel
+    std::uint32_t headerValue;
+};
+
+/// Reads the answer that the kernel remembers; asks the board nothing. Any thread.
+/// @param device     any open hiddev node of the board
+/// @param setupDesc  the input field that the board answers in
+/// @return nothing when the board has not answered since it was plugged in
+/// @throws ErrnoException "BoardIdentity - Input" when the device fails
+std::optional<BoardAnswer> ReadBoardAnswer(int device, const PortOnHid::Descriptor& setupDesc);
+
 /// The conversation with one board, on one thread.
 class BoardIdentity {
 public:
@@ -46,7 +59,7 @@ public:
 
 private:
     void SendRequest(const PortOnHid::Descriptor& identDesc) const;
-    bool ReadAnswer(const PortOnHid::Descriptor& setupDesc);
+    bool TakeAnswer(const PortOnHid::Descriptor& setupDesc);
 
     strata::UniqueFd m_device;
     std::uint32_t m_modelCode = MODEL_UNKNOWN;

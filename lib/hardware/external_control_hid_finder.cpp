@@ -58,25 +58,39 @@ DescriptorPtr FindSetupDescriptor(const Descriptors& descriptors, std::uint32_t 
     return found == descriptors.end() ? nullptr : *found;
 }
 
-/// Asks every touch board for its model; the setup Descriptors keep the answers.
-void IdentifyBoards(const Descriptors& descriptors) {
+/// What a touch board is asked for its model through, and what it answers in.
+struct IdentityPair {
+    DescriptorPtr identDesc;
+    DescriptorPtr setupDesc;
+};
+
+std::vector<IdentityPair> FindIdentityPairs(const Descriptors& descriptors) {
+    std::vector<IdentityPair> pairs;
     for (const DescriptorPtr& identDesc : descriptors) {
         if (identDesc->application != APPLICATION_TOUCH_BOARD ||
             identDesc->GetUsagePage() != PAGE_TOUCH_LED_SETUP) {
             continue;
         }
         if (const DescriptorPtr setupDesc = FindSetupDescriptor(descriptors, identDesc->hid_device)) {
-            const BoardIdentity identity(identDesc, setupDesc);
-            setupDesc->modelCode = identity.GetModelCode();
-            setupDesc->headerValue = identity.GetHeaderValue();
+            pairs.push_back({identDesc, setupDesc});
         }
     }
+    return pairs;
+}
+
+/// Asks a touch board for its model; the setup Descriptor keeps the answer.
+void Identify(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc) {
+    const BoardIdentity identity(identDesc, setupDesc);
+    setupDesc->modelCode = identity.GetModelCode();
+    setupDesc->headerValue = identity.GetHeaderValue();
 }
 
 Descriptors FindBoards() {
     Finder finder;
     finder.Scan();
-    IdentifyBoards(finder.GetDescriptors());
+    for (const auto& [identDesc, setupDesc] : FindIdentityPairs(finder.GetDescriptors())) {
+        Identify(identDesc, setupDesc);
+    }
     return finder.GetDescriptors();
 }
 
@@ -145,12 +159,29 @@ std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int3
 void Finder::Scan() {
     for (std::uint32_t deviceNumber = 0; deviceNumber < NODE_COUNT; ++deviceNumber) {
         const std::string path = strprintf("/dev/usb/hiddev%u", deviceNumber);
-        const strata::UniqueFd device(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        if (device.IsOpen()) {
-            ScanDevice(device.Get(), deviceNumber);
+        strata::UniqueFd device(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!device.IsOpen()) {
+            continue;
+        }
+        const std::size_t known = m_descriptors.size();
+        ScanDevice(device.Get(), deviceNumber);
+        if (m_descriptors.size() != known) {
+            m_devices[deviceNumber] = std::move(device);
         }
     }
     Sort();
+}
+
+void Finder::FindModels() {
+    for (const auto& [identDesc, setupDesc] : FindIdentityPairs(m_descriptors)) {
+        const auto answer = ReadBoardAnswer(GetDevice(setupDesc->hid_device), *setupDesc);
+        if (answer) {
+            setupDesc->modelCode = answer->modelCode;
+            setupDesc->headerValue = answer->headerValue;
+        } else {
+            Identify(identDesc, setupDesc);
+        }
+    }
 }
 
 void Finder::ScanDevice(int device, std::uint32_t deviceNumber) {

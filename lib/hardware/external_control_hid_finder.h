@@ -11,6 +11,7 @@
 
 #include "lib/hardware/external_control_hid.h"
 #include "lib/platform/string_operations.h"
+#include "lib/platform/unique_fd.h"
 
 namespace ExternalControl::Impl {
 
@@ -25,6 +26,14 @@ public:
     /// board. Nodes that cannot be opened and devices of others are passed over.
     /// @throws ErrnoException when a device does not tell what it is
     void Scan();
+
+    /// Gives each touch board's setup Descriptor its model. Only boards that have not told it since they were
+    /// plugged in are asked: for some 40 seconds each, when they do not answer.
+    /// @throws ErrnoException when a device fails
+    void FindModels();
+
+    /// @return the descriptor of a node that Scan found something at; open until the end of the Finder
+    int GetDevice(std::uint32_t deviceNumber) const { return m_devices.at(deviceNumber).Get(); }
 
     /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
     /// @param found  with the capability and the field index of that one field
@@ -42,6 +51,7 @@ private:
     void ScanField(int device, const hiddev_field_info& field, const PortOnHid::Descriptor& common);
 
     std::vector<PortOnHid::DescriptorPtr> m_descriptors;
+    std::map<std::uint32_t, strata::UniqueFd> m_devices;  ///< by number; those of the Descriptors
 };
 
 /// The ports by name. Made on one thread; then any thread may ask.
