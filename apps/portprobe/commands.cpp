@@ -145,23 +145,35 @@ void Get(const KnownPort& knownPort) {
 }
 
 void Set(const KnownPort& knownPort, const Request& request) {
-    CheckValue(knownPort, request.value);
+    for (const PinValue& output : request.values) {
+        CheckValue(knownPort, output.value);
+    }
     const std::shared_ptr<Port> port = Open(knownPort);
-    CheckPin(knownPort, *port, request.pin);
-    MakeOutput(*port, request.pin);
-    port->SetOutput(request.pin, request.value);
+    for (const PinValue& output : request.values) {
+        CheckPin(knownPort, *port, output.pin);
+    }
+    for (const PinValue& output : request.values) {
+        MakeOutput(*port, output.pin);
+        port->SetOutput(output.pin, output.value);
+    }
 }
 
 void Pulse(const KnownPort& knownPort, const Request& request, const StopSignals& stopSignals) {
     const std::shared_ptr<Port> port = Open(knownPort);
-    CheckPin(knownPort, *port, request.pin);
+    for (const PinValue& pulse : request.values) {
+        CheckPin(knownPort, *port, pulse.pin);
+    }
     if (!port->ConfigurePulse(request.periodMicroseconds, request.steps)) {
         throw std::runtime_error("this port cannot pulse");
     }
-    MakeOutput(*port, request.pin);
-    if (!port->StartPulse(request.pin, request.value)) {
-        throw std::runtime_error(strprintf("pin %u cannot pulse", request.pin));
+    for (const PinValue& pulse : request.values) {
+        MakeOutput(*port, pulse.pin);
+        if (!port->StartPulse(pulse.pin, pulse.value)) {
+            throw std::runtime_error(strprintf("pin %u cannot pulse", pulse.pin));
+        }
     }
     stopSignals.Wait();
-    port->StopPulse(request.pin);
+    for (const PinValue& pulse : request.values) {
+        port->StopPulse(pulse.pin);
+    }
 }

@@ -17,14 +17,15 @@ bool List();
 /// @throws ErrnoException when the device or standard output fails
 void Get(const KnownPort& knownPort);
 
-/// Sets an output, after having made it one if it is none.
+/// Sets outputs, after having made each one if it is none.
 /// @throws UsageError before anything is sent, when the port has no such pin or its pins take no such value
-/// @throws std::runtime_error when the pin cannot be an output
+/// @throws std::runtime_error when a pin cannot be an output
 /// @throws ErrnoException when the device fails
 void Set(const KnownPort& knownPort, const Request& request);
 
-/// Pulses an output, after having made it one if it is none, until a signal comes, and leaves it low. A pulse
-/// that ends by itself, because the device fails, is noticed only when the line cannot be set low in the end.
+/// Pulses outputs, after having made each one if it is none, until a signal comes, and leaves them low. A
+/// pulse that ends by itself, because the device fails, is noticed only when the line cannot be set low in
+/// the end.
 /// @throws UsageError before anything is sent, when the port has no such pin
 /// @throws std::runtime_error when the port cannot pulse, or the pin cannot be an output
 /// @throws ErrnoException when the device fails

@@ -30,6 +30,14 @@ void StartHotplugMonitor(std::optional<KestrelObjectGlobals>& objectGlobals) {
 }
 
 int Run(const Request& request) {
+    if (request.command == Command::HELP) {
+        PrintHelp();
+        return STATUS_DONE;
+    }
+    if (request.command == Command::VERSION) {
+        PrintVersion();
+        return STATUS_DONE;
+    }
     // Before any thread starts. The commands that end by themselves can be ended by the signals as usual.
     std::optional<StopSignals> stopSignals;
     if (request.RunsUntilStopped()) {
@@ -42,19 +50,22 @@ int Run(const Request& request) {
     const PollThread pollThread;
 
     switch (request.command) {
+        case Command::HELP:
+        case Command::VERSION:
+            break;
         case Command::LIST:
             return List() ? STATUS_DONE : STATUS_TROUBLE;
         case Command::WATCH:
-            Watch(FindPort(request.name), *stopSignals);
+            Watch(FindPort(request.names[0]), *stopSignals);
             break;
         case Command::GET:
-            Get(FindPort(request.name));
+            Get(FindPort(request.names[0]));
             break;
         case Command::SET:
-            Set(FindPort(request.name), request);
+            Set(FindPort(request.names[0]), request);
             break;
         case Command::PULSE:
-            Pulse(FindPort(request.name), request, *stopSignals);
+            Pulse(FindPort(request.names[0]), request, *stopSignals);
             break;
     }
     return STATUS_DONE;
@@ -65,14 +76,9 @@ int Run(const Request& request) {
 int main(int argc, char** argv) {
     std::string subject = "command line";
     try {
-        const std::optional<Request> request = ParseCommandLine(argc, argv);
-        if (!request) {
-            subject = "--help";
-            PrintHelp();
-            return STATUS_DONE;
-        }
-        subject = request->command == Command::LIST ? "list" : request->name;
-        return Run(*request);
+        const Request request = ParseCommandLine(argc, argv);
+        subject = request.names.empty() ? request.word : request.names[0];
+        return Run(request);
     } catch (const UsageError& failure) {
         std::fprintf(stderr, "portprobe: %s\nTry 'portprobe --help'.\n", failure.what());
         return STATUS_USAGE;

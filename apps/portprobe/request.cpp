@@ -1,37 +1,22 @@
 #include "apps/portprobe/request.h"
 
+#include <getopt.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdio>
+#include <iterator>
 #include <limits>
-#include <string_view>
+#include <optional>
 #include <system_error>
-#include <vector>
 
 #include "apps/portprobe/standard_output.h"
 #include "lib/platform/string_operations.h"
 
 namespace {
 
-using Arguments = std::vector<std::string>;
-
-constexpr const char* HELP_TEXT =
-    "Usage: portprobe COMMAND\n"
-    "\n"
-    "    list                   every port that can be opened\n"
-    "    watch NAME             print what the port receives, until SIGINT or SIGTERM\n"
-    "    get NAME               the port's pins, with direction and level\n"
-    "    set NAME PIN VALUE     set an output; a pin that can be one becomes one\n"
-    "    pulse NAME PIN VALUE [--period US] [--steps N]\n"
-    "                           pulse an output until SIGINT or SIGTERM: high for VALUE\n"
-    "                           of every N steps (2 to 32, else 10), one each US\n"
-    "                           microseconds (100 or more, else 1000)\n"
-    "    --help                 this text\n"
-    "\n"
-    "NAME is a port's name, in upper or lower case. Numbers are decimal, or hexadecimal\n"
-    "after 0x. The exit status is 1 for trouble with a device, 2 for a command line that\n"
-    "cannot be used.\n";
+using Words = std::vector<std::string>;
 
 constexpr unsigned NUMBER_MAX = std::numeric_limits<unsigned>::max();
 
@@ -39,22 +24,6 @@ constexpr unsigned NUMBER_MAX = std::numeric_limits<unsigned>::max();
 constexpr unsigned PERIOD_MIN = 100;
 constexpr unsigned STEPS_MIN = 2;
 constexpr unsigned STEPS_MAX = 32;
-
-struct Syntax {
-    const char* word;
-    Command command;
-    std::size_t argumentCount;
-    const char* usage;
-    bool takesOptions;
-};
-
-constexpr Syntax COMMANDS[] = {
-    {"list", Command::LIST, 0, "list", false},
-    {"watch", Command::WATCH, 1, "watch NAME", false},
-    {"get", Command::GET, 1, "get NAME", false},
-    {"set", Command::SET, 3, "set NAME PIN VALUE", false},
-    {"pulse", Command::PULSE, 3, "pulse NAME PIN VALUE [--period US] [--steps N]", true},
-};
 
 unsigned ParseNumber(const char* what, const std::string& text, unsigned min = 0, unsigned max = NUMBER_MAX) {
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
@@ -68,18 +37,80 @@ unsigned ParseNumber(const char* what, const std::string& text, unsigned min = 0
     return number;
 }
 
-void ParseOption(const std::string& name, const std::string& text, Request& request) {
-    if (name == "--period") {
-        request.periodMicroseconds = ParseNumber("--period", text, PERIOD_MIN);
-    } else if (name == "--steps") {
-        request.steps = ParseNumber("--steps", text, STEPS_MIN, STEPS_MAX);
-    } else {
-        throw UsageError(name + ": unknown option");
-    }
+void SetCommand(Request& request, Command command, const char* word) {
+    request.command = command;
+    request.word = word;
 }
 
-const Syntax& FindSyntax(const std::string& word) {
-    for (const Syntax& syntax : COMMANDS) {
+// --- What follows a command: each parser tells whether the words can be that at all ---
+
+bool ParseNothing(const Words& words, Request&) {
+    return words.empty();
+}
+
+bool ParseName(const Words& words, Request& request) {
+    request.names = words;
+    return words.size() == 1;
+}
+
+struct Assignment {
+    std::string pin;
+    std::string value;
+};
+
+/// @param words  PIN=VALUE each, or one PIN and one VALUE
+/// @return nothing when they are something else
+std::optional<std::vector<Assignment>> ParseAssignments(const Words& words) {
+    std::vector<Assignment> assignments;
+    for (const std::string& word : words) {
+        if (const std::size_t equals = word.find('='); equals != std::string::npos) {
+            assignments.push_back({word.substr(0, equals), word.substr(equals + 1)});
+        }
+    }
+    if (words.size() == 2 && assignments.empty()) {
+        return {{{words[0], words[1]}}};
+    }
+    if (words.empty() || assignments.size() != words.size()) {
+        return std::nullopt;
+    }
+    return assignments;
+}
+
+bool ParseNameAndValues(const Words& words, Request& request) {
+    if (words.empty()) {
+        return false;
+    }
+    request.names = {words[0]};
+    const auto assignments = ParseAssignments(Words(words.begin() + 1, words.end()));
+    if (!assignments) {
+        return false;
+    }
+    for (const auto& [pin, value] : *assignments) {
+        request.values.push_back({ParseNumber("PIN", pin), ParseNumber("VALUE", value)});
+    }
+    return true;
+}
+
+struct CommandSyntax {
+    const char* word;
+    Command command;
+    bool (*parse)(const Words& words, Request& request);
+    const char* usage;
+    const char* help;
+};
+
+constexpr CommandSyntax COMMANDS[] = {
+    {"list", Command::LIST, ParseNothing, "list", "every port that can be opened"},
+    {"get", Command::GET, ParseName, "get NAME", "the port's pins, with direction and level"},
+    {"watch", Command::WATCH, ParseName, "watch NAME", "print what the port receives"},
+    {"set", Command::SET, ParseNameAndValues, "set NAME PIN=VALUE...",
+     "set outputs; a pin that can be one becomes one"},
+    {"pulse", Command::PULSE, ParseNameAndValues, "pulse NAME PIN=VALUE...",
+     "let outputs be high for VALUE of every N steps"},
+};
+
+const CommandSyntax& FindCommand(const std::string& word) {
+    for (const CommandSyntax& syntax : COMMANDS) {
         if (word == syntax.word) {
             return syntax;
         }
@@ -87,45 +118,155 @@ const Syntax& FindSyntax(const std::string& word) {
     throw UsageError(word + ": unknown command");
 }
 
+// --- Options ---
+
+constexpr int FIRST_LONG_OPTION = 0x100;  // beyond all characters
+
+struct OptionSyntax {
+    const char* word;
+    char letter;      ///< 0 for none
+    Command command;  ///< that it goes with, or for HELP and VERSION, that it stands for
+    int hasArgument;  ///< as getopt_long has it
+    void (*parse)(const std::string& argument, Request& request);
+    const char* usage;
+    const char* help;
+};
+
+constexpr OptionSyntax OPTIONS[] = {
+    {"period", 0, Command::PULSE, required_argument,
+     [](const std::string& argument, Request& request) {
+         request.periodMicroseconds = ParseNumber("--period", argument, PERIOD_MIN);
+     },
+     "--period=US", "a step each US microseconds (100 or more, else 1000)"},
+    {"steps", 0, Command::PULSE, required_argument,
+     [](const std::string& argument, Request& request) {
+         request.steps = ParseNumber("--steps", argument, STEPS_MIN, STEPS_MAX);
+     },
+     "--steps=N", "steps of a cycle (2 to 32, else 10)"},
+    {"help", 'h', Command::HELP, no_argument,
+     [](const std::string&, Request& request) { SetCommand(request, Command::HELP, "--help"); }, "-h, --help",
+     "this text"},
+    {"version", 'v', Command::VERSION, no_argument,
+     [](const std::string&, Request& request) { SetCommand(request, Command::VERSION, "--version"); },
+     "-v, --version", "the program's version"},
+};
+
+std::vector<option> MakeLongOptions() {
+    std::vector<option> options;
+    for (std::size_t i = 0; i < std::size(OPTIONS); ++i) {
+        options.push_back(
+            {OPTIONS[i].word, OPTIONS[i].hasArgument, nullptr, FIRST_LONG_OPTION + static_cast<int>(i)});
+    }
+    options.push_back({});
+    return options;
+}
+
+std::string MakeLetters() {
+    std::string letters = ":";  // a missing argument is told apart from an unknown option
+    for (const OptionSyntax& syntax : OPTIONS) {
+        if (syntax.letter != 0) {
+            letters += syntax.letter;
+        }
+    }
+    return letters;
+}
+
+/// @param code  what getopt_long returned; its own variables still tell what it was about
+const OptionSyntax& FindOption(int code, char* const* argv) {
+    for (std::size_t i = 0; i < std::size(OPTIONS); ++i) {
+        if (code == FIRST_LONG_OPTION + static_cast<int>(i) || code == OPTIONS[i].letter) {
+            return OPTIONS[i];
+        }
+    }
+    const std::string word = argv[optind - 1];
+    if (code == ':') {
+        throw UsageError(word + ": needs an argument");
+    }
+    if (optopt >= FIRST_LONG_OPTION) {
+        throw UsageError(word + ": takes no argument");
+    }
+    throw UsageError((optopt == 0 ? word : strprintf("-%c", optopt)) + ": unknown option");
+}
+
+bool StandsAlone(Command command) {
+    return command == Command::HELP || command == Command::VERSION;
+}
+
+/// Parses the options, up to one that needs no command.
+/// @return those parsed
+std::vector<const OptionSyntax*> ParseOptions(int argc, char* const* argv, Request& request) {
+    const std::vector<option> longOptions = MakeLongOptions();
+    const std::string letters = MakeLetters();
+    std::vector<const OptionSyntax*> options;
+    opterr = 0;  // it would complain by itself
+    while (!StandsAlone(request.command)) {
+        const int code = getopt_long(argc, argv, letters.c_str(), longOptions.data(), nullptr);
+        if (code < 0) {
+            break;
+        }
+        const OptionSyntax& syntax = FindOption(code, argv);
+        syntax.parse(optarg == nullptr ? "" : optarg, request);
+        options.push_back(&syntax);
+    }
+    return options;
+}
+
+void PrintRow(const std::string& usage, const char* help) {
+    constexpr int HELP_COLUMN = 25;
+    if (usage.size() < HELP_COLUMN) {
+        std::printf("    %-*s%s\n", HELP_COLUMN, usage.c_str(), help);
+    } else {
+        std::printf("    %s\n    %*s%s\n", usage.c_str(), HELP_COLUMN, "", help);
+    }
+}
+
 }  // namespace
 
-std::optional<Request> ParseCommandLine(int argc, const char* const* argv) {
-    const Arguments words(argv + std::min(argc, 1), argv + argc);
-    if (std::find(words.begin(), words.end(), "--help") != words.end()) {
-        return std::nullopt;
+Request ParseCommandLine(int argc, char* const* argv) {
+    Request request;
+    const std::vector<const OptionSyntax*> options = ParseOptions(argc, argv, request);
+    if (StandsAlone(request.command)) {
+        return request;
     }
+    const Words words(argv + std::min(optind, argc), argv + argc);
     if (words.empty()) {
         throw UsageError("command: missing");
     }
-
-    const Syntax& syntax = FindSyntax(words[0]);
-    const Arguments arguments(words.begin() + 1, words.end());
-    const bool hasExcess = arguments.size() > syntax.argumentCount && !syntax.takesOptions;
-    // Options come in pairs.
-    const bool hasHalfOption = (arguments.size() - syntax.argumentCount) % 2 != 0;
-    if (arguments.size() < syntax.argumentCount || hasExcess || hasHalfOption) {
+    const CommandSyntax& syntax = FindCommand(words[0]);
+    SetCommand(request, syntax.command, syntax.word);
+    for (const OptionSyntax* option : options) {
+        if (option->command != request.command) {
+            throw UsageError(strprintf("--%s: not for '%s'", option->word, syntax.word));
+        }
+    }
+    if (!syntax.parse(Words(words.begin() + 1, words.end()), request)) {
         throw UsageError(strprintf("%s: use 'portprobe %s'", syntax.word, syntax.usage));
     }
-
-    Request request;
-    request.command = syntax.command;
-    if (syntax.argumentCount >= 1) {
-        request.name = arguments[0];
-    }
-    if (syntax.argumentCount == 3) {
-        request.pin = ParseNumber("PIN", arguments[1]);
-        request.value = ParseNumber("VALUE", arguments[2]);
-    }
-    for (std::size_t i = syntax.argumentCount; i < arguments.size(); i += 2) {
-        ParseOption(arguments[i], arguments[i + 1], request);
-    }
-    if (request.command == Command::PULSE && request.value > request.steps) {
-        throw UsageError(strprintf("VALUE %u: a cycle has %u steps", request.value, request.steps));
+    for (const PinValue& pulse : request.values) {
+        if (request.command == Command::PULSE && pulse.value > request.steps) {
+            throw UsageError(strprintf("VALUE %u: a cycle has %u steps", pulse.value, request.steps));
+        }
     }
     return request;
 }
 
 void PrintHelp() {
-    std::fputs(HELP_TEXT, stdout);
+    std::puts("Usage: portprobe COMMAND\n");
+    for (const CommandSyntax& syntax : COMMANDS) {
+        PrintRow(syntax.usage, syntax.help);
+    }
+    std::puts("");
+    for (const OptionSyntax& syntax : OPTIONS) {
+        PrintRow(syntax.usage, syntax.help);
+    }
+    std::puts(
+        "\nNAME is a port's name, in upper or lower case. Numbers are decimal, or hexadecimal\n"
+        "after 0x. The exit status is 1 for trouble with a device, 2 for a command line that\n"
+        "cannot be used.");
+    FlushStandardOutput();
+}
+
+void PrintVersion() {
+    std::puts("portprobe " PADTUNE_VERSION);
     FlushStandardOutput();
 }

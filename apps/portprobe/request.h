@@ -2,18 +2,24 @@
 
 // The command line of portprobe, turned into one record.
 
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-enum class Command { LIST, WATCH, GET, SET, PULSE };
+enum class Command { HELP, VERSION, LIST, WATCH, GET, SET, PULSE };
 
-/// What the user wants.
+/// A pin, and the value that it is to have.
+struct PinValue {
+    unsigned pin = 0;
+    unsigned value = 0;
+};
+
+/// What the user wants. What a command does not take is empty, or as it is here.
 struct Request {
     Command command = Command::LIST;
-    std::string name;    ///< of the port; empty where the command takes none
-    unsigned pin = 0;    ///< for SET and PULSE
-    unsigned value = 0;  ///< the same
+    std::string word;                ///< the command as it stands on the command line
+    std::vector<std::string> names;  ///< of ports
+    std::vector<PinValue> values;
     unsigned periodMicroseconds = 1000;
     unsigned steps = 10;
 
@@ -27,11 +33,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Parses the command line. Any thread.
-/// @return nothing when help is asked for
+/// Parses the command line. Once, on the main thread.
 /// @throws UsageError
-std::optional<Request> ParseCommandLine(int argc, const char* const* argv);
+Request ParseCommandLine(int argc, char* const* argv);
 
 /// Prints what the program can do to standard output.
 /// @throws ErrnoException when it cannot be printed
 void PrintHelp();
+
+/// Prints the program's name and version to standard output.
+/// @throws ErrnoException when it cannot be printed
+void PrintVersion();

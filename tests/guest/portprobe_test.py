@@ -84,9 +84,9 @@ class Portprobe(GuestTestCase):
         for arguments, why in (
                 ("get Nonsense-0-GPIO", "Nonsense-0-GPIO: no such port"),
                 ("get VX1000-compatible", "VX1000-compatible: External control port not found"),
-                ("set TouchBoard-0-GPIO 2 1", "TouchBoard-0-GPIO: Pin cannot be configured as output"),
+                ("set TouchBoard-0-GPIO 2=1", "TouchBoard-0-GPIO: Pin cannot be configured as output"),
                 ("watch TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
-                ("pulse Expander-0-GPIO 2 1", "Expander-0-GPIO: this port cannot pulse")):
+                ("pulse Expander-0-GPIO 2=1", "Expander-0-GPIO: this port cannot pulse")):
             self.assertEqual(self.probe(arguments), (1, "", f"portprobe: {why}\n"))
         for arguments, subject in (("list", "list"), ("get vantora", "vantora"), ("--help", "--help")):
             command = self.player.run(["sh", "-c", f"portprobe {arguments} >/dev/full"], RUN_TIMEOUT)
@@ -96,15 +96,20 @@ class Portprobe(GuestTestCase):
     def test_unusable_command_lines_end_with_status_2_and_send_nothing(self):
         earlier = len(self.player.gpio.records)
         for arguments, why in (
-                ("set vantora 9", "set: use 'portprobe set NAME PIN VALUE'"),
-                ("set vantora 9 -1", "VALUE -1: not a number from 0 to 4294967295"),
-                ("set vantora 9 2", "VALUE 2: vantora takes 0 to 1"),
-                ("set vantora 13 1", "PIN 13: vantora has 13 pins, numbered from 0"),
-                ("pulse vantora 9 1 --steps 0x21", "--steps 0x21: not a number from 2 to 32")):
+                ("set vantora 9", "set: use 'portprobe set NAME PIN=VALUE...'"),
+                ("set vantora 9=-1", "VALUE -1: not a number from 0 to 4294967295"),
+                ("set vantora 9=1 8=2", "VALUE 2: vantora takes 0 to 1"),
+                ("set vantora 9=1 13=1", "PIN 13: vantora has 13 pins, numbered from 0"),
+                ("set vantora 9 1 --steps=5", "--steps: not for 'set'"),
+                ("set vantora 9 -1", "-1: unknown option"),
+                ("--help=me set vantora 9=1", "--help=me: takes no argument"),
+                ("pulse vantora 9 1 --steps", "--steps: needs an argument"),
+                ("pulse vantora --steps 0x21 9 1", "--steps 0x21: not a number from 2 to 32")):
             self.assertEqual(self.probe(arguments), (2, "", f"portprobe: {why}\nTry 'portprobe --help'.\n"))
         self.assertEqual(self.player.gpio.records[earlier:], [])
-        status, text, why = self.probe("set --help")
-        self.assertEqual((status, text.split("\n")[0], why), (0, "Usage: portprobe COMMAND", ""))
+        for arguments, first in (("set -h", "Usage: portprobe COMMAND"), ("--version", "portprobe 1.0.0")):
+            status, text, why = self.probe(arguments)
+            self.assertEqual((status, text.split("\n")[0], why), (0, first, ""))
 
     def test_set_and_get(self):
         gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
@@ -114,7 +119,7 @@ class Portprobe(GuestTestCase):
                 ("LightController-0-CONTROL", lights, 1, "0xDEADBEEF", "control 0x00000000,0xDEADBEEF"),
                 ("TouchBoard-0-LED", touch_board, 2, "21", "led 3 0x00000015")):
             earlier = len(device.records)
-            self.assertEqual(self.probe(f"set {name} {pin} {value}"), (0, "", ""))
+            self.assertEqual(self.probe(f"set {name} {pin}={value}"), (0, "", ""))
             device.wait_for_record(record, start=earlier)
             self.assertIn(f"pin {pin} output level 1\n", self.probe(f"get {name}")[1])
 
@@ -182,7 +187,7 @@ class Portprobe(GuestTestCase):
         gpio = self.player.gpio
         earlier = len(gpio.records)
         # High in every step of a cycle: only the end sets it low.
-        command = self.start("pulse", "vantora", "10", "10", "--period", "5000")
+        command = self.start("pulse", "vantora", "10=10", "--period=5000")
         earlier = gpio.wait_for_record("write 17 18 1", start=earlier)
         command.kill()
         self.assertEqual((command.wait(RUN_TIMEOUT), command.stderr), (0, b""))
