@@ -172,6 +172,12 @@ std::uint32_t PortOnLinuxInputDriver::ReadDirections() const {
     return PinMask(ReadLeds(m_output.device), DIRECTION_CODE);
 }
 
+PortOnLinuxInputDriver::Snapshot PortOnLinuxInputDriver::ReadSnapshot() const {
+    const std::uint32_t inputs = ReadInputLevels();
+    const CodeBitmap leds = ReadLeds(m_output.device);
+    return {inputs, PinMask(leds, LEVEL_CODE), PinMask(leds, DIRECTION_CODE)};
+}
+
 std::uint32_t PortOnLinuxInputDriver::ReadOutputPins() const {
     return (m_output.offered & ~m_output.switchable) | ReadDirections();
 }

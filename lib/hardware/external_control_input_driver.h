@@ -65,6 +65,16 @@ public:
     std::uint32_t GetOfferedOutputs() const { return m_output.offered; }
     std::uint32_t GetSwitchablePins() const { return m_output.switchable; }
 
+    /// All pins at one moment, as masks.
+    struct Snapshot {
+        std::uint32_t inputs;      ///< levels that the inputs have
+        std::uint32_t outputs;     ///< levels that the outputs are set to
+        std::uint32_t directions;  ///< set: switched to output
+    };
+    /// Asks the driver once for the inputs, then once for the rest. Any thread.
+    /// @throws ErrnoException when the device fails
+    Snapshot ReadSnapshot() const;
+
     /// When the change happened whose input callback is running: for that callback, on the poll thread.
     /// @return the kernel's time of the event, in nanoseconds of the monotonic clock; from a driver that only
     ///         knows the wall clock, the time at which the event was read; for a change whose event was lost,
