@@ -4,52 +4,67 @@
 #include <stdexcept>
 #include <utility>
 
-#include "lib/hardware/external_control_hid_finder.h"
+#include "lib/hardware/external_control_input_driver.h"
 #include "lib/platform/string_operations.h"
 
-namespace {
-
+using ExternalControl::Port;
 using ExternalControl::Impl::AvailablePorts;
-using ExternalControl::Impl::Finder;
+using ExternalControl::Impl::PortOnHid;
+using ExternalControl::Impl::PortOnLinuxInputDriver;
 
-const KnownPort* Find(const std::vector<KnownPort>& ports, const std::string& name) {
-    const auto found = std::find_if(ports.begin(), ports.end(), [&](const KnownPort& port) {
+bool KnownPort::HasInputs() const {
+    return !descriptor || (descriptor->capabilities & ExternalControl::Impl::CAPABILITY_INPUT) != 0;
+}
+
+KnownPorts::KnownPorts() : m_ports{{"vantora", "/dev/input/vantora-gpio", "", nullptr}} {}
+
+void KnownPorts::FindBoards() {
+    m_finder.Scan();
+    NameBoards();
+}
+
+void KnownPorts::FindBoardsAndModels() {
+    m_finder.Scan();
+    m_finder.FindModels();
+    NameBoards();
+}
+
+void KnownPorts::NameBoards() {
+    const AvailablePorts available(m_finder.GetDescriptors());
+    for (const auto& [name, descriptor] : available.GetPorts()) {
+        m_ports.push_back({name, descriptor->nodeName, descriptor->location, descriptor,
+                           m_finder.GetDevice(descriptor->hid_device)});
+    }
+    m_hasBoards = true;
+}
+
+const KnownPort* KnownPorts::FindKnown(const std::string& name) const {
+    const auto found = std::find_if(m_ports.begin(), m_ports.end(), [&](const KnownPort& port) {
         return strata::EqualIgnoringAsciiCase(port.name, name);
     });
-    return found == ports.end() ? nullptr : &*found;
+    return found == m_ports.end() ? nullptr : &*found;
 }
 
-}  // namespace
-
-const std::vector<KnownPort>& GetPlayerPorts() {
-    static const std::vector<KnownPort> ports = {
-        {"vantora", "/dev/input/vantora-gpio", "", 1, true},
-        // Made of other ports.
-        {"VX1000-compatible", "", "", 1, true},
-    };
-    return ports;
+KnownPort KnownPorts::Find(const std::string& name) {
+    const KnownPort* port = FindKnown(name);
+    if (port == nullptr && !m_hasBoards) {
+        FindBoards();
+        port = FindKnown(name);
+    }
+    if (port == nullptr) {
+        throw std::runtime_error("no such port");
+    }
+    return *port;
 }
 
-std::vector<KnownPort> FindBoardPorts() {
-    Finder finder;
-    finder.Scan();
-    const AvailablePorts available(finder.GetDescriptors());
-    std::vector<KnownPort> ports;
-    for (const auto& [name, descriptor] : available.GetPorts()) {
-        const bool hasInputs = (descriptor->capabilities & ExternalControl::Impl::CAPABILITY_INPUT) != 0;
-        ports.push_back(
-            {name, descriptor->nodeName, descriptor->location, descriptor->bitsPerField, hasInputs});
+std::shared_ptr<Port> Open(const KnownPort& knownPort, ExternalControl::InputCallback inputCallback,
+                           ExternalControl::LostCallback lostCallback) {
+    if (!knownPort.descriptor) {
+        return PortOnLinuxInputDriver::Open(std::move(inputCallback));
     }
-    return ports;
+    return PortOnHid::Open(*knownPort.descriptor, std::move(inputCallback), std::move(lostCallback));
 }
 
-KnownPort FindPort(const std::string& name) {
-    if (const KnownPort* port = Find(GetPlayerPorts(), name)) {
-        return *port;
-    }
-    const std::vector<KnownPort> boardPorts = FindBoardPorts();
-    if (const KnownPort* port = Find(boardPorts, name)) {
-        return *port;
-    }
-    throw std::runtime_error("no such port");
+std::shared_ptr<Port> Open(const KnownPort& knownPort) {
+    return Open(knownPort, [](unsigned, unsigned, unsigned) {}, {});
 }

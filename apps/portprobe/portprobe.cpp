@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "apps/portprobe/commands.h"
-#include "apps/portprobe/known_ports.h"
+#include "apps/portprobe/drive_commands.h"
+#include "apps/portprobe/read_commands.h"
 #include "apps/portprobe/request.h"
 #include "apps/portprobe/stop_signals.h"
 #include "apps/portprobe/watch.h"
@@ -56,16 +56,16 @@ int Run(const Request& request) {
         case Command::LIST:
             return List() ? STATUS_DONE : STATUS_TROUBLE;
         case Command::WATCH:
-            Watch(FindPort(request.names[0]), *stopSignals);
+            Watch(request, *stopSignals);
             break;
         case Command::GET:
-            Get(FindPort(request.names[0]));
+            Get(request);
             break;
         case Command::SET:
-            Set(FindPort(request.names[0]), request);
+            Set(request);
             break;
         case Command::PULSE:
-            Pulse(FindPort(request.names[0]), request, *stopSignals);
+            Pulse(request, *stopSignals);
             break;
     }
     return STATUS_DONE;

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "apps/portprobe/change_queue.h"
+#include "apps/portprobe/known_ports.h"
 #include "lib/hardware/external_control.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
@@ -53,10 +54,10 @@ InputCallback MakeLevelCallback(ChangeQueue& queue) {
 std::shared_ptr<Port> OpenWatched(const KnownPort& knownPort, ChangeQueue& queue) {
     const auto lostCallback = [&queue] { queue.SetDeviceLost(); };
     if (!knownPort.HasValues()) {
-        return ExternalControl::OpenPort(knownPort.name, MakeLevelCallback(queue), lostCallback);
+        return Open(knownPort, MakeLevelCallback(queue), lostCallback);
     }
     const auto ignore = [](unsigned, unsigned, unsigned) {};
-    std::shared_ptr<Port> port = ExternalControl::OpenPort(knownPort.name, ignore, lostCallback);
+    std::shared_ptr<Port> port = Open(knownPort, ignore, lostCallback);
     port->SetValueCallback(MakeValueCallback(queue));
     return port;
 }
@@ -118,8 +119,9 @@ private:
 
 }  // namespace
 
-void Watch(const KnownPort& knownPort, const StopSignals& stopSignals) {
-    if (!knownPort.hasInputs) {
+void Watch(const Request& request, const StopSignals& stopSignals) {
+    const KnownPort knownPort = KnownPorts().Find(request.names[0]);
+    if (!knownPort.HasInputs()) {
         throw std::runtime_error("has no inputs to watch");
     }
     ChangeQueue queue;
