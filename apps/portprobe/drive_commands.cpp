@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "apps/portprobe/known_ports.h"
+#include "apps/portprobe/pins.h"
 #include "lib/hardware/external_control.h"
 #include "lib/platform/string_operations.h"
 
@@ -22,12 +23,9 @@ void CheckValue(const KnownPort& knownPort, unsigned value) {
 }
 
 void CheckPins(const KnownPort& knownPort, Port& port, const Request& request) {
-    const unsigned count = port.GetPinCount();
+    const Pins pins = ReadPins(knownPort, port);
     for (const PinValue& value : request.values) {
-        if (value.pin >= count) {
-            throw UsageError(strprintf("PIN %u: %s has %u pins, numbered from 0", value.pin,
-                                       knownPort.name.c_str(), count));
-        }
+        GetPin(knownPort, pins, value.pin);
     }
 }
 

@@ -55,6 +55,8 @@ int Run(const Request& request) {
             break;
         case Command::LIST:
             return List() ? STATUS_DONE : STATUS_TROUBLE;
+        case Command::INFO:
+            return Info() ? STATUS_DONE : STATUS_TROUBLE;
         case Command::WATCH:
             Watch(request, *stopSignals);
             break;

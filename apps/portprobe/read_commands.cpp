@@ -7,23 +7,19 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
-#include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
 #include "apps/portprobe/known_ports.h"
+#include "apps/portprobe/pins.h"
 #include "apps/portprobe/standard_output.h"
 #include "lib/hardware/board_identity.h"
-#include "lib/hardware/external_control.h"
 #include "lib/hardware/hid_snapshot.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 
 namespace {
-
-using ExternalControl::Port;
-
-constexpr unsigned MASK_PINS = 32;
 
 using Row = std::array<std::string, 6>;
 const Row HEADER = {"NAME", "PINS", "VERSION", "PROPERTIES", "NODE", "LOCATION"};
@@ -100,6 +96,12 @@ void PrintTable(const std::vector<Row>& rows) {
     }
 }
 
+/// The bare value for a script: of a pin that goes both ways, what comes in.
+std::string FormatNumber(const Pin& pin) {
+    const std::optional<std::uint32_t> value = pin.input ? pin.input : pin.output;
+    return value ? std::to_string(*value) : NO_TEXT;
+}
+
 }  // namespace
 
 bool List() {
@@ -113,23 +115,34 @@ bool List() {
     return isDone;
 }
 
+bool Info() {
+    const bool isDone = ForEachPort("info", &KnownPorts::FindBoards, [](const KnownPort& port) {
+        const Pins pins = FetchPins(port);
+        std::printf("%s - %zu %s\n", port.name.c_str(), pins.size(), port.HasValues() ? "values" : "pins");
+        for (unsigned number = 0; number < pins.size(); ++number) {
+            std::printf("    %s\n", FormatPin(port, number, pins[number]).c_str());
+        }
+    });
+    FlushStandardOutput();
+    return isDone;
+}
+
 void Get(const Request& request) {
     KnownPorts ports;
-    const std::shared_ptr<Port> port = Open(ports.Find(request.names[0]));
-    const unsigned count = port->GetPinCount();
+    const KnownPort port = ports.Find(request.names[0]);
+    const Pins pins = FetchPins(port);
+    std::vector<unsigned> numbers = request.pins;
+    if (numbers.empty()) {
+        numbers.resize(pins.size());
+        std::iota(numbers.begin(), numbers.end(), 0U);
+    }
     std::string text;
-    for (unsigned pin = 0; pin < count; ++pin) {
-        text += strprintf("pin %u", pin);
-        // A pin can be both, on some ports with a line of its own for each.
-        if (port->IsInput(pin)) {
-            text += strprintf(" input level %u", port->GetInput(pin) ? 1U : 0U);
-        }
-        if (port->IsOutput(pin)) {
-            // Not every port can tell a single output.
-            text += pin < MASK_PINS ? strprintf(" output level %u", port->ReadAllOutputs() >> pin & 1)
-                                    : " output level unknown";
-        }
-        text += '\n';
+    for (const unsigned number : numbers) {
+        const Pin& pin = request.pins.empty() ? pins[number] : GetPin(port, pins, number);
+        text += request.isNumeric ? FormatNumber(pin) + ' ' : FormatPin(port, number, pin) + '\n';
+    }
+    if (request.isNumeric && !text.empty()) {
+        text.back() = '\n';
     }
     std::fputs(text.c_str(), stdout);
     FlushStandardOutput();

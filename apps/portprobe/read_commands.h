@@ -10,7 +10,11 @@
 /// @throws ErrnoException when standard output fails
 bool List();
 
-/// Prints direction and level of each pin of a port.
+/// Prints all pins of all ports that there are; ports that fail as for List.
+bool Info();
+
+/// Prints pins of one port: their directions and levels, or their bare values.
+/// @throws UsageError when the port does not have a pin that is asked for
 /// @throws std::runtime_error "no such port"
 /// @throws ErrnoException when the device or standard output fails
 void Get(const Request& request);

@@ -53,6 +53,17 @@ bool ParseName(const Words& words, Request& request) {
     return words.size() == 1;
 }
 
+bool ParseNameAndPins(const Words& words, Request& request) {
+    if (words.empty()) {
+        return false;
+    }
+    request.names = {words[0]};
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        request.pins.push_back(ParseNumber("PIN", words[i]));
+    }
+    return true;
+}
+
 struct Assignment {
     std::string pin;
     std::string value;
@@ -101,7 +112,8 @@ struct CommandSyntax {
 
 constexpr CommandSyntax COMMANDS[] = {
     {"list", Command::LIST, ParseNothing, "list", "every port that can be opened"},
-    {"get", Command::GET, ParseName, "get NAME", "the port's pins, with direction and level"},
+    {"info", Command::INFO, ParseNothing, "info", "every pin of every port"},
+    {"get", Command::GET, ParseNameAndPins, "get NAME [PIN...]", "the port's pins, with direction and level"},
     {"watch", Command::WATCH, ParseName, "watch NAME", "print what the port receives"},
     {"set", Command::SET, ParseNameAndValues, "set NAME PIN=VALUE...",
      "set outputs; a pin that can be one becomes one"},
@@ -133,6 +145,9 @@ struct OptionSyntax {
 };
 
 constexpr OptionSyntax OPTIONS[] = {
+    {"numeric", 0, Command::GET, no_argument,
+     [](const std::string&, Request& request) { request.isNumeric = true; }, "--numeric",
+     "only levels or values, on one line"},
     {"period", 0, Command::PULSE, required_argument,
      [](const std::string& argument, Request& request) {
          request.periodMicroseconds = ParseNumber("--period", argument, PERIOD_MIN);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-enum class Command { HELP, VERSION, LIST, WATCH, GET, SET, PULSE };
+enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, PULSE };
 
 /// A pin, and the value that it is to have.
 struct PinValue {
@@ -19,7 +19,9 @@ struct Request {
     Command command = Command::LIST;
     std::string word;                ///< the command as it stands on the command line
     std::vector<std::string> names;  ///< of ports
+    std::vector<unsigned> pins;
     std::vector<PinValue> values;
+    bool isNumeric = false;
     unsigned periodMicroseconds = 1000;
     unsigned steps = 10;
 

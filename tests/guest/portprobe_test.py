@@ -6,6 +6,7 @@ import signal
 import unittest
 
 from guest import RUN_TIMEOUT, SANITIZER_OPTIONS, GuestTestCase
+from player import Device
 
 LIST = """\
 NAME                           PINS  VERSION  PROPERTIES                                      NODE                     LOCATION
@@ -49,6 +50,17 @@ class Portprobe(GuestTestCase):
         line = re.compile(rf"^(\d+\.\d{{9}}) {text}$".encode(), re.MULTILINE)
         self.assertTrue(self.player.wait_for(lambda: line.search(command.stdout), RUN_TIMEOUT), command.stdout)
         return float(line.search(command.stdout)[1])
+
+    def replace_lines(self, *options):
+        """Gives the player lines with these options until the end of the test."""
+        def start(*options):
+            self.player.gpio.send("quit")
+            self.player.shell("while [ -e /dev/input/vantora-gpio ]; do sleep 0.1; done")
+            self.player.gpio = Device(self.player, ["gpio-lines", *options])
+            self.player.gpio.wait_for_record("ready")
+
+        start(*options)
+        self.addCleanup(start)
 
     def answer(self, device, question, kind):
         """The words of the record of this kind with which a device answers; the first is its time."""
@@ -102,6 +114,8 @@ class Portprobe(GuestTestCase):
                 ("set vantora 9", "set: use 'portprobe set NAME PIN=VALUE...'"),
                 ("set vantora 9=-1", "VALUE -1: not a number from 0 to 4294967295"),
                 ("set vantora 9=1 8=2", "VALUE 2: vantora takes 0 to 1"),
+                ("get vantora 12 13", "PIN 13: vantora has 13 pins, numbered from 0"),
+                ("list --numeric", "--numeric: not for 'list'"),
                 ("set vantora 9=1 13=1", "PIN 13: vantora has 13 pins, numbered from 0"),
                 ("set vantora 9 1 --steps=5", "--steps: not for 'set'"),
                 ("set vantora 9 -1", "-1: unknown option"),
@@ -114,17 +128,54 @@ class Portprobe(GuestTestCase):
             status, text, why = self.probe(arguments)
             self.assertEqual((status, text.split("\n")[0], why), (0, first, ""))
 
+    def test_get_and_info_show_what_the_boards_have_now_and_send_nothing(self):
+        gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
+        earlier = [len(board.records) for board in self.player.boards]
+        # Nobody has the boards open when this happens: the kernel does not hear of it.
+        for device, line in ((gpio, "level 12 1"), (touch_board, "touch 5"), (expander, "level 3 1"),
+                             (expander, "dip 6 1"), (lights, "value 5 500")):
+            device.send(line)
+        for arguments, text in (
+                ("vantora 0 12", "pin 0 input level 0 output level 0 fixed\npin 12 input level 1 switchable\n"),
+                ("--numeric vantora 12 8 12", "1 0 1\n"),
+                ("TouchBoard-0-GPIO 4", "pin 4 input level 1 fixed\n"),
+                ("Expander-0-GPIO 3", "pin 3 input level 1 switchable\n"),
+                ("Expander-0-DIP --numeric", "0 0 0 0 0 0 1 0\n"),
+                ("LightController-0-DIAGNOSTICS 5", "value 5 input 0x000001F4 fixed\n"),
+                ("LightController-0-DIAGNOSTICS 4 5 --numeric", "0 500\n"),
+                ("LightController-0-CONTROL 7", "value 7 output 0x00000000 fixed\n")):
+            self.assertEqual(self.probe("get " + arguments), (0, text, ""))
+        status, text, why = self.probe("info")
+        self.assertEqual((status, why), (0, ""))
+        self.assertEqual(re.findall(r"^(\S+) - (\d+) (?:pin|value)s$", text, re.MULTILINE),
+                         [tuple(row.split()[:2]) for row in LIST.splitlines()[1:]])
+        self.assertIn("\nExpander-0-DIP - 8 pins\n    pin 0 input level 0 fixed\n", text)
+        self.assertEqual([len(board.records) for board in self.player.boards], earlier)
+
+    def test_get_tells_pins_apart(self):
+        self.replace_lines("--offered-inputs", "0x305", "--offered-outputs", "0x306", "--switchable", "0x300")
+        self.assertEqual(self.probe("set vantora 9=1"), (0, "", ""))
+        self.assertEqual(self.probe("get vantora")[1].splitlines()[:10], [
+            "pin 0 input level 0 fixed", "pin 1 output level 0 fixed", "pin 2 input level 0 output level 0 fixed",
+            *(f"pin {pin} absent" for pin in range(3, 8)),
+            "pin 8 input level 0 switchable", "pin 9 output level 1 switchable"])
+        self.assertEqual(self.probe("get vantora --numeric")[1], "0 0 0 - - - - - 0 1 - - -\n")
+        self.assertEqual(self.probe("get vantora 3"),
+                         (2, "", "portprobe: PIN 3: vantora does not have this one\nTry 'portprobe --help'.\n"))
+
     def test_set_and_get(self):
         gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
-        for name, device, pin, value, record in (
-                ("vantora", gpio, 9, "1", "write 17 17 1"),
-                ("Expander-0-GPIO", expander, 7, "1", "outputs 0x00000080 directions 0x00000080"),
-                ("LightController-0-CONTROL", lights, 1, "0xDEADBEEF", "control 0x00000000,0xDEADBEEF"),
-                ("TouchBoard-0-LED", touch_board, 2, "21", "led 3 0x00000015")):
+        for name, device, pin, value, record, after in (
+                ("vantora", gpio, 9, "1", "write 17 17 1", "pin 9 output level 1 switchable\n"),
+                ("Expander-0-GPIO", expander, 7, "1", "outputs 0x00000080 directions 0x00000080",
+                 "pin 7 output level 1 switchable\n"),
+                ("LightController-0-CONTROL", lights, 1, "0xDEADBEEF", "control 0x00000000,0xDEADBEEF",
+                 "value 1 output 0xDEADBEEF fixed\n"),
+                ("TouchBoard-0-LED", touch_board, 2, "21", "led 3 0x00000015", "value 2 output 0x00000015 fixed\n")):
             earlier = len(device.records)
             self.assertEqual(self.probe(f"set {name} {pin}={value}"), (0, "", ""))
             device.wait_for_record(record, start=earlier)
-            self.assertIn(f"pin {pin} output level 1\n", self.probe(f"get {name}")[1])
+            self.assertEqual(self.probe(f"get {name} {pin}")[1], after)
 
     def test_watch(self):
         gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
