@@ -9,8 +9,18 @@
 #include "apps/portprobe/request.h"
 #include "apps/portprobe/stop_signals.h"
 
-/// Sets outputs, after having made each one if it is none.
+/// Sets outputs. Pins that are none yet become outputs once they have the level: no other shows on the line.
 void Set(const Request& request);
+
+/// Makes pins inputs.
+void MakeInputs(const Request& request);
+
+/// Switches pins of the player's own lines to other functions of the processor.
+/// @throws std::runtime_error also when one cannot be switched; those before it have been
+void SwitchFunctions(const Request& request);
+
+/// Sets the driver's parameter of pins of the player's own lines.
+void SetParameters(const Request& request);
 
 /// Pulses outputs, after having made each one if it is none, until a signal comes, and leaves them low. A
 /// pulse that ends by itself, because the device fails, is noticed only when the line cannot be set low in

@@ -98,13 +98,17 @@ std::string FormatPin(const KnownPort& knownPort, unsigned number, const Pin& pi
     return text;
 }
 
-const Pin& GetPin(const KnownPort& knownPort, const Pins& pins, unsigned number) {
-    const char* const name = knownPort.name.c_str();
+void CheckNumber(const KnownPort& knownPort, const Pins& pins, unsigned number) {
     if (number >= pins.size()) {
-        throw UsageError(strprintf("PIN %u: %s has %zu pins, numbered from 0", number, name, pins.size()));
+        throw UsageError(strprintf("PIN %u: %s has %zu pins, numbered from 0", number, knownPort.name.c_str(),
+                                   pins.size()));
     }
+}
+
+const Pin& GetPin(const KnownPort& knownPort, const Pins& pins, unsigned number) {
+    CheckNumber(knownPort, pins, number);
     if (pins[number].kind == PinKind::ABSENT) {
-        throw UsageError(strprintf("PIN %u: %s does not have this one", number, name));
+        throw UsageError(strprintf("PIN %u: %s does not have this one", number, knownPort.name.c_str()));
     }
     return pins[number];
 }

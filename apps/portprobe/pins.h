@@ -40,5 +40,8 @@ Pins ReadPins(const KnownPort& knownPort, ExternalControl::Port& port);
 /// Describes a pin, as "pin 8 output level 1 switchable" or "value 3 input 0x0000012C fixed".
 std::string FormatPin(const KnownPort& knownPort, unsigned number, const Pin& pin);
 
-/// @throws UsageError when the port has no such pin
+/// @throws UsageError when the port does not count so many pins
+void CheckNumber(const KnownPort& knownPort, const Pins& pins, unsigned number);
+
+/// @throws UsageError when the port has no such pin, or it is absent
 const Pin& GetPin(const KnownPort& knownPort, const Pins& pins, unsigned number);

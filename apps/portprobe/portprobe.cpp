@@ -66,6 +66,15 @@ int Run(const Request& request) {
         case Command::SET:
             Set(request);
             break;
+        case Command::INPUT:
+            MakeInputs(request);
+            break;
+        case Command::FUNCTION:
+            SwitchFunctions(request);
+            break;
+        case Command::PARAMETER:
+            SetParameters(request);
+            break;
         case Command::PULSE:
             Pulse(request, *stopSignals);
             break;

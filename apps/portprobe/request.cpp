@@ -64,42 +64,48 @@ bool ParseNameAndPins(const Words& words, Request& request) {
     return true;
 }
 
+bool ParseNameAndSomePins(const Words& words, Request& request) {
+    return ParseNameAndPins(words, request) && !request.pins.empty();
+}
+
 struct Assignment {
     std::string pin;
     std::string value;
 };
+using Assignments = std::vector<Assignment>;
 
-/// @param words  PIN=VALUE each, or one PIN and one VALUE
+/// @param words  NAME, and PIN=VALUE each, or one PIN and one VALUE
 /// @return nothing when they are something else
-std::optional<std::vector<Assignment>> ParseAssignments(const Words& words) {
-    std::vector<Assignment> assignments;
-    for (const std::string& word : words) {
-        if (const std::size_t equals = word.find('='); equals != std::string::npos) {
-            assignments.push_back({word.substr(0, equals), word.substr(equals + 1)});
+std::optional<Assignments> ParseNameAndAssignments(const Words& words, Request& request) {
+    Assignments assignments;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        if (const std::size_t equals = words[i].find('='); equals != std::string::npos) {
+            assignments.push_back({words[i].substr(0, equals), words[i].substr(equals + 1)});
         }
     }
-    if (words.size() == 2 && assignments.empty()) {
-        return {{{words[0], words[1]}}};
-    }
-    if (words.empty() || assignments.size() != words.size()) {
+    if (words.size() == 3 && assignments.empty()) {
+        assignments.push_back({words[1], words[2]});
+    } else if (words.size() < 2 || assignments.size() != words.size() - 1) {
         return std::nullopt;
     }
+    request.names = {words[0]};
     return assignments;
 }
 
 bool ParseNameAndValues(const Words& words, Request& request) {
-    if (words.empty()) {
-        return false;
-    }
-    request.names = {words[0]};
-    const auto assignments = ParseAssignments(Words(words.begin() + 1, words.end()));
-    if (!assignments) {
-        return false;
-    }
-    for (const auto& [pin, value] : *assignments) {
+    const auto assignments = ParseNameAndAssignments(words, request);
+    for (const auto& [pin, value] : assignments.value_or(Assignments())) {
         request.values.push_back({ParseNumber("PIN", pin), ParseNumber("VALUE", value)});
     }
-    return true;
+    return assignments.has_value();
+}
+
+bool ParseNameAndFunctions(const Words& words, Request& request) {
+    const auto assignments = ParseNameAndAssignments(words, request);
+    for (const auto& [pin, function] : assignments.value_or(Assignments())) {
+        request.functions.push_back({ParseNumber("PIN", pin), function});
+    }
+    return assignments.has_value();
 }
 
 struct CommandSyntax {
@@ -117,6 +123,11 @@ constexpr CommandSyntax COMMANDS[] = {
     {"watch", Command::WATCH, ParseName, "watch NAME", "print what the port receives"},
     {"set", Command::SET, ParseNameAndValues, "set NAME PIN=VALUE...",
      "set outputs; a pin that can be one becomes one"},
+    {"input", Command::INPUT, ParseNameAndSomePins, "input NAME PIN...", "make pins inputs again"},
+    {"function", Command::FUNCTION, ParseNameAndFunctions, "function NAME PIN=FUNCTION...",
+     "switch the player's pins to other functions"},
+    {"parameter", Command::PARAMETER, ParseNameAndValues, "parameter NAME PIN=VALUE...",
+     "set the driver's parameter of the player's pins"},
     {"pulse", Command::PULSE, ParseNameAndValues, "pulse NAME PIN=VALUE...",
      "let outputs be high for VALUE of every N steps"},
 };

@@ -6,12 +6,18 @@
 #include <string>
 #include <vector>
 
-enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, PULSE };
+enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, INPUT, FUNCTION, PARAMETER, PULSE };
 
 /// A pin, and the value that it is to have.
 struct PinValue {
     unsigned pin = 0;
     unsigned value = 0;
+};
+
+/// A pin, and the function that it is to be switched to.
+struct PinFunction {
+    unsigned pin = 0;
+    std::string function;
 };
 
 /// What the user wants. What a command does not take is empty, or as it is here.
@@ -21,6 +27,7 @@ struct Request {
     std::vector<std::string> names;  ///< of ports
     std::vector<unsigned> pins;
     std::vector<PinValue> values;
+    std::vector<PinFunction> functions;
     bool isNumeric = false;
     unsigned periodMicroseconds = 1000;
     unsigned steps = 10;

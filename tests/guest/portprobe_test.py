@@ -25,6 +25,8 @@ TouchBoard-0-LED-SETUP         3     0100     hardware=KP480;header=no;revision=
 class Portprobe(GuestTestCase):
     BOARDS = ("KP480", "expander", "light-controller")
     GPIO = True
+    DEVICE_TREE = {"/vantora,player/pin-multiplexer": {"device": "/dev/vantora-pinmux"},
+                   "/vantora,player/pin-multiplexer/pin@9": {"functions": ["gpio", "pwm"], "selectors": [1, 3]}}
 
     def start_command(self, *words):
         command = self.player.start(words, environment=SANITIZER_OPTIONS)
@@ -100,6 +102,11 @@ class Portprobe(GuestTestCase):
         for arguments, why in (
                 ("get Nonsense-0-GPIO", "Nonsense-0-GPIO: no such port"),
                 ("set TouchBoard-0-GPIO 2=1", "TouchBoard-0-GPIO: Pin cannot be configured as output"),
+                ("input LightController-0-CONTROL 1",
+                 "LightController-0-CONTROL: Pin cannot be configured as input"),
+                ("parameter vantora 9=1 0=1", "vantora: Pin not available"),
+                ("parameter Expander-0-GPIO 1=1", "Expander-0-GPIO: the pins of this port have no parameter"),
+                ("function vantora 9=none", "vantora: pin 9 cannot be switched to 'none'"),
                 ("watch TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
                 ("pulse Expander-0-GPIO 2=1", "Expander-0-GPIO: this port cannot pulse")):
             self.assertEqual(self.probe(arguments), (1, "", f"portprobe: {why}\n"))
@@ -116,6 +123,8 @@ class Portprobe(GuestTestCase):
                 ("set vantora 9=1 8=2", "VALUE 2: vantora takes 0 to 1"),
                 ("get vantora 12 13", "PIN 13: vantora has 13 pins, numbered from 0"),
                 ("list --numeric", "--numeric: not for 'list'"),
+                ("input vantora", "input: use 'portprobe input NAME PIN...'"),
+                ("parameter vantora 9=256", "VALUE 256: vantora takes 0 to 255"),
                 ("set vantora 9=1 13=1", "PIN 13: vantora has 13 pins, numbered from 0"),
                 ("set vantora 9 1 --steps=5", "--steps: not for 'set'"),
                 ("set vantora 9 -1", "-1: unknown option"),
@@ -163,19 +172,31 @@ class Portprobe(GuestTestCase):
         self.assertEqual(self.probe("get vantora 3"),
                          (2, "", "portprobe: PIN 3: vantora does not have this one\nTry 'portprobe --help'.\n"))
 
-    def test_set_and_get(self):
+    def test_levels_come_before_directions(self):
         gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
-        for name, device, pin, value, record, after in (
-                ("vantora", gpio, 9, "1", "write 17 17 1", "pin 9 output level 1 switchable\n"),
-                ("Expander-0-GPIO", expander, 7, "1", "outputs 0x00000080 directions 0x00000080",
-                 "pin 7 output level 1 switchable\n"),
-                ("LightController-0-CONTROL", lights, 1, "0xDEADBEEF", "control 0x00000000,0xDEADBEEF",
-                 "value 1 output 0xDEADBEEF fixed\n"),
-                ("TouchBoard-0-LED", touch_board, 2, "21", "led 3 0x00000015", "value 2 output 0x00000015 fixed\n")):
+        for device, arguments, records in (
+                (gpio, "set vantora 10=1 11=1", ["write 17 18 1", "write 17 19 1", "write 17 50 1", "write 17 51 1"]),
+                (gpio, "set VANTORA 10 0", ["write 17 18 0"]),
+                (gpio, "input vantora 11 12 0", ["write 17 51 0"]),
+                (gpio, "input vantora 10", ["write 17 50 0"]),
+                (gpio, "parameter vantora 9=200 8=0xFF", ["write 17 81 200", "write 17 80 255"]),
+                (gpio, "function vantora 9=pwm 9=gpio", ["mux 9 3", "mux 9 1"]),
+                (expander, "set Expander-0-GPIO 7=1 8=1",
+                 ["outputs 0x00000080 directions 0x00000000", "outputs 0x00000180 directions 0x00000000",
+                  "outputs 0x00000180 directions 0x00000080", "outputs 0x00000180 directions 0x00000180"]),
+                (expander, "input Expander-0-GPIO 7 9", ["outputs 0x00000180 directions 0x00000100"]),
+                (expander, "input Expander-0-DIP 7", []),
+                (lights, "set LightController-0-CONTROL 1=0xDEADBEEF",
+                 ["control 0x00000000,0xDEADBEEF,0x00000000,0x00000000,0x00000000,0x00000000,0x00000000,0x00000000"]),
+                (touch_board, "set TouchBoard-0-LED 2=21", ["led 3 0x00000015"])):
             earlier = len(device.records)
-            self.assertEqual(self.probe(f"set {name} {pin}={value}"), (0, "", ""))
-            device.wait_for_record(record, start=earlier)
-            self.assertEqual(self.probe(f"get {name} {pin}")[1], after)
+            self.assertEqual(self.probe(arguments), (0, "", ""))
+            # What the device has told when it answers is all.
+            self.answer(device, "state", "state")
+            self.assertEqual([record.split(" ", 1)[1] for record in device.records[earlier:-1]], records, arguments)
+        for arguments, text in (("LightController-0-CONTROL 1", "value 1 output 0xDEADBEEF fixed\n"),
+                                ("Expander-0-GPIO 7 8", "pin 7 input level 0 switchable\npin 8 output level 1 switchable\n")):
+            self.assertEqual(self.probe("get " + arguments)[1], text)
 
     def test_watch(self):
         gpio, (touch_board, expander, lights) = self.player.gpio, self.player.boards
