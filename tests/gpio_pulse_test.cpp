@@ -162,6 +162,8 @@ TEST_F(GpioPulse, LevelsThatNeverChangeNeedNoSteps) {
 }
 
 TEST_F(GpioPulse, AFailureEndsOnlyThePulseOfItsPin) {
+    std::string failed;
+    m_engine.SetFailureCallback([&failed](unsigned pin) { failed += std::to_string(pin); });
     testing::internal::CaptureStderr();
     m_broken[2] = true;
     m_engine.Start(1, 5);
@@ -169,6 +171,10 @@ TEST_F(GpioPulse, AFailureEndsOnlyThePulseOfItsPin) {
     Levels(1, 10);
     m_broken[1] = true;
     WaitForThreads(0);
+    {
+        const std::lock_guard lock(m_outputMutex);
+        EXPECT_EQ(failed, "21");
+    }
     EXPECT_TRUE(
         testing::internal::GetCapturedStderr().starts_with("GPIOPulse: the pulse of pin 2 ends: broken\n"));
     m_broken[2] = false;

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/gpio_pulse.h"
@@ -58,6 +59,13 @@ public:
     /// Sets the driver's own 8-bit parameter of a pin, whose meaning is the driver's.
     /// @throws PinNotAvailableException unless the direction can be switched; nothing is written then
     void SetPinParameter(unsigned pin, std::uint8_t value);
+
+    /// Replaces the callback for pulses that a failure of the device ended. Any thread, but not that
+    /// callback.
+    /// @param callback  runs on the pulses' thread, for each pin; commands nothing. May be empty.
+    void SetPulseFailureCallback(std::function<void(unsigned pin)> callback) {
+        m_pulses.SetFailureCallback(std::move(callback));
+    }
 
     // What the driver offers, as masks of pins. It never changes. A switchable pin is offered both ways; any
     // other is an input for good, an output for good, both at once, or not there.

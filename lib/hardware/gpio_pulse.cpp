@@ -46,6 +46,11 @@ PulseEngine::~PulseEngine() {
     EndAllPulses();
 }
 
+void PulseEngine::SetFailureCallback(FailureCallback callback) {
+    const std::lock_guard lock(m_outputMutex);
+    m_failureCallback = std::move(callback);
+}
+
 void PulseEngine::Configure(const PulseSettings& settings) {
     const std::lock_guard operation(m_operation);
     // Only operations change the settings: to read them here takes no output mutex.
@@ -185,6 +190,9 @@ void PulseEngine::WriteLevels() {
             PLATFORM_MESSAGE("GPIOPulse: the pulse of pin %u ends: %s\n", pin, e.what());
             if (pulse.level == true) {
                 m_ended |= PinBit(pin);
+            }
+            if (m_failureCallback) {
+                m_failureCallback(pin);
             }
             entry = m_pulses.erase(entry);
         }

@@ -42,6 +42,9 @@ public:
     /// an operation; calls no operation itself.
     using LevelWriter = std::function<void(unsigned pin, bool level)>;
 
+    /// Told that a level which cannot be set has ended the pulse of a pin. Called as the LevelWriter is.
+    using FailureCallback = std::function<void(unsigned pin)>;
+
     /// @param outputMutex  serialises all changes of the outputs; outlives the engine. Fair: where writing a
     ///                     level takes longer than a period, others get it only between two steps.
     PulseEngine(strata::FairRecursiveMutex& outputMutex, LevelWriter writeLevel);
@@ -52,6 +55,9 @@ public:
 
     PulseEngine(const PulseEngine&) = delete;
     PulseEngine& operator=(const PulseEngine&) = delete;
+
+    /// Replaces the callback for failures. May be empty.
+    void SetFailureCallback(FailureCallback callback);
 
     /// Changes the settings. A new period is that of the steps from the next one on. A new number of steps
     /// ends all pulses as the end of the engine does.
@@ -86,7 +92,8 @@ private:
     strata::FairRecursiveMutex& m_outputMutex;
     const LevelWriter m_writeLevel;
     strata::condition_variable m_wake;
-    // These four change under the output mutex.
+    // These five change under the output mutex.
+    FailureCallback m_failureCallback;
     PulseSettings m_settings;
     unsigned m_step = 0;                 ///< of the cycle, that pins are at
     std::map<unsigned, Pulse> m_pulses;  ///< by pin; once there is none left the thread returns
