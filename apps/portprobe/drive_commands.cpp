@@ -1,5 +1,9 @@
 #include "apps/portprobe/drive_commands.h"
 
+#include <signal.h>
+#include <sys/eventfd.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -11,7 +15,9 @@
 #include "apps/portprobe/pins.h"
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/external_control_input_driver.h"
+#include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
+#include "lib/platform/unique_fd.h"
 
 namespace {
 
@@ -83,6 +89,54 @@ void Drive(const OpenedPort& port, const std::vector<PinValue>& outputs) {
     }
 }
 
+/// Whether a pulse was ended by a failure, as something to wait for.
+class PulseFailure {
+public:
+    PulseFailure() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        if (!m_event.IsOpen()) {
+            throw ErrnoException(errno, "eventfd");
+        }
+    }
+
+    /// Any thread.
+    void Happen() const {
+        // Fails only when the count is full, and then it is readable already.
+        static_cast<void>(eventfd_write(m_event.Get(), 1));
+    }
+
+    /// @return a descriptor that is readable once it has happened, until HasHappened
+    int GetFd() const { return m_event.Get(); }
+
+    bool HasHappened() const {
+        eventfd_t count;
+        return eventfd_read(m_event.Get(), &count) == 0;
+    }
+
+private:
+    const strata::UniqueFd m_event;
+};
+
+/// @param failure  outlives the port
+void StartPulses(const OpenedPort& port, const Request& request, const PulseFailure& failure) {
+    std::vector<PinValue> newOutputs;
+    for (const PinValue& pulse : request.values) {
+        if (!port.GetPin(pulse.pin).output) {
+            newOutputs.push_back({pulse.pin, 0});
+        }
+    }
+    if (!port->ConfigurePulse(request.periodMicroseconds, request.steps)) {
+        throw std::runtime_error("this port cannot pulse");
+    }
+    CheckOutputs(port, newOutputs);
+    port.GetLines()->SetPulseFailureCallback([&failure](unsigned) { failure.Happen(); });
+    Drive(port, newOutputs);
+    for (const PinValue& pulse : request.values) {
+        if (!port->StartPulse(pulse.pin, pulse.value)) {
+            throw std::runtime_error(strprintf("pin %u cannot pulse", pulse.pin));
+        }
+    }
+}
+
 }  // namespace
 
 void Set(const Request& request) {
@@ -138,25 +192,18 @@ void SetParameters(const Request& request) {
 }
 
 void Pulse(const Request& request, const StopSignals& stopSignals) {
-    const OpenedPort port(request.names[0]);
-    std::vector<PinValue> newOutputs;
-    for (const PinValue& pulse : request.values) {
-        if (!port.GetPin(pulse.pin).output) {
-            newOutputs.push_back({pulse.pin, 0});
-        }
+    // A message that nobody reads must not end the process while a line is high.
+    if (signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+        throw ErrnoException(errno, "signal");
     }
-    if (!port->ConfigurePulse(request.periodMicroseconds, request.steps)) {
-        throw std::runtime_error("this port cannot pulse");
-    }
-    CheckOutputs(port, newOutputs);
-    Drive(port, newOutputs);
-    for (const PinValue& pulse : request.values) {
-        if (!port->StartPulse(pulse.pin, pulse.value)) {
-            throw std::runtime_error(strprintf("pin %u cannot pulse", pulse.pin));
-        }
-    }
-    stopSignals.Wait();
+    PulseFailure failure;
+    const OpenedPort port = stopSignals.DoInterruptibly([&] { return OpenedPort(request.names[0]); });
+    StartPulses(port, request, failure);
+    stopSignals.WaitForThemOr(failure.GetFd());
     for (const PinValue& pulse : request.values) {
         port->StopPulse(pulse.pin);
+    }
+    if (failure.HasHappened()) {
+        throw std::runtime_error("the pulse has ended");
     }
 }

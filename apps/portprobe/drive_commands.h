@@ -23,6 +23,6 @@ void SwitchFunctions(const Request& request);
 void SetParameters(const Request& request);
 
 /// Pulses outputs, after having made each one if it is none, until a signal comes, and leaves them low. A
-/// pulse that ends by itself, because the device fails, is noticed only when the line cannot be set low in
-/// the end.
+/// signal that comes before they pulse ends the process.
+/// @throws std::runtime_error also when the device fails and so ends a pulse
 void Pulse(const Request& request, const StopSignals& stopSignals);

@@ -258,15 +258,25 @@ class Portprobe(GuestTestCase):
         self.assertRegex(command.stderr.decode(), f"portprobe: {name}: standard output took no more: "
                                                   r"[1-9]\d* changes not printed\n$")
 
-    def test_pulse_leaves_the_line_low(self):
+    def test_pulses_end_with_a_signal_or_the_device_and_leave_the_line_low(self):
         gpio = self.player.gpio
+        # Always high: only the end sets it low.
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            earlier = len(gpio.records)
+            command = self.start("pulse", "vantora", "10=10", "--period=5000")
+            earlier = gpio.wait_for_record("write 17 18 1", start=earlier)
+            command.kill(number)
+            self.assertEqual((command.wait(RUN_TIMEOUT), command.stderr), (0, b""))
+            gpio.wait_for_record("write 17 18 0", start=earlier)
+        self.addCleanup(gpio.send, "fail nothing")
         earlier = len(gpio.records)
-        # High in every step of a cycle: only the end sets it low.
-        command = self.start("pulse", "vantora", "10=10", "--period=5000")
-        earlier = gpio.wait_for_record("write 17 18 1", start=earlier)
-        command.kill()
-        self.assertEqual((command.wait(RUN_TIMEOUT), command.stderr), (0, b""))
-        gpio.wait_for_record("write 17 18 0", start=earlier)
+        command = self.start("pulse", "vantora", "10=5")
+        gpio.wait_for_record("write 17 18 1", start=earlier)
+        gpio.send("fail write")
+        self.assertEqual(command.wait(RUN_TIMEOUT), 1)
+        # This one is not even high, so nothing fails in the end.
+        self.assertEqual(self.probe("pulse vantora 10=0"), (
+            1, "", "GPIOPulse: the pulse of pin 10 ends: Input/output error (5)\nportprobe: vantora: the pulse has ended\n"))
 
 
 if __name__ == "__main__":
