@@ -10,6 +10,7 @@
 #include "apps/portprobe/read_commands.h"
 #include "apps/portprobe/request.h"
 #include "apps/portprobe/stop_signals.h"
+#include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/platform/kestrel_object_globals.h"
@@ -88,11 +89,14 @@ int main(int argc, char** argv) {
     std::string subject = "command line";
     try {
         const Request request = ParseCommandLine(argc, argv);
-        subject = request.names.empty() ? request.word : request.names[0];
+        subject = request.GetSubject();
         return Run(request);
     } catch (const UsageError& failure) {
         std::fprintf(stderr, "portprobe: %s\nTry 'portprobe --help'.\n", failure.what());
         return STATUS_USAGE;
+    } catch (const Trouble& trouble) {
+        std::fprintf(stderr, "portprobe: %s\n", trouble.what());
+        return STATUS_TROUBLE;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "portprobe: %s: %s\n", subject.c_str(), failure.what());
         return STATUS_TROUBLE;

@@ -32,6 +32,9 @@ struct Request {
     unsigned periodMicroseconds = 1000;
     unsigned steps = 10;
 
+    /// What a message is about that no port is known for.
+    const std::string& GetSubject() const { return names.size() == 1 ? names[0] : word; }
+
     /// Whether the command goes on until a signal ends it.
     bool RunsUntilStopped() const { return command == Command::WATCH || command == Command::PULSE; }
 };
