@@ -13,20 +13,22 @@ ChangeQueue::ChangeQueue() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     }
 }
 
-void ChangeQueue::Push(unsigned pin, unsigned value) {
-    const strata::monotonic_time now = strata::get_monotonic_time();
+void ChangeQueue::Push(const Change& change) {
     const std::lock_guard lock(m_mutex);
     if (m_content.changes.size() < CAPACITY) {
-        m_content.changes.push_back({now, pin, value});
-    } else if (m_content.missed++ == 0) {
-        m_content.missedSince = now;
+        m_content.changes.push_back(change);
+    } else {
+        Missed& missed = m_content.missed[change.port];
+        if (missed.count++ == 0) {
+            missed.since = change.time;
+        }
     }
     Wake();
 }
 
-void ChangeQueue::SetDeviceLost() {
+void ChangeQueue::SetDeviceLost(unsigned port) {
     const std::lock_guard lock(m_mutex);
-    m_content.isDeviceLost = true;
+    m_content.lostPort = port;
     Wake();
 }
 

@@ -1,18 +1,28 @@
 #pragma once
 
-// The way of a port's changes from the poll thread, which must not wait for a terminal, to the thread that
-// prints them. Its length is limited; what does not fit is counted.
+// The way of the changes from the poll thread, which must not wait for a terminal, to the thread that prints
+// them. Its length is limited; what does not fit is counted.
 
 #include <cstddef>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "lib/platform/monotonic_time.h"
 #include "lib/platform/unique_fd.h"
 
-/// A level or a value that came.
+/// What came from a port.
 struct Change {
+    enum class Kind {
+        INITIAL,  ///< a level or a value as it was when the watch started
+        CHANGED,  ///< a level or a value that came
+        DROPPED,  ///< the kernel dropped changes of the port
+    };
+
     strata::monotonic_time time;
+    unsigned port = 0;  ///< its number among those watched
+    Kind kind = Kind::CHANGED;
     unsigned pin = 0;
     unsigned value = 0;
 };
@@ -21,22 +31,26 @@ class ChangeQueue {
 public:
     static constexpr std::size_t CAPACITY = 4096;
 
+    struct Missed {
+        unsigned long count = 0;
+        strata::monotonic_time since;
+    };
+
     /// What happened since the last Take.
     struct Content {
         std::vector<Change> changes;
-        unsigned long missed = 0;  ///< later changes that did not fit
-        strata::monotonic_time missedSince;
-        bool isDeviceLost = false;
+        std::map<unsigned, Missed> missed;  ///< by port, the later changes that did not fit
+        std::optional<unsigned> lostPort;   ///< whose device is gone for good
     };
 
     /// @throws ErrnoException "eventfd"
     ChangeQueue();
 
-    /// Stamps a change with the time and appends it. Any thread; waits for nothing but a running Take.
-    void Push(unsigned pin, unsigned value);
+    /// Appends a change. Any thread; waits for nothing but a running Take.
+    void Push(const Change& change);
 
-    /// Notes that the device is gone for good. Any thread.
-    void SetDeviceLost();
+    /// Notes that the device of a port is gone for good. Any thread.
+    void SetDeviceLost(unsigned port);
 
     /// Empties the queue. One thread.
     Content Take();
@@ -48,6 +62,6 @@ private:
     void Wake() const;
 
     const strata::UniqueFd m_event;
-    std::mutex m_mutex;  // guards the next
+    std::mutex m_mutex;  // guards the next; nothing else is taken while it is held
     Content m_content;
 };

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iterator>
 #include <limits>
+#include <map>
 #include <optional>
 #include <system_error>
 
@@ -24,6 +25,9 @@ constexpr unsigned NUMBER_MAX = std::numeric_limits<unsigned>::max();
 constexpr unsigned PERIOD_MIN = 100;
 constexpr unsigned STEPS_MIN = 2;
 constexpr unsigned STEPS_MAX = 32;
+
+/// In milliseconds it is still an int, which poll takes.
+constexpr unsigned TIMEOUT_MAX = std::numeric_limits<int>::max() / 1000;
 
 unsigned ParseNumber(const char* what, const std::string& text, unsigned min = 0, unsigned max = NUMBER_MAX) {
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
@@ -48,9 +52,9 @@ bool ParseNothing(const Words& words, Request&) {
     return words.empty();
 }
 
-bool ParseName(const Words& words, Request& request) {
+bool ParseNames(const Words& words, Request& request) {
     request.names = words;
-    return words.size() == 1;
+    return !words.empty();
 }
 
 bool ParseNameAndPins(const Words& words, Request& request) {
@@ -120,7 +124,7 @@ constexpr CommandSyntax COMMANDS[] = {
     {"list", Command::LIST, ParseNothing, "list", "every port that can be opened"},
     {"info", Command::INFO, ParseNothing, "info", "every pin of every port"},
     {"get", Command::GET, ParseNameAndPins, "get NAME [PIN...]", "the port's pins, with direction and level"},
-    {"watch", Command::WATCH, ParseName, "watch NAME", "print what the port receives"},
+    {"watch", Command::WATCH, ParseNames, "watch NAME...", "print what the ports receive"},
     {"set", Command::SET, ParseNameAndValues, "set NAME PIN=VALUE...",
      "set outputs; a pin that can be one becomes one"},
     {"input", Command::INPUT, ParseNameAndSomePins, "input NAME PIN...", "make pins inputs again"},
@@ -143,6 +147,24 @@ const CommandSyntax& FindCommand(const std::string& word) {
 
 // --- Options ---
 
+void ParsePinList(const std::string& argument, Request& request) {
+    for (std::size_t begin = 0; begin <= argument.size();) {
+        const std::size_t end = std::min(argument.find(',', begin), argument.size());
+        request.pins.push_back(ParseNumber("--pins", argument.substr(begin, end - begin)));
+        begin = end + 1;
+    }
+}
+
+void ParseEdges(const std::string& argument, Request& request) {
+    static const std::map<std::string, Edges> NAMES = {
+        {"both", Edges::BOTH}, {"rising", Edges::RISING}, {"falling", Edges::FALLING}};
+    const auto found = NAMES.find(argument);
+    if (found == NAMES.end()) {
+        throw UsageError("--edges " + argument + ": use rising, falling or both");
+    }
+    request.edges = found->second;
+}
+
 constexpr int FIRST_LONG_OPTION = 0x100;  // beyond all characters
 
 struct OptionSyntax {
@@ -159,6 +181,19 @@ constexpr OptionSyntax OPTIONS[] = {
     {"numeric", 0, Command::GET, no_argument,
      [](const std::string&, Request& request) { request.isNumeric = true; }, "--numeric",
      "only levels or values, on one line"},
+    {"pins", 0, Command::WATCH, required_argument, ParsePinList, "--pins=PIN,...", "only these pins"},
+    {"edges", 0, Command::WATCH, required_argument, ParseEdges, "--edges=EDGES",
+     "only rising or falling levels; else both"},
+    {"count", 0, Command::WATCH, required_argument,
+     [](const std::string& argument, Request& request) {
+         request.count = ParseNumber("--count", argument, 1);
+     },
+     "--count=N", "end after so many changes"},
+    {"timeout", 0, Command::WATCH, required_argument,
+     [](const std::string& argument, Request& request) {
+         request.timeoutSeconds = ParseNumber("--timeout", argument, 0, TIMEOUT_MAX);
+     },
+     "--timeout=SECONDS", "end after this time"},
     {"period", 0, Command::PULSE, required_argument,
      [](const std::string& argument, Request& request) {
          request.periodMicroseconds = ParseNumber("--period", argument, PERIOD_MIN);
@@ -237,12 +272,22 @@ std::vector<const OptionSyntax*> ParseOptions(int argc, char* const* argv, Reque
     return options;
 }
 
-void PrintRow(const std::string& usage, const char* help) {
+/// @return the command that an option goes with
+std::string FindPrefix(const OptionSyntax& option) {
+    for (const CommandSyntax& syntax : COMMANDS) {
+        if (syntax.command == option.command) {
+            return std::string(syntax.word) + ": ";
+        }
+    }
+    return {};
+}
+
+void PrintRow(const std::string& usage, const std::string& help) {
     constexpr int HELP_COLUMN = 25;
     if (usage.size() < HELP_COLUMN) {
-        std::printf("    %-*s%s\n", HELP_COLUMN, usage.c_str(), help);
+        std::printf("    %-*s%s\n", HELP_COLUMN, usage.c_str(), help.c_str());
     } else {
-        std::printf("    %s\n    %*s%s\n", usage.c_str(), HELP_COLUMN, "", help);
+        std::printf("    %s\n    %*s%s\n", usage.c_str(), HELP_COLUMN, "", help.c_str());
     }
 }
 
@@ -283,12 +328,12 @@ void PrintHelp() {
     }
     std::puts("");
     for (const OptionSyntax& syntax : OPTIONS) {
-        PrintRow(syntax.usage, syntax.help);
+        PrintRow(syntax.usage, FindPrefix(syntax) + syntax.help);
     }
     std::puts(
         "\nNAME is a port's name, in upper or lower case. Numbers are decimal, or hexadecimal\n"
         "after 0x. The exit status is 1 for trouble with a device, 2 for a command line that\n"
-        "cannot be used.");
+        "cannot be used. SIGINT, SIGTERM or SIGHUP ends watch and pulse.");
     FlushStandardOutput();
 }
 

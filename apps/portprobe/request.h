@@ -2,11 +2,15 @@
 
 // The command line of portprobe, turned into one record.
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, INPUT, FUNCTION, PARAMETER, PULSE };
+
+/// Which changes of levels are wanted.
+enum class Edges { BOTH, RISING, FALLING };
 
 /// A pin, and the value that it is to have.
 struct PinValue {
@@ -29,6 +33,9 @@ struct Request {
     std::vector<PinValue> values;
     std::vector<PinFunction> functions;
     bool isNumeric = false;
+    Edges edges = Edges::BOTH;
+    std::optional<unsigned> count;  ///< of changes
+    std::optional<unsigned> timeoutSeconds;
     unsigned periodMicroseconds = 1000;
     unsigned steps = 10;
 
