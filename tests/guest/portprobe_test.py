@@ -42,10 +42,15 @@ class Portprobe(GuestTestCase):
         command.wait(RUN_TIMEOUT)
         return command.status, command.stdout.decode(), command.stderr.decode()
 
-    def watch(self, name):
-        command = self.start("watch", name)
+    def watch(self, *arguments):
+        command = self.start("watch", *arguments)
         self.assertTrue(self.player.wait_for(lambda: b"watching\n" in command.stderr, RUN_TIMEOUT), command.stderr)
         return command
+
+    def printed(self, command):
+        """The lines of a watch that has ended, without their time stamps."""
+        self.assertEqual(command.wait(RUN_TIMEOUT), 0, command.stderr)
+        return [line.split(" ", 1)[1] for line in command.stdout.decode().splitlines()]
 
     def assertPrints(self, command, text):
         """A watch prints `text`, name first, after a time stamp, which is returned."""
@@ -107,7 +112,8 @@ class Portprobe(GuestTestCase):
                 ("parameter vantora 9=1 0=1", "vantora: Pin not available"),
                 ("parameter Expander-0-GPIO 1=1", "Expander-0-GPIO: the pins of this port have no parameter"),
                 ("function vantora 9=none", "vantora: pin 9 cannot be switched to 'none'"),
-                ("watch TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
+                ("watch vantora Nonsense-0-GPIO", "Nonsense-0-GPIO: no such port"),
+                ("watch vantora TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
                 ("pulse Expander-0-GPIO 2=1", "Expander-0-GPIO: this port cannot pulse")):
             self.assertEqual(self.probe(arguments), (1, "", f"portprobe: {why}\n"))
         for arguments, subject in (("list", "list"), ("get vantora", "vantora"), ("--help", "--help")):
@@ -123,6 +129,10 @@ class Portprobe(GuestTestCase):
                 ("set vantora 9=1 8=2", "VALUE 2: vantora takes 0 to 1"),
                 ("get vantora 12 13", "PIN 13: vantora has 13 pins, numbered from 0"),
                 ("list --numeric", "--numeric: not for 'list'"),
+                ("watch vantora --pins=12,13", "PIN 13: vantora has 13 pins, numbered from 0"),
+                ("watch vantora --edges=up", "--edges up: use rising, falling or both"),
+                ("watch LightController-0-DIAGNOSTICS --edges=rising",
+                 "--edges: LightController-0-DIAGNOSTICS has values, not levels"),
                 ("input vantora", "input: use 'portprobe input NAME PIN...'"),
                 ("parameter vantora 9=256", "VALUE 256: vantora takes 0 to 255"),
                 ("set vantora 9=1 13=1", "PIN 13: vantora has 13 pins, numbered from 0"),
@@ -195,7 +205,8 @@ class Portprobe(GuestTestCase):
             self.answer(device, "state", "state")
             self.assertEqual([record.split(" ", 1)[1] for record in device.records[earlier:-1]], records, arguments)
         for arguments, text in (("LightController-0-CONTROL 1", "value 1 output 0xDEADBEEF fixed\n"),
-                                ("Expander-0-GPIO 7 8", "pin 7 input level 0 switchable\npin 8 output level 1 switchable\n")):
+                                ("Expander-0-GPIO 7 8",
+                                 "pin 7 input level 0 switchable\npin 8 output level 1 switchable\n")):
             self.assertEqual(self.probe("get " + arguments)[1], text)
 
     def test_watch(self):
@@ -215,6 +226,61 @@ class Portprobe(GuestTestCase):
             self.assertLess(stamp, float(self.answer(device, "state", "state")[0]))
             command.kill(signal.SIGINT)
             self.assertEqual(command.wait(RUN_TIMEOUT), 0)
+
+    def test_watch_takes_several_ports_and_leaves_out_what_is_not_wanted(self):
+        gpio, (_, expander, lights) = self.player.gpio, self.player.boards
+        self.assertEqual(self.probe("input vantora 8 10 11"), (0, "", ""))
+        gpio.send("level 8 0\nlevel 10 0\nlevel 11 0")
+        command = self.watch("vantora", "expander-0-gpio", "--pins=10,11", "--edges=rising",
+                             "--count=3")
+        for device, line, change in (
+                (gpio, "level 8 1\nlevel 11 1\nlevel 11 0\nlevel 10 1", "vantora pin 10 level 1"),
+                (expander, "level 8 1\nlevel 10 1\nlevel 10 0", "Expander-0-GPIO pin 10 level 1")):
+            device.send(line)
+            self.assertPrints(command, change)
+        self.assertEqual(self.printed(command), [
+            "vantora pin 10 level 0 initial", "vantora pin 11 level 0 initial",
+            "Expander-0-GPIO pin 10 level 0 initial", "Expander-0-GPIO pin 11 level 0 initial",
+            "vantora pin 11 level 1", "vantora pin 10 level 1", "Expander-0-GPIO pin 10 level 1"])
+        # Nobody hears of this; the watch starts with it, and it is no change.
+        lights.send("value 7 700")
+        command = self.watch("LightController-0-DIAGNOSTICS", "--pins=7,6", "--count=1")
+        lights.send("value 7 700\nvalue 6 0xFFFFFFFF")
+        name = "LightController-0-DIAGNOSTICS value"
+        self.assertEqual(self.printed(command), [f"{name} 6 0x00000000 initial", f"{name} 7 0x000002BC initial",
+                                                 f"{name} 6 0xFFFFFFFF"])
+        self.assertEqual(self.printed(self.watch("vantora", "--pins", "8", "--timeout", "1")),
+                         ["vantora pin 8 level 1 initial"])
+
+    def test_watch_tells_the_time_of_the_edge_and_of_dropped_changes(self):
+        gpio = self.player.gpio
+        gpio.send("level 12 0")
+        command = self.watch("vantora", "--pins=12")
+        command.kill(signal.SIGSTOP)
+        gpio.send("level 12 1\nlevel 12 0\nlevel 12 1")
+        latest = float(self.answer(gpio, "state", "state")[0])
+        command.kill(signal.SIGCONT)
+        self.assertTrue(self.player.wait_for(lambda: command.stdout.count(b"\n") == 4, RUN_TIMEOUT), command.stdout)
+        self.assertLess(float(command.stdout.split()[-6]), latest)
+        command.kill(signal.SIGSTOP)
+        gpio.send("level 12 0\nlevel 12 1\n" * 50 + "level 12 0")
+        self.answer(gpio, "state", "state")
+        printed = len(command.stdout)
+        command.kill(signal.SIGCONT)
+        self.assertTrue(self.player.wait_for(lambda: command.stdout.endswith(b"level 0\n"), RUN_TIMEOUT))
+        self.assertEqual([line.split(" ", 1)[1] for line in command.stdout[printed:].decode().splitlines()],
+                         ["vantora dropped", "vantora pin 12 level 0"])
+
+    def test_signals_end_a_watch_that_is_still_opening_its_ports(self):
+        touch_board = self.player.boards[0]
+        self.addCleanup(touch_board.send, "unmute")
+        touch_board.send("mute")
+        self.answer(touch_board, "state", "state")
+        command = self.start("watch", "TouchBoard-0-GPIO")
+        # The second descriptor is the port's: from here on it asks for the inputs, for ten seconds.
+        self.player.shell("until ls -l /proc/$(pidof portprobe)/fd | grep -c hiddev0 | grep 2; do sleep 0.1; done")
+        command.kill(signal.SIGINT)
+        self.assertEqual((command.wait(RUN_TIMEOUT), command.stderr), (128 + signal.SIGINT, b""))
 
     def test_watch_outlives_a_short_absence_only(self):
         expander = self.player.boards[1]
@@ -276,7 +342,8 @@ class Portprobe(GuestTestCase):
         self.assertEqual(command.wait(RUN_TIMEOUT), 1)
         # This one is not even high, so nothing fails in the end.
         self.assertEqual(self.probe("pulse vantora 10=0"), (
-            1, "", "GPIOPulse: the pulse of pin 10 ends: Input/output error (5)\nportprobe: vantora: the pulse has ended\n"))
+            1, "",
+            "GPIOPulse: the pulse of pin 10 ends: Input/output error (5)\nportprobe: vantora: the pulse has ended\n"))
 
 
 if __name__ == "__main__":
