@@ -67,8 +67,8 @@ public:
         m_pulses.SetFailureCallback(std::move(callback));
     }
 
-    // What the driver offers, as masks of pins. It never changes. A switchable pin is offered both ways; any
-    // other is an input for good, an output for good, both at once, or not there.
+    // What the driver offers, as masks of pins. It never changes. A pin whose direction cannot be switched is
+    // an input for good, an output for good, both at once, or not there.
     std::uint32_t GetOfferedInputs() const { return m_input.offered; }
     std::uint32_t GetOfferedOutputs() const { return m_output.offered; }
     std::uint32_t GetSwitchablePins() const { return m_output.switchable; }
