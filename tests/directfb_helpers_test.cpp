@@ -36,6 +36,7 @@ TEST(DFBPointer, EveryHolderReleasesItsOwnReferenceOnce) {
         DFBPointer<IDirectFBScreen> moved(std::move(holder));
         target = std::move(moved);
         EXPECT_EQ(target->refs, 1);
+        EXPECT_TRUE((target && !empty && !std::as_const(empty)));
         CountedScreen other;
         *target.AsOutParameter() = &other;
         EXPECT_EQ(screen.refs, 0);

@@ -75,6 +75,13 @@ public:
         return &m_ptr;
     }
 
+    /// Whether the holder has an interface.
+    explicit operator bool() const { return m_ptr != nullptr; }
+
+    /// The same for a holder that is not const: otherwise its conversion to the interface, which asserts,
+    /// would be the better match in a condition.
+    explicit operator bool() { return m_ptr != nullptr; }
+
     /// The interface, to call a function of it. Asserts that the holder is not empty.
     T* operator->() {
         PLATFORM_ASSERT_AT("lib/kestrel_dfb/directfb_helpers.h", 224, __PRETTY_FUNCTION__,
