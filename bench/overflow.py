@@ -3,9 +3,10 @@
 report. The board numbers its reports, so each line that padtune prints tells where it comes from.
 
 An overflow loses events without a notice. Where it loses the end of one report together with the beginning of a later
-one, and the indexes still grow, the two are decoded as one, as the decoder's rules say: these are counted, and how many
-samples hold values of both. Fails if a report holds anything else that is not its own, if one comes twice or late, or
-if in the end the reports are not whole again.
+one, the two are decoded as one, which then holds values of two instants: these are counted, and how many of them have
+both within a sample. Where it loses the beginning alone, after a report that was complete, words are missing. Fails if a
+report holds anything else that is not its own, if one comes twice or late, or if in the end the reports are not whole
+again.
 
 usage: overflow.py [--rounds N]
 """
@@ -65,16 +66,16 @@ def classify(samples):
     """What a report is, and the number of the report that it ends with; None if it cannot be told."""
     numbers = [number for _, sources in samples for number in sources if number > 0]
     if not numbers:
-        return "cut", None
+        return "words missing", None
     sources = sorted(set(numbers))
     # Headers of which nothing else came.
     lone = [-number for _, sample in samples for number in sample if number < 0]
     if numbers != sorted(numbers) or len(sources) > 2:
         return "WRONG", sources[-1]
     if len(sources) == 2 or any(number % 256 != low for low in lone for number in sources):
-        is_mixed = any(len(set(sample)) > 1 for _, sample in samples)
-        return "joined, a sample of both" if is_mixed else "joined", sources[-1]
-    return "whole" if len(numbers) == 4 * BUTTONS else "cut", sources[-1]
+        within_sample = any(len(set(sample)) > 1 for _, sample in samples)
+        return "of two instants, within a sample" if within_sample else "of two instants", sources[-1]
+    return "whole" if len(numbers) == 4 * BUTTONS else "words missing", sources[-1]
 
 
 def main():
@@ -113,9 +114,9 @@ def main():
           f"reports lost, {len(reports)} decoded")
     print(f"overflow: {dict(kinds)}, {backward} out of order, "
           f"{'whole and complete' if resynchronised else 'NOT WHOLE'} in the end")
-    # Overflows that cut no report would have shown nothing.
-    cut = len(reports) - kinds["whole"]
-    return 1 if kinds["WRONG"] or backward or not overflows or not cut or not resynchronised else 0
+    # Overflows that joined no reports would have shown nothing.
+    shown = kinds["of two instants"] + kinds["of two instants, within a sample"]
+    return 1 if kinds["WRONG"] or backward or not overflows or not shown or not resynchronised else 0
 
 
 if __name__ == "__main__":

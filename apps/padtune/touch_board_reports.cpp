@@ -83,27 +83,18 @@ void TouchBoardReports::OnValue(unsigned index, unsigned value, unsigned /*width
     if (index == 0) {
         m_slots.fill(0);
         m_slots[0] = value;
-        m_filledSlots = 1;
         return;
     }
     if (index >= SLOT_COUNT) {
         std::fprintf(stderr, "ERROR: Diagnostics %d - OUT OF RANGE\n", static_cast<int>(index));
         return;
     }
-    // The kernel drops events without a notice when they are not read in time. A slot that is filled already
-    // tells that the start of the next report was lost: what has been collected was cut short, and nothing
-    // counts until an index 0. Slots that stay empty tell nothing, for a value of 0 is as good.
-    const std::uint32_t slotBit = std::uint32_t{1} << index;
-    if ((m_filledSlots & 1) == 0 || (m_filledSlots & slotBit) != 0) {
-        m_filledSlots = 0;
-        return;
-    }
+    // Deliberately whatever came before: where the kernel dropped events, which it does without a notice, a
+    // report may lack values or hold those of two instants.
     m_slots[index] = value;
-    m_filledSlots |= slotBit;
     if (index != SLOT_COUNT - 1) {
         return;
     }
-    m_filledSlots = 0;
 
     if (IsSetupReport()) {
         DecodeSetup();
@@ -124,7 +115,7 @@ void TouchBoardReports::DecodeSetup() {
     if (Byte(m_slots[SLOT_BUTTONS], 0) != COMMAND_FINGER_TH) {
         std::fprintf(stderr, "Invalid button format\n");
         m_buttonCount = -1;
-        return;
+        return;  // the slots stay as they are
     }
 
     // Stored before it is checked: main may see a strange count for a moment, but no new setup comes with it.

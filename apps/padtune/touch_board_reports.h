@@ -90,7 +90,6 @@ private:
 
     // Touched on the poll thread only.
     ReportSlots m_slots{};
-    std::uint32_t m_filledSlots = 0;  // bit n: slot n came since the last index 0; 0 while no report is begun
     bool m_remapTouchBits = false;
     bool m_printInfo = true;
 

@@ -5,7 +5,6 @@
 #include "apps/padtune/touch_board_reports.h"
 
 #include <array>
-#include <bitset>
 
 #include "apps/padtune/touch_board_commands.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -20,27 +19,26 @@ public:
     void Send(unsigned index, std::uint32_t value) {
         if (index == 0) {
             m_sent = {};
-            m_came.reset();
-            m_isOne = true;
         }
         if (index < SLOTS) {
-            m_isOne = m_isOne && !m_came[index];
-            m_came[index] = true;
             m_sent[index] = value;
         }
         m_live.samples = {NOT_DECODED};
         m_reports.OnValue(index, value, 32);
         const bool decoded = m_live.samples.size() != 1 || m_live.samples[0].button != NOT_DECODED.button;
         if (decoded) {
-            REQUIRE(index == SLOTS - 1 && m_isOne);
             CheckSamples();
         }
-        REQUIRE(m_reports.GetButtonCount() == BUTTONS || m_reports.GetButtonCount() == -1);
-        if (const auto setup = m_reports.TakeSetup()) {
-            REQUIRE(index == SLOTS - 1 && m_isOne);
+        const auto setup = m_reports.TakeSetup();
+        if (setup) {
             CheckSetup(*setup);
         }
-        m_isOne = m_isOne && index != SLOTS - 1;
+        const std::int32_t buttons = m_reports.GetButtonCount();
+        REQUIRE(buttons == BUTTONS || buttons == -1);
+        // Once there is a valid setup, every last index completes a report of either kind, and nothing else
+        // does.
+        REQUIRE((decoded || setup) == (index == SLOTS - 1 && buttons == BUTTONS));
+        REQUIRE(!decoded || !setup);
     }
 
     /// Whatever came before, a board that sends whole reports again is understood.
@@ -105,10 +103,7 @@ private:
 
     LiveState m_live;
     TouchBoardReports m_reports{m_live};
-    // Since the last index 0.
-    std::array<std::uint32_t, SLOTS> m_sent{};
-    std::bitset<SLOTS> m_came;
-    bool m_isOne = false;  // it has not been completed, and no index came twice
+    std::array<std::uint32_t, SLOTS> m_sent{};  // since the last index 0
 };
 
 }  // namespace
