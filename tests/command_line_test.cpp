@@ -3,6 +3,7 @@
 #include "apps/padtune/command_line.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <list>
@@ -96,6 +97,17 @@ TEST(CommandLineDeathTest, RejectsWhatItCannotUse) {
                         "^Usage: padtune\n\n    --timeout <timeout-in-seconds>")
                 << line;
         }
+    }
+}
+
+TEST(CommandLineDeathTest, SaysThatMemoryDoesNotSuffice) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers need the address space themselves";
+#endif
+    constexpr rlimit ADDRESS_SPACE{std::size_t{1} << 30, std::size_t{1} << 30};
+    for (const char* const line : {"--button 1-2147483647", "--led-mask 1-400000000,0,1"}) {
+        EXPECT_EXIT((setrlimit(RLIMIT_AS, &ADDRESS_SPACE), Parse(line)), testing::ExitedWithCode(2),
+                    "^padtune: not enough memory for so many buttons\n$");
     }
 }
 

@@ -3,14 +3,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "apps/padtune/touch_board_commands.h"
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/platform/string_splitter.h"
 
 namespace {
+
+constexpr int EXIT_BAD_COMMAND_LINE = 2;
 
 constexpr const char* USAGE_TEXT =
     "Usage: %s\n"
@@ -68,15 +72,21 @@ std::optional<ButtonRange> ReadButtons(const std::string& text) {
     return range;
 }
 
-/// Calls add(button) for every button of the range; false without a range.
-template <class Add>
-bool ForEachButton(const std::optional<ButtonRange>& range, Add add) {
+/// Appends makeEntry(button) to the list for every button of the range; false without a range.
+/// @throws std::bad_alloc when there is not enough memory for the range
+template <class Entry, class MakeEntry>
+bool AppendForEachButton(std::vector<Entry>& list, const std::optional<ButtonRange>& range,
+                         MakeEntry makeEntry) {
     if (!range) {
         return false;
     }
     // Counted in 64 bits: the last button may be the largest number.
+    const std::int64_t count = std::int64_t{range->last} - range->first + 1;
+    // All at once: growing little by little towards too many would take the memory of other programs first.
+    auto entry = list.size();
+    list.resize(entry + static_cast<std::size_t>(count));
     for (std::int64_t button = range->first; button <= range->last; ++button) {
-        add(static_cast<std::int32_t>(button));
+        list[entry++] = makeEntry(static_cast<std::int32_t>(button));
     }
     return true;
 }
@@ -101,8 +111,8 @@ bool ReadSwitch(RunSettings& settings, const std::string& argument) {
 }
 
 bool ReadDiagnoseButtons(RunSettings& settings, const std::string& argument) {
-    return ForEachButton(ReadButtons(argument),
-                         [&](std::int32_t button) { settings.diagnoseButtons.push_back(button); });
+    return AppendForEachButton(settings.diagnoseButtons, ReadButtons(argument),
+                               [](std::int32_t button) { return button; });
 }
 
 bool ReadOutputDiagnostics(RunSettings&, const std::string&) {
@@ -123,8 +133,8 @@ bool ReadFingerThreshold(RunSettings& settings, const std::string& argument) {
         return false;
     }
     const auto value = static_cast<std::uint32_t>(ReadNumber(pieces[1]));
-    return ForEachButton(ReadButtons(pieces[0]), [&](std::int32_t button) {
-        settings.configCommands.push_back({COMMAND_FINGER_TH, static_cast<std::uint32_t>(button), value, 0});
+    return AppendForEachButton(settings.configCommands, ReadButtons(pieces[0]), [&](std::int32_t button) {
+        return ConfigCommand{COMMAND_FINGER_TH, static_cast<std::uint32_t>(button), value, 0};
     });
 }
 
@@ -136,8 +146,8 @@ bool ReadLedMask(RunSettings& settings, const std::string& argument) {
     const std::int32_t second = ReadNumber(pieces[1]);
     // Base 0: 0x1f is hexadecimal, 017 octal, 31 decimal.
     const auto mask = static_cast<std::uint32_t>(std::strtoul(pieces[2].c_str(), nullptr, 0));
-    return ForEachButton(ReadButtons(pieces[0]), [&](std::int32_t button) {
-        settings.ledMasks.push_back({button, second, mask});
+    return AppendForEachButton(settings.ledMasks, ReadButtons(pieces[0]), [&](std::int32_t button) {
+        return LedMaskEntry{button, second, mask};
     });
 }
 
@@ -190,14 +200,18 @@ std::optional<RunSettings> ReadCommandLine(int argc, const char* const* argv) {
 }
 
 RunSettings ParseCommandLine(int argc, const char* const* argv) {
-    const std::optional<RunSettings> settings = ReadCommandLine(argc, argv);
-    if (!settings) {
-        PrintUsage(argv[0]);
+    try {
+        if (std::optional<RunSettings> settings = ReadCommandLine(argc, argv)) {
+            return *std::move(settings);
+        }
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "%s: not enough memory for so many buttons\n", argv[0]);
+        std::exit(EXIT_BAD_COMMAND_LINE);
     }
-    return *settings;
+    PrintUsage(argv[0]);
 }
 
 void PrintUsage(const char* program) {
     std::printf(USAGE_TEXT, program);
-    std::exit(2);
+    std::exit(EXIT_BAD_COMMAND_LINE);
 }

@@ -40,9 +40,11 @@ struct RunSettings {
 
 /// Reads the command line; also sets OutputDiagnostics. Call before other threads start.
 /// @return nothing when the command line cannot be used
+/// @throws std::bad_alloc when it names more buttons than there is memory for
 std::optional<RunSettings> ReadCommandLine(int argc, const char* const* argv);
 
-/// The same for the main function: a command line that cannot be used ends the process through PrintUsage.
+/// The same for the main function: a command line that cannot be used ends the process through PrintUsage,
+/// one that there is not enough memory for with a line on standard error and the same status.
 RunSettings ParseCommandLine(int argc, const char* const* argv);
 
 /// Prints the usage text to standard output and ends the process with status 2.
