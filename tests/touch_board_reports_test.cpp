@@ -2,16 +2,22 @@
 
 #include "apps/padtune/touch_board_reports.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "apps/padtune/setup_wait.h"
 #include "apps/padtune/tick_count.h"
 #include "lib/platform/string_operations.h"
+#include "lib/platform/unique_fd.h"
 
 bool operator==(const BoardParameter& a, const BoardParameter& b) {
     return a.code == b.code && a.value == b.value;
@@ -40,12 +46,17 @@ public:
     ~TouchBoardReportsTest() override { OutputDiagnostics = false; }
 
 protected:
-    /// Delivers a report as the port does and returns what it printed.
-    std::string Send(const Slots& slots) {
-        testing::internal::CaptureStderr();
-        for (unsigned index = 0; index < slots.size(); ++index) {
+    /// Delivers a report as the port does, from one index to another.
+    void Deliver(const Slots& slots, unsigned first = 0, unsigned last = 28) {
+        for (unsigned index = first; index <= last; ++index) {
             reports.OnValue(index, slots[index], 32);
         }
+    }
+
+    /// Delivers a report and returns what it printed.
+    std::string Send(const Slots& slots) {
+        testing::internal::CaptureStderr();
+        Deliver(slots);
         return testing::internal::GetCapturedStderr();
     }
 
@@ -177,30 +188,56 @@ TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
 }
 
 TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore) {
-    const auto sendPart = [&](const Slots& report, unsigned first, unsigned last) {
-        for (unsigned index = first; index <= last; ++index) {
-            reports.OnValue(index, report[index], 32);
-        }
-    };
     // An invalid setup stays in its slots.
     Slots invalid = MakeSetup();
     invalid[3] = 0;
     Send(invalid);
-    sendPart(MakeSetup(), 3, 28);
+    Deliver(MakeSetup(), 3);
     EXPECT_EQ(reports.GetButtonCount(), 11);
 
     // The end of one report lost with the beginning of the next, and indexes that come twice.
-    sendPart({4, 3, 31, 32, 33, 2, 21, 22, 23}, 0, 8);
-    sendPart({1, 7, 71, 72, 73, 6, 61, 62, 63}, 4, 28);
+    Deliver({4, 3, 31, 32, 33, 2, 21, 22, 23}, 0, 8);
+    Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 4);
     ASSERT_EQ(live.samples.size(), 2u);
     EXPECT_EQ(live.touchBits, 4u);
     EXPECT_EQ((std::array{live.samples[0].value1, live.samples[0].value3}), (std::array{31, 73}));
     EXPECT_EQ(live.samples[1].value1, 61);
 
     // Nothing of a decoded report is left for one whose beginning is lost.
-    sendPart({1, 7, 71, 72, 73, 6, 61, 62, 63}, 5, 28);
+    Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 5);
     ASSERT_EQ(live.samples.size(), 1u);
     EXPECT_EQ(live.touchBits, 0u);
+}
+
+TEST_F(TouchBoardReportsTest, ASetupWhoseLinesCannotBePrintedYetIsWaitedFor) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const strata::UniqueFd readEnd(ends[0]);
+    const strata::UniqueFd writeEnd(ends[1]);
+    std::vector<char> content(static_cast<std::size_t>(fcntl(writeEnd.Get(), F_GETPIPE_SZ)));
+    ASSERT_EQ(write(writeEnd.Get(), content.data(), content.size()), std::ssize(content));
+    const auto makeRoom = [&] { return read(readEnd.Get(), content.data(), content.size()) > 0; };
+
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(dup2(writeEnd.Get(), STDERR_FILENO), STDERR_FILENO);
+    std::thread pollThread([this] { Deliver(MakeSetup()); });
+    while (reports.GetButtonCount() < 0) {
+        std::this_thread::yield();
+    }
+    bool waited = false;
+    const auto setup = WaitForSetup(reports, 0, [&](std::chrono::milliseconds step) {
+        EXPECT_LT(step, std::chrono::seconds(1));
+        waited = waited || makeRoom();
+        std::this_thread::sleep_for(step);
+    });
+    EXPECT_TRUE(waited);
+    if (!waited) {
+        makeRoom();
+    }
+    pollThread.join();
+    testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(setup);
+    EXPECT_EQ(setup->fingerThresholds.size(), 11u);
 }
 
 }  // namespace

@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <exception>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
+#include "apps/padtune/setup_wait.h"
 #include "apps/padtune/tick_count.h"
 #include "apps/padtune/touch_board_commands.h"
 
@@ -113,7 +115,7 @@ bool CalibrationRun::PrepareBoard() {
     if (!m_settings.ledMasks.empty()) {
         OpenLed();
     }
-    return m_outputs.ledSetup && WaitForSetup();
+    return m_outputs.ledSetup && RequestSetup();
 }
 
 bool CalibrationRun::OpenInputs() {
@@ -175,36 +177,21 @@ void CalibrationRun::OpenLed() {
     }
 }
 
-bool CalibrationRun::WaitForSetup() {
+bool CalibrationRun::RequestSetup() {
     SendCommand(MakeCommandWord(COMMAND_REQUEST_SETUP, 0, 1));
 
-    const std::uint64_t deadline = getTickCount() + SETUP_TIMEOUT;
-    bool setupReceived = false;
-    for (;;) {
-        const std::int32_t count = m_reports.GetButtonCount();
-        if (const std::unique_ptr<BoardSetup> setup = m_reports.TakeSetup()) {
-            m_setup = std::move(*setup);
-            setupReceived = true;
-        }
-        if (getTickCount() >= deadline) {
-            if (count < 0) {
-                ShowFailure("Failed to receive touch board setup");
-            }
-            return count >= 0;
-        }
-        // A count without a setup is one that was seen before it was checked.
-        if (count > 0 && setupReceived) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::seconds(1));
+    std::optional<BoardSetup> setup =
+        WaitForSetup(m_reports, getTickCount() + SETUP_TIMEOUT,
+                     [](std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); });
+    if (!setup) {
+        ShowFailure("Failed to receive touch board setup");
+        return false;
     }
+    m_setup = *std::move(setup);
+    return true;
 }
 
 void CalibrationRun::DrawBoard() {
-    // One may have come complete in the moment in which the wait ended.
-    if (const std::unique_ptr<BoardSetup> setup = m_reports.TakeSetup()) {
-        m_setup = std::move(*setup);
-    }
     m_page.DrawIdentity(m_inputs.diagnostics->GetProperties());
     m_page.DrawParameterTable(m_setup);
     m_page.LayOutStrip(m_settings.timeoutSeconds);

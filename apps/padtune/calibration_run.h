@@ -59,7 +59,7 @@ private:
     void ConfigureBoard();
     void SelectButtons();
     void OpenLed();
-    bool WaitForSetup();
+    bool RequestSetup();
     void DrawBoard();
     void RunTimedLoop();
     void DrawLiveFrame(std::uint64_t elapsed);

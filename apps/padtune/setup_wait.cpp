@@ -1,0 +1,39 @@
+#include "apps/padtune/setup_wait.h"
+
+#include <memory>
+#include <utility>
+
+#include "apps/padtune/tick_count.h"
+
+namespace {
+
+constexpr std::chrono::seconds POLL_INTERVAL{1};
+constexpr std::chrono::milliseconds PRINTING_POLL_INTERVAL{10};
+
+}  // namespace
+
+std::optional<BoardSetup> WaitForSetup(TouchBoardReports& reports, std::uint64_t deadline,
+                                       const std::function<void(std::chrono::milliseconds)>& sleep) {
+    std::optional<BoardSetup> received;
+    for (;;) {
+        // In this order: the count of a setup that is there is there, too.
+        if (const std::unique_ptr<BoardSetup> setup = reports.TakeSetup()) {
+            received = std::move(*setup);
+        }
+        const std::int32_t count = reports.GetButtonCount();
+        if (count > 0) {
+            if (received) {
+                return received;
+            }
+            // The poll thread is checking the count still, or printing the setup's lines, for which standard
+            // error may take its time.
+            sleep(PRINTING_POLL_INTERVAL);
+        } else if (getTickCount() < deadline) {
+            sleep(POLL_INTERVAL);
+        } else if (count == 0) {
+            return BoardSetup{};
+        } else {
+            return std::nullopt;
+        }
+    }
+}
