@@ -133,6 +133,10 @@ DFBResult DirectFBInit(int*, char***) {
     return Record("init");
 }
 
+DFBResult DirectFBSetOption(const char* name, const char* value) {
+    return Record(strprintf("option %s=%s", name, value));
+}
+
 DFBResult DirectFBCreate(IDirectFB** interface_ptr) {
     return *interface_ptr = &g_main, Record("create");
 }
@@ -188,7 +192,8 @@ TEST_F(ScreenPageTest, EverythingFollowsFromTheScreenSizeAndIsReleasedInOrder) {
         }
         EXPECT_EQ(
             TakeRecorded(),
-            strprintf("init; create; screen; set mode; power 0; surface 0x211; size; %s; fill 0,0 %s; flip; "
+            strprintf("init; option dont-catch=1,2,15; create; screen; set mode; power 0; surface 0x211; "
+                      "size; %s; fill 0,0 %s; flip; "
                       "release font; release font; release font; release surface; release main",
                       expected.fonts, expected.title));
     }
@@ -214,6 +219,13 @@ TEST_F(ScreenPageTest, AFailingCallEndsTheProcessWithItsText) {
             testing::AllOf(testing::ContainsRegex("apps/padtune/padtune <[0-9]+>:\n\t"),
                            HasSubstr("[" + text + "]")));
     }
+}
+
+TEST_F(ScreenPageTest, TheRunDoesNotDependOnWhoCatchesSignals) {
+    g_recording.failingCall = "option dont-catch=1,2,15";
+    testing::internal::CaptureStderr();
+    Start();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), StartsWith("DirectFB catches termination signals: "));
 }
 
 TEST_F(ScreenPageTest, TheIdentityLineNamesTheBoardAndMakesRoomForTheTable) {

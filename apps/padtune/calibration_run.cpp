@@ -1,6 +1,6 @@
 #include "apps/padtune/calibration_run.h"
 
-#include <chrono>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <mutex>
@@ -32,20 +32,6 @@ constexpr unsigned MASK_BITS = 32;
 
 const std::vector<std::int32_t> DEFAULT_DIAGNOSED_BUTTONS = {1, 2, 3, 4};
 
-/// Opens a port of the board, null when it is not there. The page says what that means; why the port could
-/// not be opened does not matter to a run that goes on without it.
-std::shared_ptr<Port> OpenBoardPort(const char* name) {
-    try {
-        return ExternalControl::OpenPort(name, [](unsigned, unsigned, unsigned) {}, {});
-    } catch (...) {
-        return nullptr;
-    }
-}
-
-void Pause(std::int32_t milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
 /// The mask of disabled buttons or LEDs. An --enable- option only makes the mask be sent; it clears nothing.
 std::uint32_t MakeDisableMask(const std::vector<ButtonSwitch>& switches) {
     std::uint32_t mask = 0;
@@ -73,10 +59,11 @@ void GpioLevels::OnValue(unsigned pin, unsigned value, unsigned /*width*/) {
     }
 }
 
-CalibrationRun::CalibrationRun(const RunSettings& settings, ScreenPage& page, LiveState& live,
-                               TouchBoardReports& reports, GpioLevels& gpioLevels, BoardInputs& inputs,
-                               BoardOutputs& outputs)
+CalibrationRun::CalibrationRun(const RunSettings& settings, TerminationSignals& signals, ScreenPage& page,
+                               LiveState& live, TouchBoardReports& reports, GpioLevels& gpioLevels,
+                               BoardInputs& inputs, BoardOutputs& outputs)
     : m_settings(settings),
+      m_signals(signals),
       m_page(page),
       m_live(live),
       m_reports(reports),
@@ -89,15 +76,61 @@ void CalibrationRun::Run() {
         if (!PrepareBoard()) {
             return;
         }
+    } catch (const Terminated&) {
+        return;
     } catch (const std::exception& failure) {
         ShowFailure(failure.what());
         return;
     }
     DrawBoard();
 
-    m_timedLoopReached = true;
-    RunTimedLoop();
+    m_phase = Phase::TIMED_LOOP;
+    try {
+        RunTimedLoop();
+    } catch (const Terminated&) {
+        // The run ends as if its time were over.
+    }
+    m_phase = Phase::END;
     ResetBoard();
+}
+
+/// Takes a termination signal if one came. In the last phase there is nothing to leave, but the next signal
+/// then ends the process at once.
+/// @throws Terminated when one came, before the last phase
+void CalibrationRun::LeaveWhenTerminated() {
+    if (m_signals.Take() && m_phase != Phase::END) {
+        throw Terminated();
+    }
+}
+
+/// Sleeps, and looks for a termination signal each second and in the end.
+/// @throws Terminated
+void CalibrationRun::Sleep(std::chrono::milliseconds duration) {
+    constexpr std::chrono::milliseconds LONGEST_STEP = std::chrono::seconds(1);
+    do {
+        const auto step = std::min(duration, LONGEST_STEP);
+        std::this_thread::sleep_for(step);
+        LeaveWhenTerminated();
+        duration -= step;
+    } while (duration.count() > 0);
+}
+
+/// The pause that follows a command.
+/// @throws Terminated
+void CalibrationRun::Pause() {
+    Sleep(std::chrono::milliseconds(m_settings.pauseMilliseconds));
+}
+
+/// Opens a port of the board, null when it is not there. The page says what that means; why the port could
+/// not be opened does not matter to a run that goes on without it.
+/// @throws Terminated instead of opening it
+std::shared_ptr<Port> CalibrationRun::OpenBoardPort(const char* name) {
+    LeaveWhenTerminated();
+    try {
+        return ExternalControl::OpenPort(name, [](unsigned, unsigned, unsigned) {}, {});
+    } catch (...) {
+        return nullptr;
+    }
 }
 
 /// @return false when the run ends here; the page then says why
@@ -171,7 +204,7 @@ void CalibrationRun::SelectButtons() {
 void CalibrationRun::OpenLed() {
     m_outputs.led = OpenBoardPort("TouchBoard-0-LED");
     if (m_outputs.led) {
-        SetButtonMask(*m_outputs.led, 0, m_settings.ledMasks, m_settings.pauseMilliseconds);
+        SetButtonMask(*m_outputs.led, 0, m_settings.ledMasks);
     } else {
         ShowFailure("Failed to open touch board led port");
     }
@@ -182,7 +215,7 @@ bool CalibrationRun::RequestSetup() {
 
     std::optional<BoardSetup> setup =
         WaitForSetup(m_reports, getTickCount() + SETUP_TIMEOUT,
-                     [](std::chrono::milliseconds duration) { std::this_thread::sleep_for(duration); });
+                     [this](std::chrono::milliseconds duration) { Sleep(duration); });
     if (!setup) {
         ShowFailure("Failed to receive touch board setup");
         return false;
@@ -217,13 +250,13 @@ void CalibrationRun::RunTimedLoop() {
             continue;
         }
 
+        LeaveWhenTerminated();
         DrawLiveFrame(now - start);
         const std::uint64_t second = (now - start) / NANOSECONDS_PER_SECOND;
         if (second != lastSecond) {
             // The entries of second 0 were played when the LED port opened.
             if (second != 0 && m_outputs.led) {
-                SetButtonMask(*m_outputs.led, static_cast<std::int64_t>(second), m_settings.ledMasks,
-                              m_settings.pauseMilliseconds);
+                SetButtonMask(*m_outputs.led, static_cast<std::int64_t>(second), m_settings.ledMasks);
             }
             m_page.DrawSecond(static_cast<std::int64_t>(second));
             lastSecond = second;
@@ -253,8 +286,7 @@ void CalibrationRun::ResetBoard() {
 
 /// Plays the LED masks of one second of the run; 0 stands for the time before it.
 void CalibrationRun::SetButtonMask(Port& ledPort, std::int64_t second,
-                                   const std::vector<LedMaskEntry>& ledMasks,
-                                   std::int32_t pauseMilliseconds) {
+                                   const std::vector<LedMaskEntry>& ledMasks) {
     for (const LedMaskEntry& entry : ledMasks) {
         if (entry.second != second) {
             continue;
@@ -266,23 +298,25 @@ void CalibrationRun::SetButtonMask(Port& ledPort, std::int64_t second,
                          entry.mask);
         }
         SetOutput(ledPort, static_cast<unsigned>(entry.button) - 1, entry.mask);
-        Pause(pauseMilliseconds);
+        Pause();
     }
 }
 
 void CalibrationRun::SendCommand(std::uint32_t word) {
     SetOutput(*m_outputs.ledSetup, OUTPUT_COMMAND, word);
-    Pause(m_settings.pauseMilliseconds);
+    Pause();
 }
 
 /// From the timed loop on, a failure is printed and the run goes on: the port remembers the value and sends
 /// it when the board returns.
+/// @throws Terminated instead of sending
 /// @throws what the port throws, before the timed loop
 void CalibrationRun::SetOutput(Port& port, unsigned index, std::uint32_t value) {
+    LeaveWhenTerminated();
     try {
         port.SetOutput(index, value);
     } catch (const std::exception& failure) {
-        if (!m_timedLoopReached) {
+        if (m_phase == Phase::PREPARATION) {
             throw;
         }
         std::fprintf(stderr, "%s\n", failure.what());

@@ -9,6 +9,7 @@
 #include "apps/padtune/calibration_run.h"
 #include "apps/padtune/command_line.h"
 #include "apps/padtune/screen_page.h"
+#include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/kestrel_dfb/directfb_helpers.h"
@@ -47,7 +48,9 @@ void StartHotplugMonitor(std::optional<KestrelObjectGlobals>& objectGlobals) {
 
 int main(int argc, char** argv) {
     // The declarations stand in the reverse order of shutting down, which is the order of their destruction
-    // on every way out; what is optional starts later than it is declared.
+    // on every way out; what is optional starts later than it is declared. The signals come before any
+    // thread, and one that was taken ends the process.
+    TerminationSignals signals;
     HardwareConfig hardwareConfig;
 
     InitialisePlatformLayer();
@@ -69,6 +72,6 @@ int main(int argc, char** argv) {
     pollThread.emplace();
     StartHotplugMonitor(objectGlobals);
 
-    CalibrationRun(settings, page, live, reports, gpioLevels, inputs, outputs).Run();
+    CalibrationRun(settings, signals, page, live, reports, gpioLevels, inputs, outputs).Run();
     return 0;
 }

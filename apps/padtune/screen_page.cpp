@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_commands.h"
 #include "lib/kestrel_dfb/video_mode.h"
 #include "lib/platform/string_operations.h"
@@ -90,6 +91,21 @@ bool HasBit(std::uint32_t bits, const ButtonBox& box) {
     return (bits >> (box.button - 1) & 1) != 0;
 }
 
+/// Leaves the termination signals to the program. On a thread of its own, which waits for them even where
+/// they are blocked, DirectFB would tear down the screen that the main thread draws on. To be called between
+/// DirectFBInit and DirectFBCreate.
+void KeepDirectFBOffTerminationSignals() {
+    std::string numbers;
+    for (const int number : TerminationSignals::NUMBERS) {
+        numbers += strprintf(numbers.empty() ? "%d" : ",%d", number);
+    }
+    const DFBResult result = DirectFBSetOption("dont-catch", numbers.c_str());
+    if (result != DFB_OK) {
+        // No more than the end by a signal depends on it.
+        std::fprintf(stderr, "DirectFB catches termination signals: %s\n", DirectFBErrorString(result));
+    }
+}
+
 }  // namespace
 
 BoardProperties BoardProperties::Parse(const std::string& text) {
@@ -127,6 +143,7 @@ void ScreenPage::BringUp(int argc, char** argv) {
     // Failure reports quote these calls as they stand here, blanks included.
     // clang-format off
     DFBCHECK(DirectFBInit( &argc, &argv ));
+    KeepDirectFBOffTerminationSignals();
     DFBCHECK(DirectFBCreate( &dfb ));
     m_dfb = DFBPointer<IDirectFB>(dfb);
     dfb->SetCooperativeLevel(dfb, DFSCL_EXCLUSIVE);
