@@ -304,4 +304,20 @@ TEST(PollThreadDeathTest, EndsTheProcessWhenSomethingIsLeftBehind) {
     EXPECT_ABORT("ASSERT FAILED: false\r\nlib/platform/poll_thread\\.h:34:", client.Pollable::OnActivity());
 }
 
+#if defined(__SANITIZE_THREAD__)
+TEST(FairRecursiveMutexDeathTest, TheThreadSanitizerSeesTheOrderOfLocks) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr int STATUS_OF_A_FINDING = 66;
+    const auto lockBothWays = [] {
+        strata::FairRecursiveMutex first, second;
+        for (const auto& [outer, inner] : {std::pair(&first, &second), std::pair(&second, &first)}) {
+            const std::lock_guard outerLock(*outer);
+            const std::lock_guard innerLock(*inner);
+        }
+        std::exit(EXIT_SUCCESS);
+    };
+    EXPECT_EXIT(lockBothWays(), testing::ExitedWithCode(STATUS_OF_A_FINDING), "lock-order-inversion");
+}
+#endif
+
 }  // namespace

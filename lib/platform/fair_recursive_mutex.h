@@ -10,15 +10,29 @@
 #include <thread>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/sanitizer_mutex.h"
 
 namespace strata {
 
-/// Works with std::lock_guard and std::unique_lock. Made of a condition variable, so the thread sanitizer
-/// sees the data races that it prevents but not the order in which it and other mutexes are taken.
+/// Works with std::lock_guard and std::unique_lock.
 class FairRecursiveMutex {
 public:
     /// Takes the mutex, or takes it once more when this thread has it. Any thread.
     void lock() {
+        m_sanitizer.BeforeLock();
+        Take();
+        m_sanitizer.AfterLock();
+    }
+
+    /// Gives it back as often as it was taken. Only the thread that has it.
+    void unlock() {
+        m_sanitizer.BeforeUnlock();
+        GiveBack();
+        m_sanitizer.AfterUnlock();
+    }
+
+private:
+    void Take() {
         std::unique_lock guard(m_guard);
         if (m_owner == std::this_thread::get_id()) {
             ++m_depth;
@@ -30,8 +44,7 @@ public:
         m_depth = 1;
     }
 
-    /// Gives it back as often as it was taken. Only the thread that has it.
-    void unlock() {
+    void GiveBack() {
         const std::lock_guard guard(m_guard);
         PLATFORM_ASSERT(m_owner == std::this_thread::get_id());
         if (--m_depth == 0) {
@@ -41,7 +54,7 @@ public:
         }
     }
 
-private:
+    [[no_unique_address]] SanitizerMutex m_sanitizer;
     std::mutex m_guard;  // held for moments only
     std::condition_variable m_turn;
     std::thread::id m_owner;
