@@ -27,7 +27,10 @@ std::int64_t SteadyClockNanoseconds() {
 
 }  // namespace
 
-PollThread::PollThread() : m_thread([this] { Run(); }) {}
+PollThread::PollThread() {
+    m_clients.reserve(MAX_CLIENTS);
+    m_thread = boost::thread([this] { Run(); });
+}
 
 // NOLINTNEXTLINE(bugprone-exception-escape): a thread that joins itself ends the process
 PollThread::~PollThread() {
@@ -39,7 +42,7 @@ PollThread::~PollThread() {
     }
 }
 
-void PollThread::Attach(Pollable* client, short events) {
+void PollThread::Attach(Pollable* client, short events) noexcept {
     {
         const std::lock_guard lock(m_mutex);
         m_clients.push_back({client, events});
@@ -138,7 +141,7 @@ void PollThread::Run() {
 std::size_t PollThread::BuildPollSet(PollSet& set) {
     std::size_t count = 0;
     while (count < m_clients.size()) {
-        const ClientSlot slot = m_clients[count];  // a copy: GetFd may attach, which moves the slots
+        const ClientSlot slot = m_clients[count];  // a copy: GetFd may change the slots
         if (slot.client == nullptr) {
             m_clients.erase(m_clients.begin() + static_cast<std::ptrdiff_t>(count));
             continue;

@@ -63,10 +63,11 @@ public:
     PollThread(const PollThread&) = delete;
     PollThread& operator=(const PollThread&) = delete;
 
-    /// Polls a client from the next iteration on. The 256th slot ends the
-    /// process; the thread's own client has one, and a detached client keeps its until the next iteration.
+    /// Polls a client from the next iteration on. The 256th slot ends the process; the thread's own client
+    /// has one, and a detached client keeps its until the next iteration, so attaching and detaching in a
+    /// loop without an iteration in between uses them up. Room for all is kept: there is nothing to fail.
     /// @param events what to poll for, as in POLLIN
-    void Attach(Pollable* client, short events);
+    void Attach(Pollable* client, short events) noexcept;
 
     /// Stops polling a client. When it returns, the client's OnActivity is not running (unless this was
     /// called from inside it) and will not be called again. Nothing happens for a client that is not
