@@ -304,6 +304,27 @@ TEST(PollThreadDeathTest, EndsTheProcessWhenSomethingIsLeftBehind) {
     EXPECT_ABORT("ASSERT FAILED: false\r\nlib/platform/poll_thread\\.h:34:", client.Pollable::OnActivity());
 }
 
+TEST(PollThreadDeathTest, EndsTheProcessWhenACallbackCancelsItsOwnTimer) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto cancelItself = [](bool afterAddingItAgain) {
+        PollThread thread;
+        Alarm alarm([&](std::uintptr_t) {
+            if (afterAddingItAgain) {
+                thread.AddTimer(&alarm, &Alarm::OnTimer, 0, INT64_MAX);
+            }
+            thread.RemoveTimer(&alarm, &Alarm::OnTimer, 0);
+        });
+        thread.AddTimer(&alarm, &Alarm::OnTimer, 0, 0);
+        WaitForAnIteration(thread);
+    };
+    for (const bool afterAddingItAgain : {false, true}) {
+        EXPECT_ABORT(
+            "ASSERT FAILED: &\\*found != m_firedTimer\r\nlib/platform/poll_thread\\.cpp:[0-9]+:void "
+            "PollThread::RemoveTimerEntry\\(",
+            cancelItself(afterAddingItAgain));
+    }
+}
+
 #if defined(__SANITIZE_THREAD__)
 TEST(FairRecursiveMutexDeathTest, TheThreadSanitizerSeesTheOrderOfLocks) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

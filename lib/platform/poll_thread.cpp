@@ -97,9 +97,14 @@ void PollThread::RemoveTimerEntry(TimerClient* object, TimerCallback callback, s
     const auto found = std::find_if(m_timers.begin(), m_timers.end(), [&](const TimerEntry& t) {
         return t.object == object && t.callback == callback && t.argument == argument;
     });
-    if (found != m_timers.end()) {
-        m_timers.erase(found);
+    if (found == m_timers.end()) {
+        return;
     }
+    // Nobody but the callback itself gets here while it runs.
+    PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__,
+                       "void PollThread::RemoveTimerEntry(TimerClient*, TimerCallback, uintptr_t)",
+                       &*found != m_firedTimer);
+    m_timers.erase(found);
 }
 
 void PollThread::Run() {
@@ -166,7 +171,9 @@ void PollThread::FireTimers() {
     while (timer != m_timers.end() && timer->deadline < now) {
         // The entry stays in the list until its callback has returned. What the callback puts ahead of it is
         // left for the next iteration.
+        m_firedTimer = &*timer;
         (timer->object->*timer->callback)(timer->argument);
+        m_firedTimer = nullptr;
         timer = m_timers.erase(timer);
     }
 }

@@ -90,8 +90,9 @@ public:
     }
 
     /// Cancels the first timer with this object, callback and argument; nothing happens without one. When it
-    /// returns, the timer's callback is not running and will not run. A callback must not cancel its own
-    /// timer.
+    /// returns, the timer's callback is not running and will not run. A timer stays the first until its
+    /// callback has returned: a callback that cancels its own timer, or one that it has added with the same
+    /// three and no earlier deadline, ends the process.
     template <class C>
     void RemoveTimer(C* object, void (C::*callback)(std::uintptr_t), std::uintptr_t argument) {
         RemoveTimerEntry(object, static_cast<TimerCallback>(callback), argument);
@@ -145,7 +146,8 @@ private:
     std::atomic<bool> m_stop{false};
     strata::FairRecursiveMutex m_mutex;  // guards everything below
     PollableWaker m_waker;
-    std::vector<ClientSlot> m_clients;  // in the order of attaching
-    std::list<TimerEntry> m_timers;     // by deadline
-    boost::thread m_thread;             // last: runs on the rest
+    std::vector<ClientSlot> m_clients;         // in the order of attaching
+    std::list<TimerEntry> m_timers;            // by deadline
+    const TimerEntry* m_firedTimer = nullptr;  // its callback is running
+    boost::thread m_thread;                    // last: runs on the rest
 };
