@@ -1,7 +1,10 @@
 #pragma once
 
 // The one event thread of the process. Objects that wait on a descriptor attach as a Pollable; objects that
-// need a delayed call add a one-shot timer. All callbacks run on this thread, "vtpoll", under its mutex.
+// need a delayed call add a one-shot timer. All callbacks run on this thread, "vtpoll", under its mutex. So
+// - a callback must not block on a thread that waits to call into the poll thread, nor destroy it;
+// - whoever calls into the poll thread must hold nothing that a callback waits for;
+// - what a callback throws ends the process.
 
 #include <array>
 #include <atomic>
@@ -47,7 +50,12 @@ protected:
 };
 
 /// Created and destroyed by the main function; reached through GetInstance(). Operations may be called from
-/// any thread, callbacks included, but the constructor and destructor.
+/// any thread, callbacks included, but the constructor and destructor. Outside of callbacks they wait for one
+/// that is running.
+///
+/// Attach, Detach, ChangeEvents and AddTimer each write a byte to a pipe, and the thread takes back one in
+/// every iteration. The pipe holds 65,536: more of them out of one callback, or by a thread that keeps
+/// callbacks blocked, wait for ever.
 class PollThread : public strata::Singleton<PollThread> {
 public:
     /// Starts the thread.

@@ -26,7 +26,8 @@ public:
     /// The descriptor to poll for reading.
     int GetReadFd() const { return m_readEnd.Get(); }
 
-    /// Makes the read end readable. Any thread.
+    /// Makes the read end readable. Any thread. Blocks while the pipe is full, with 65,536 wake-ups that were
+    /// not acknowledged.
     void Wake() {
         // Nothing to do about a failure; the pipe outlives its users.
         [[maybe_unused]] const ssize_t ignored = write(m_writeEnd.Get(), "!", 1);
