@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -85,7 +86,7 @@ PortOnHid::PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, 
       m_modelCode(descriptor.modelCode),
       m_headerValue(descriptor.headerValue),
       m_location(descriptor.location) {
-    InitReport();
+    m_directions = InitReport();
 }
 
 void PortOnHid::Start() {
@@ -169,7 +170,9 @@ void PortOnHid::FlushOutputs() const {
     }
 }
 
-void PortOnHid::InitReport() {
+/// @return the directions that the device has, as a mask
+std::uint32_t PortOnHid::InitReport() {
+    const std::lock_guard lock(m_commandMutex);
     if (ioctl(m_device.Get(), HIDIOCINITREPORT, 0) < 0) {
         throw ErrnoException(errno, "InitReport");
     }
@@ -177,7 +180,7 @@ void PortOnHid::InitReport() {
     std::uint32_t before = m_inputs;
     while (!m_inputs.compare_exchange_strong(before, ReadAllInputs())) {
     }
-    m_directions = ReadAllDirections();
+    return ReadAllDirections();
 }
 
 std::uint32_t PortOnHid::ReadAllDirections() const {
@@ -425,15 +428,19 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
     }
 
     PollThread* pollThread = PollThread::GetInstance();
-    // Also waits for the activity that found the device lost. Before the lock, for a command to the old
-    // device may hold that for longer than the timer has left.
+    // Also waits for the activity that found the device lost. Before the command lock, for a command to the
+    // old device may hold that for longer than the timer has left. From here on nothing throws until the port
+    // is attached, so it is never left neither lost nor attached.
     pollThread->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
-
-    const std::lock_guard lock(m_commandMutex);
-    // Cleared before the port is attached: the new device may be lost at once.
-    m_lost = false;
-    m_device = std::move(device);
+    {
+        const std::lock_guard lock(m_commandMutex);
+        std::swap(m_device, device);
+        // Cleared before the port is attached: the new device may be lost at once.
+        m_lost = false;
+    }
     pollThread->Attach(this, POLLIN);
+    // The old one: under no lock, for another opener's request may hold this up.
+    device.Reset();
     RestoreDevice();
 }
 
@@ -443,30 +450,38 @@ void PortOnHid::RestoreDevice() {
     if (m_closing) {
         return;
     }
-    const std::uint32_t directions = m_directions;
-    try {
-        InitReport();
-        const std::uint32_t changed = m_directions ^ directions;
-        for (unsigned pin = 0; pin < MASK_PINS && !m_closing; ++pin) {
-            if ((changed & PinBit(pin)) != 0) {
-                SetDirection(pin, (directions & PinBit(pin)) != 0 ? Direction::OUTPUT : Direction::INPUT);
-            }
-        }
-        // A copy, for SetOutput stores what it writes.
-        const std::map<unsigned, unsigned> outputs = m_outputs;
-        for (const auto& [pin, value] : outputs) {
-            // Values are remembered before they are sent, so those of pins that the board does not have are
-            // among them; the kernel would reject them again.
-            if (pin < m_count && !m_closing) {
-                SetOutput(pin, value);
-            }
-        }
-    } catch (...) {
-        // The request may have failed because the board went away again: the next time it comes back, the
-        // directions to restore are still these, not those just read.
-        m_directions = directions;
-        throw;
+    const std::uint32_t found = InitReport();
+    for (unsigned pin = 0; pin < MASK_PINS && !m_closing; ++pin) {
+        RestoreDirection(pin, found);
     }
+    // Values are remembered before they are sent, so those of pins that the board does not have are among
+    // them. The kernel rejects them again, which ends the restoration: they are the last ones.
+    std::optional<unsigned> last;
+    while (!m_closing && RestoreNextOutput(last)) {
+    }
+}
+
+/// @param found  the directions that the device had when it came back
+void PortOnHid::RestoreDirection(unsigned pin, std::uint32_t found) {
+    const std::lock_guard lock(m_commandMutex);
+    const std::uint32_t directions = m_directions;
+    if (((directions ^ found) & PinBit(pin)) != 0) {
+        SetDirection(pin, (directions & PinBit(pin)) != 0 ? Direction::OUTPUT : Direction::INPUT);
+    }
+}
+
+/// Writes the output that follows the last one, in ascending order.
+/// @param last  the pin that was restored last; nothing before the first
+/// @return whether there was one
+bool PortOnHid::RestoreNextOutput(std::optional<unsigned>& last) {
+    const std::lock_guard lock(m_commandMutex);
+    const auto output = last ? m_outputs.upper_bound(*last) : m_outputs.begin();
+    if (output == m_outputs.end()) {
+        return false;
+    }
+    last = output->first;
+    SetOutput(output->first, output->second);
+    return true;
 }
 
 }  // namespace ExternalControl::Impl

@@ -12,10 +12,12 @@
 // - the commands of the port, on the caller's thread;
 // - the input events and the lost timer, on the poll thread;
 // - the reconnection, on the hot-plug monitor's thread.
-// Commands and the reconnection exclude each other: a command reaches the old device (and fails) or the new
-// one, when everything is restored. The poll thread never waits for them. It uses the descriptor only while
-// the port is attached, and the descriptor changes only while it is not; everything else that it shares is
-// atomic or changes while callbacks are blocked.
+// Commands and the reconnection exclude each other for one value at a time. A command reaches the old device
+// (and fails) or the new one; what the reconnection restores is what is remembered when its turn comes, so
+// nothing that a command has sent meanwhile is undone. The poll thread does not wait for them, unless a
+// callback gives commands itself. It uses the descriptor only while the port is attached, and the descriptor
+// changes only while it is not; everything else that it shares is atomic or changes while callbacks are
+// blocked.
 
 #include <linux/hiddev.h>
 
@@ -24,11 +26,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/usb_bus_order.h"
+#include "lib/platform/fair_recursive_mutex.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
 #include "lib/platform/unique_fd.h"
@@ -81,8 +84,9 @@ public:
     };
     using DescriptorPtr = std::shared_ptr<Descriptor>;
 
-    /// Opens a port and attaches it to the PollThread. Any thread but the poll thread; blocks for about 10
-    /// seconds when the board does not answer.
+    /// Opens a port and attaches it to the PollThread. Any thread but the poll thread. Waits for a callback
+    /// that is running, so nothing that one takes may be held; blocks for about 10 seconds when the board
+    /// does not answer.
     /// @throws ErrnoException when the device fails; nothing is left behind then
     static std::shared_ptr<PortOnHid> Open(const Descriptor& descriptor, InputCallback inputCallback,
                                            LostCallback lostCallback);
@@ -129,7 +133,7 @@ private:
     void SubmitUsage(hiddev_usage_ref reference) const;
     void SubmitUsages(hiddev_usage_ref_multi& usages) const;
     void FlushOutputs() const;
-    void InitReport();
+    std::uint32_t InitReport();
     std::uint32_t ReadAllDirections() const;
     bool IsDirectionOutput(unsigned pin) const;
     void SetDirection(unsigned pin, Direction direction);
@@ -141,6 +145,8 @@ private:
     void HandleLevel(unsigned index, bool usageSet);
 
     void RestoreDevice();
+    void RestoreDirection(unsigned pin, std::uint32_t found);
+    bool RestoreNextOutput(std::optional<unsigned>& last);
 
     strata::UniqueFd m_device;
     const std::uint32_t m_capabilities;
@@ -163,8 +169,14 @@ private:
     const std::uint32_t m_headerValue;
     const std::string m_location;
     std::atomic<bool> m_lost{false};
-    std::atomic<bool> m_closing{false};      ///< the port is being destroyed
-    std::recursive_mutex m_commandMutex;     ///< guards the outputs, and the device against being exchanged
+    std::atomic<bool> m_closing{false};  ///< the port is being destroyed
+
+    /// Guards the outputs, and the device against being exchanged. Held while one value is sent or read. Lock
+    /// order: the poll thread's mutex comes before this one, for callbacks run under that and may give
+    /// commands. So nothing that needs the poll thread's (to attach, to detach, its timers, BlockCallbacks)
+    /// and no callback is called under this one, and commands may be given under whatever callbacks take.
+    /// Fair, for a reconnection takes it again and again: a command gets its turn after one value.
+    strata::FairRecursiveMutex m_commandMutex;
     std::map<unsigned, unsigned> m_outputs;  ///< by pin, the value last written
 };
 

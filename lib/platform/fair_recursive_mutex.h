@@ -1,8 +1,9 @@
 #pragma once
 
 // A recursive mutex that serves its waiters in the order in which they came. The poll thread releases its
-// mutex only for a moment between two iterations while a descriptor stays ready; with an ordinary mutex it
-// would win it back every time, and other threads could wait for ever.
+// mutex only for a moment between two iterations while a descriptor stays ready, and a HID port that restores
+// its board's values releases its own only for a moment between two; with an ordinary mutex they would win it
+// back every time, and other threads could wait for ever.
 
 #include <condition_variable>
 #include <cstdint>

@@ -209,7 +209,6 @@ TEST_F(PortsOnHid, OutputsAndValuesSurviveTwentyReturns) {
     const auto leds = OpenAvailable("TouchBoard-0-LED");
     setup->SetOutput(1, 0x15);
     setup->SetOutput(0, 0x1C2);
-    EXPECT_THROW(leds->SetOutput(11, 1), ErrnoException);  // not to be tried again
     const unsigned descriptors = CountDescriptors();
     std::vector<unsigned> written(11, 0);
     for (unsigned cycle = 0; cycle < 20; ++cycle) {
