@@ -97,16 +97,16 @@ void PortOnHid::Start() {
 }
 
 PortOnHid::~PortOnHid() {
-    // A reconnection that is running makes no more requests.
+    // First: a reconnection that is running does not attach the port again, and makes no more requests.
     m_closing = true;
-    // Before the rest, for a reconnection would attach the port again.
-    if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
-        KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
-    }
     // In this order: the activity that finds the device gone starts the timer. The poll thread may be waiting
     // on the descriptor still; then it is the one that closes it in the end.
     PollThread::GetInstance()->Detach(this);
     PollThread::GetInstance()->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
+    // Last, for it waits for the reconnection.
+    if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
+        KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
+    }
 }
 
 // --- Requests to the device ---
@@ -438,7 +438,14 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
         // Cleared before the port is attached: the new device may be lost at once.
         m_lost = false;
     }
-    pollThread->Attach(this, POLLIN);
+    {
+        // The destructor detaches once, after it has said that the port is closing.
+        const auto blocked = pollThread->BlockCallbacks();
+        if (m_closing) {
+            return;
+        }
+        pollThread->Attach(this, POLLIN);
+    }
     // The old one: under no lock, for another opener's request may hold this up.
     device.Reset();
     RestoreDevice();

@@ -94,10 +94,6 @@ public:
     /// For Open: opens the device and reads its state.
     PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback);
 
-    /// Not from a callback. Waits for a callback that is running, and for the one request that a reconnection
-    /// is making: about 10 seconds when the board does not answer.
-    ~PortOnHid() override;
-
     unsigned GetPinCount() override { return m_count; }
     std::string GetVersion() override;
     std::string GetProperties() override;
@@ -116,6 +112,12 @@ public:
 
     int GetFd() override { return m_device.Get(); }
     void OnActivity(short revents) override;
+
+    /// Not from a callback: a LostCallback that destroys its port cancels the timer that called it, and ends
+    /// the process. Waits for a callback that is running; none comes after it. Then waits for the one request
+    /// that a reconnection is making: about 10 seconds when the board does not answer. Nothing that a
+    /// callback takes may be held.
+    ~PortOnHid() override;
 
     void OnDeviceAppeared(const std::string& deviceName) override;
     void OnDeviceDisappeared(const std::string&) override {}
