@@ -11,15 +11,16 @@
 
 namespace ExternalControl {
 
-/// What a port received. Runs on the poll thread: keep it short. Open, release and command no port from here:
-/// a command may wait for a device, and the others for a thread that waits for this callback.
+/// What a port received. Runs on the poll thread: keep it short. Open and release no port from here: both may
+/// wait for a thread that waits for this callback. Commands may be given, but hold up all callbacks of the
+/// process while they wait for a device.
 /// @param pin    pin number, or index of the value
 /// @param value  a level (0 or 1), or the value as received
 /// @param width  1 for a level, 32 for a value
 using InputCallback = std::function<void(unsigned pin, unsigned value, unsigned width)>;
 
-/// The port's device has been gone for 10 seconds. Runs on the poll thread: open, release and command no port
-/// from here.
+/// The port's device has been gone for 10 seconds. Runs on the poll thread, as an InputCallback. If it drops
+/// the last owner of its port, the process ends.
 using LostCallback = std::function<void()>;
 
 /// The player's own lines do not have this pin, or not for this use.
@@ -30,9 +31,10 @@ public:
 
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
 /// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
-/// also waits until that is through, 10 seconds for every value restored. A failing device is an
-/// ErrnoException, for most operations with their name. Questions about one pin of the player's own lines
-/// throw PinNotAvailableException for a pin above 31.
+/// waits as long again, for the value that is being restored. They never wait for a callback, so the caller
+/// may hold what callbacks take; who opens or releases a port, or sets its value callback, may not. A failing
+/// device is an ErrnoException, for most operations with their name. Questions about one pin of the player's
+/// own lines throw PinNotAvailableException for a pin above 31.
 ///
 /// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
 /// std::shared_ptr, which remembers it.
@@ -108,7 +110,8 @@ public:
     virtual bool SetPinFunction(unsigned /*pin*/, const std::string& /*function*/) { return false; }
 
     /// Replaces the second callback, which gets every value that a board sends, changed or not, with width
-    /// 32; other ports have none. Any thread, the callback itself included.
+    /// 32; other ports have none. Any thread, the callback itself included. Waits for a callback that is
+    /// running: nothing that one takes may be held.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): ports that keep the callback move it
     virtual void SetValueCallback(InputCallback /*callback*/) {}
 
@@ -122,8 +125,9 @@ protected:
 /// - "VX1000-compatible": a flat port of own lines and of an expander's, for older software;
 /// - any other, such as "TouchBoard-0-LED": a board. The boards are looked for once in a process, at the
 ///   first such call: what is plugged in later cannot be opened.
-/// Any thread, not from a callback. A board that does not answer blocks the call for about 10 seconds, and
-/// the first call, which asks touch boards for their model, for some 40 more.
+/// Any thread, not from a callback, nor while something is held that one takes. A board that does not answer
+/// blocks the call for about 10 seconds, and the first call, which asks touch boards for their model, for
+/// some 40 more.
 /// @param inputCallback  gets the inputs; required
 /// @param lostCallback   may be empty; only boards call it
 /// @return the port, attached to the PollThread; must be released before that ends
