@@ -17,6 +17,7 @@
 
 #include "lib/platform/unique_fd.h"
 #include "tests/console_report.h"
+#include "tests/poll_iteration.h"
 
 namespace {
 
@@ -48,31 +49,6 @@ private:
     strata::UniqueFd m_writeEnd;
     std::function<void(short)> m_onActivity;
 };
-
-/// Timers that run a function.
-class Alarm : public TimerClient {
-public:
-    explicit Alarm(std::function<void(std::uintptr_t)> onTimer) : m_onTimer(std::move(onTimer)) {}
-    virtual ~Alarm() = default;
-    virtual void OnTimer(std::uintptr_t argument) { m_onTimer(argument); }
-    void OnOtherTimer(std::uintptr_t argument) { m_onTimer(argument); }
-
-private:
-    std::function<void(std::uintptr_t)> m_onTimer;
-};
-
-/// Returns when the poll thread has come through a whole iteration after this call: everything that was ready
-/// or due before has been served.
-void WaitForAnIteration(PollThread& thread) {
-    for (int i = 0; i < 2; ++i) {
-        std::promise<void> fired;
-        Alarm alarm([&](std::uintptr_t) { fired.set_value(); });
-        thread.AddTimer(&alarm, &Alarm::OnTimer, 0, 0);
-        fired.get_future().wait();
-        // The entry is in the list until its callback has returned.
-        const auto blocked = thread.BlockCallbacks();
-    }
-}
 
 TEST(PollThread, ServesClientsOnAThreadOfItsOwnNameUntilDetached) {
     PollThread thread;

@@ -57,14 +57,8 @@ std::shared_ptr<PortOnHid> OpenAvailable(const std::string& name, InputCallback 
     return PortOnHid::Open(*descriptor, std::move(input), std::move(lost));
 }
 
-/// The descriptors of this process, or those of one file; a node that was unplugged is another file.
-unsigned CountDescriptors(const std::string& path = "") {
-    unsigned count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code ignored;  // closed by another thread
-        count += std::filesystem::read_symlink(entry, ignored).string().ends_with(path);
-    }
-    return count;
+long CountDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 std::string Leds(const std::vector<unsigned>& values) {
@@ -209,7 +203,7 @@ TEST_F(PortsOnHid, OutputsAndValuesSurviveTwentyReturns) {
     const auto leds = OpenAvailable("TouchBoard-0-LED");
     setup->SetOutput(1, 0x15);
     setup->SetOutput(0, 0x1C2);
-    const unsigned descriptors = CountDescriptors();
+    const long descriptors = CountDescriptors();
     std::vector<unsigned> written(11, 0);
     for (unsigned cycle = 0; cycle < 20; ++cycle) {
         leds->SetOutput(cycle % 11, written[cycle % 11] = 100 + cycle);
@@ -253,32 +247,6 @@ TEST_F(PortsOnHid, DirectionsAndOutputsSurviveReturns) {
     EXPECT_EQ(gpio->ReadAllOutputs(), 0x20030u);
 }
 
-TEST_F(PortsOnHid, CommandsWhileTheBoardReturnsAreNotOvertaken) {
-    Board board("KP480", 0);
-    const auto leds = OpenAvailable("TouchBoard-0-LED");
-    unsigned last = 0;
-    std::jthread commander([&](const std::stop_token& stop) {
-        while (!stop.stop_requested()) {
-            try {
-                leds->SetOutput(3, ++last);
-            } catch (const ErrnoException&) {
-                // Remembered, to be sent when the board is back.
-            }
-            std::this_thread::sleep_for(5ms);
-        }
-    });
-    for (int cycle = 0; cycle < 2; ++cycle) {
-        board.Unplug();
-        board.Plug();
-        board.WaitFor(" led 4 ");
-    }
-    board.Unplug();
-    board.Plug();
-    commander.request_stop();
-    commander.join();
-    WaitUntil([&] { return board.HasState(Leds({0, 0, 0, last, 0, 0, 0, 0, 0, 0, 0})); });
-}
-
 TEST_F(PortsOnHid, ALostBoardIsReportedOnceAndMayStillReturn) {
     Board board("KP480", 0);
     EventLog values;
@@ -301,29 +269,19 @@ TEST_F(PortsOnHid, ALostBoardIsReportedOnceAndMayStillReturn) {
     EXPECT_EQ(lost, 1);
 }
 
-TEST_F(PortsOnHid, APortMayBeDestroyedWhileItsBoardReturns) {
+TEST_F(PortsOnHid, ABoardThatIsBackBeforeItsLossIsSeenReturns) {
     Board board("KP480", 0);
-    const unsigned descriptors = CountDescriptors();
-    for (const bool mute : {false, true}) {
-        auto leds = OpenAvailable("TouchBoard-0-LED");
-        leds->SetAllLevels(0x7FF);
-        AnnouncementCount announcements;
-        m_objectGlobals.AddHotplugObserver(&announcements, "/hiddev");
-        // As a slow callback does: the board is back before the port sees that it was away.
-        auto blocked = m_pollThread.BlockCallbacks();
+    const auto leds = OpenAvailable("TouchBoard-0-LED");
+    leds->SetAllLevels(0x7FF);
+    AnnouncementCount announcements;
+    m_objectGlobals.AddHotplugObserver(&announcements, "/hiddev");
+    {
+        // As a slow callback does.
+        const auto blocked = m_pollThread.BlockCallbacks();
         board.Unplug();
         board.Plug();
         WaitUntil([&] { return announcements.count >= 2; });
-        board.Send(mute ? "mute" : "unmute");
-        board.HasState("");
-        blocked.unlock();
-        WaitUntil([] { return CountDescriptors("/dev/usb/hiddev0") == 1; });
-        // Neither waits until all is restored: the observer for nothing, the port for one request.
-        const auto start = std::chrono::steady_clock::now();
-        m_objectGlobals.RemoveHotplugObserver(&announcements, "/hiddev");
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
-        leds.reset();
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
     }
-    EXPECT_EQ(CountDescriptors(), descriptors);
+    WaitUntil([&] { return board.HasState(Leds(std::vector<unsigned>(11, 1))); });
+    m_objectGlobals.RemoveHotplugObserver(&announcements, "/hiddev");
 }
