@@ -7,7 +7,7 @@
 // - std::runtime_error, when a pin cannot be what it is to be.
 
 #include "apps/portprobe/request.h"
-#include "apps/portprobe/stop_signals.h"
+#include "lib/platform/stop_signals.h"
 
 /// Sets outputs. Pins that are none yet become outputs once they have the level: no other shows on the line.
 void Set(const Request& request);

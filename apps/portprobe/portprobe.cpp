@@ -9,12 +9,12 @@
 #include "apps/portprobe/drive_commands.h"
 #include "apps/portprobe/read_commands.h"
 #include "apps/portprobe/request.h"
-#include "apps/portprobe/stop_signals.h"
 #include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch.h"
 #include "lib/hardware/hardware_config.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
+#include "lib/platform/stop_signals.h"
 
 namespace {
 

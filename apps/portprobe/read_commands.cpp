@@ -13,10 +13,10 @@
 
 #include "apps/portprobe/known_ports.h"
 #include "apps/portprobe/pins.h"
-#include "apps/portprobe/standard_output.h"
 #include "lib/hardware/board_identity.h"
 #include "lib/hardware/hid_snapshot.h"
 #include "lib/platform/posix_helpers.h"
+#include "lib/platform/standard_output.h"
 #include "lib/platform/string_operations.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <optional>
 #include <system_error>
 
-#include "apps/portprobe/standard_output.h"
+#include "lib/platform/standard_output.h"
 #include "lib/platform/string_operations.h"
 
 namespace {

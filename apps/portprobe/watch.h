@@ -3,7 +3,7 @@
 // portprobe watch: prints what ports receive.
 
 #include "apps/portprobe/request.h"
-#include "apps/portprobe/stop_signals.h"
+#include "lib/platform/stop_signals.h"
 
 /// Prints the level of each input, or the value where a port has values, and then every change, as lines to
 /// standard output, until a signal comes, the count is complete or the time is over. A signal that comes
