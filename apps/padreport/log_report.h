@@ -1,0 +1,35 @@
+#pragma once
+
+// A log, read and judged: what every kind of output shows.
+
+#include <string>
+#include <vector>
+
+#include "apps/padreport/figures.h"
+#include "apps/padreport/remarks.h"
+#include "apps/padreport/verdict.h"
+
+namespace padreport {
+
+struct LogReport {
+    LogFigures figures;
+    unsigned signal = 0;                ///< index of the value, from 0
+    std::vector<Judgement> judgements;  ///< one for each button of the figures, in their order
+    std::vector<Remark> remarks;
+
+    bool HasSamples() const { return figures.GetSampleCount() > 0; }
+};
+
+/// Judges what has been read so far.
+/// @param name of the log
+/// @param readTrouble what ended the reading early; empty when nothing did
+/// @param signal index of the value, from 0
+LogReport MakeLogReport(std::string name, std::string readTrouble, const LogReader& reader,
+                        const LogStatistics& statistics, unsigned signal);
+
+/// Reads a whole log, and judges it. One that cannot be opened gives a report without samples.
+/// @param path of a file, or STANDARD_INPUT
+/// @param signal index of the value, from 0
+LogReport ReadLogReport(const std::string& path, unsigned signal);
+
+}  // namespace padreport
