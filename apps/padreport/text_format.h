@@ -1,0 +1,37 @@
+#pragma once
+
+// How figures look in tables and in CSV: what is not known is "-" in the former, and empty in the latter.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "lib/platform/string_operations.h"
+
+namespace padreport {
+
+constexpr const char* NOT_KNOWN = "-";
+
+inline std::string FormatCount(std::uint64_t count) {
+    return std::to_string(count);
+}
+
+inline std::string FormatDecimal(double number, int digits = 1) {
+    return strprintf("%.*f", digits, number);
+}
+
+/// @return seconds with three decimals
+inline std::string FormatSeconds(std::int64_t milliseconds) {
+    return strprintf("%.3f", static_cast<double>(milliseconds) / 1000);
+}
+
+inline std::string FormatButton(unsigned button) {
+    return "BT" + std::to_string(button);
+}
+
+/// @return "1 run", "2 runs"
+inline std::string FormatNumberOf(std::uint64_t count, const std::string& what) {
+    return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
+}  // namespace padreport
