@@ -1,0 +1,44 @@
+#pragma once
+
+// The command line of padreport, turned into one record.
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace padreport {
+
+enum class Task {
+    REPORT,
+    COMPARE,
+    SUMMARY,
+    FOLLOW,
+    HELP,
+    VERSION,
+};
+
+enum class Format { TEXT, CSV, JSON };
+
+/// What the user wants.
+struct Request {
+    Task task = Task::REPORT;
+    Format format = Format::TEXT;
+    unsigned signal = 3;  ///< index of the value that verdicts and thresholds are about, from 0
+    std::vector<std::string>
+        files;  ///< at least one for REPORT and SUMMARY, two for COMPARE, none for FOLLOW
+};
+
+/// The command line cannot be used: what() says what to type instead.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Parses the command line. Main thread only, for getopt_long keeps its place in global variables.
+/// @throws UsageError
+Request ParseCommandLine(int argc, char** argv);
+
+/// What the program can do.
+extern const char* const HELP_TEXT;
+
+}  // namespace padreport
