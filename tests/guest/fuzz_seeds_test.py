@@ -25,7 +25,7 @@ class FuzzSeeds(GuestTestCase):
         run.close_input()
         self.assertEqual(run.wait(RUN_TIMEOUT), 0, run.stderr.decode())
         self.assertEqual(run.stdout.decode().split(), [target.name for target in targets])
-        self.assertEqual(len(targets), 6)
+        self.assertEqual(len(targets), 7)
 
 
 if __name__ == "__main__":
