@@ -62,7 +62,8 @@ TEST_F(PadreportProgram, NamesTheNoisyAndTheWeakButtonWithThresholdsThatMendThem
     }
     board.seed = 2;
     Write("before", MakeTroubledBoard().MakeLog());
-    for (const Json& button : Report(board.MakeLog())["buttons"]) {
+    const Json after = Report(board.MakeLog());
+    for (const Json& button : after["buttons"]) {
         EXPECT_EQ(button["verdict"], "safe") << button["button"];
     }
     const std::string comparison = Run("--compare before log").output;
