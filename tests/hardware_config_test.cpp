@@ -1,7 +1,7 @@
 // What is read from a device tree: the player's hardware, the order of its USB connectors, its pin
 // multiplexer; and what the boot loader's environment adds.
 
-#include "lib/hardware/hardware_config.h"
+#include "lib/player/hardware_config.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -15,10 +15,10 @@
 #include <tuple>
 #include <utility>
 
-#include "lib/hardware/alternate_pin_mux.h"
-#include "lib/hardware/usb_bus_order.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
+#include "lib/player/alternate_pin_mux.h"
+#include "lib/player/usb_bus_order.h"
 
 namespace {
 

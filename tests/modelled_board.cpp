@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "lib/hardware/usb_bus_order.h"
+#include "lib/player/usb_bus_order.h"
 #include "lib/platform/posix_helpers.h"
 
 namespace {

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "lib/hardware/hardware_config.h"
 #include "lib/platform/string_operations.h"
+#include "lib/player/hardware_config.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include <tuple>
 #include <utility>
 
-#include "lib/hardware/hardware_config.h"
 #include "lib/kestrel_dfb/encoder_fields.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
+#include "lib/player/hardware_config.h"
 
 namespace {
 

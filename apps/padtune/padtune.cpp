@@ -11,11 +11,11 @@
 #include "apps/padtune/screen_page.h"
 #include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_reports.h"
-#include "lib/hardware/hardware_config.h"
 #include "lib/kestrel_dfb/directfb_helpers.h"
 #include "lib/kestrel_dfb/platform_layer.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
+#include "lib/player/hardware_config.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 #include "apps/portprobe/request.h"
 #include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch.h"
-#include "lib/hardware/hardware_config.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
 #include "lib/platform/stop_signals.h"
+#include "lib/player/hardware_config.h"
 
 namespace {
 

@@ -30,11 +30,11 @@
 #include <string>
 
 #include "lib/hardware/external_control.h"
-#include "lib/hardware/usb_bus_order.h"
 #include "lib/platform/fair_recursive_mutex.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
 #include "lib/platform/unique_fd.h"
+#include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
 

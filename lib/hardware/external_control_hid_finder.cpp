@@ -9,10 +9,10 @@
 #include <stdexcept>
 
 #include "lib/hardware/board_identity.h"
-#include "lib/hardware/usb_bus_order.h"
 #include "lib/platform/assertion.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/unique_fd.h"
+#include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
 namespace {

@@ -16,9 +16,9 @@
 #include <mutex>
 #include <utility>
 
-#include "lib/hardware/alternate_pin_mux.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/trace.h"
+#include "lib/player/alternate_pin_mux.h"
 
 namespace ExternalControl::Impl {
 namespace {

@@ -3,7 +3,6 @@
 #include <exception>
 #include <utility>
 
-#include "lib/hardware/hardware_config.h"
 #include "lib/kestrel_dfb/encoder_configuration.h"
 #include "lib/kestrel_dfb/video_mode_table.h"
 #include "lib/platform/assertion.h"
@@ -11,6 +10,7 @@
 #include "lib/platform/string_operations.h"
 #include "lib/platform/string_splitter.h"
 #include "lib/platform/trace.h"
+#include "lib/player/hardware_config.h"
 
 namespace {
 

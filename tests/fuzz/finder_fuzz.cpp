@@ -7,8 +7,8 @@
 #include <sys/ioctl.h>
 
 #include "lib/hardware/external_control_hid_finder.h"
-#include "lib/hardware/usb_bus_order.h"
 #include "lib/platform/posix_helpers.h"
+#include "lib/player/usb_bus_order.h"
 #include "tests/fuzz/modelled_device.h"
 
 using namespace ExternalControl::Impl;

@@ -4,11 +4,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "lib/hardware/hardware_config.h"
 #include "lib/kestrel_dfb/video_mode.h"
 #include "lib/kestrel_dfb/video_mode_table.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
+#include "lib/player/hardware_config.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

@@ -9,8 +9,8 @@
 #include <map>
 #include <string>
 
-#include "lib/hardware/device_tree.h"
 #include "lib/platform/singleton.h"
+#include "lib/player/device_tree.h"
 
 class AlternatePinMux : public strata::AutoCreateSingleton<AlternatePinMux> {
 public:

@@ -1,4 +1,4 @@
-#include "lib/hardware/usb_bus_order.h"
+#include "lib/player/usb_bus_order.h"
 
 #include <algorithm>
 #include <charconv>

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "lib/hardware/device_tree.h"
 #include "lib/platform/singleton.h"
+#include "lib/player/device_tree.h"
 
 /// What the device tree says, and what it does not say, the boot loader's environment in the player's flash
 /// (docs/hardware-description.md). A value that is in neither is 0 or empty; one that cannot be read is

@@ -1,4 +1,4 @@
-#include "lib/hardware/device_tree.h"
+#include "lib/player/device_tree.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "lib/hardware/device_tree.h"
+#include "lib/player/device_tree.h"
 
 /// Compares by value, first number first: port 2 comes before port 10. Either
 /// - a port path, the ports on the way to a device: the bus number, then the port of the root hub, of the

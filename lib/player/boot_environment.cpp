@@ -1,4 +1,4 @@
-#include "lib/hardware/boot_environment.h"
+#include "lib/player/boot_environment.h"
 
 #include <unistd.h>
 

@@ -1,10 +1,10 @@
-#include "lib/hardware/hardware_config.h"
+#include "lib/player/hardware_config.h"
 
 #include <charconv>
 #include <exception>
 #include <system_error>
 
-#include "lib/hardware/boot_environment.h"
+#include "lib/player/boot_environment.h"
 #include "lib/platform/trace.h"
 
 namespace {

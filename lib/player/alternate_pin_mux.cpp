@@ -1,4 +1,4 @@
-#include "lib/hardware/alternate_pin_mux.h"
+#include "lib/player/alternate_pin_mux.h"
 
 #include <fcntl.h>
 #include <unistd.h>
