@@ -6,7 +6,7 @@
 
 #ifdef PADTUNE_HAVE_ENCODER_EXTENSIONS
 
-void CopyModeToEncoderConfiguration(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
+void CopyModeToEncoderConfiguration(const VideoModeRecord& mode, DFBScreenEncoderConfig& configuration) {
     CopyPlayerFields(mode, configuration);
 }
 
@@ -46,7 +46,7 @@ constexpr ResolutionTranslation RESOLUTIONS[] = {
 
 }  // namespace
 
-void CopyModeToEncoderConfiguration(const VideoMode::Mode& mode, DFBScreenEncoderConfig& configuration) {
+void CopyModeToEncoderConfiguration(const VideoModeRecord& mode, DFBScreenEncoderConfig& configuration) {
     CopyCommonFields(mode, configuration);
     for (const ResolutionTranslation& translation : RESOLUTIONS) {
         if (translation.player == mode.resolution) {

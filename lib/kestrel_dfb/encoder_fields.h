@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "lib/kestrel_dfb/video_mode.h"
+#include "lib/kestrel_dfb/video_mode_record.h"
 
 /// Marks fields of a configuration as valid; marks that are there stay. Any thread.
 /// @param flags the bits of the fields
@@ -26,7 +26,7 @@ void AssignField(Field& field, Value value) {
 
 /// Copies and marks the fields whose values are the same in every DirectFB. Any thread.
 template <typename Configuration>
-void CopyCommonFields(const VideoMode::Mode& mode, Configuration& configuration) {
+void CopyCommonFields(const VideoModeRecord& mode, Configuration& configuration) {
     AddFlags(configuration, DSECONF_TV_STANDARD | DSECONF_SCANMODE | DSECONF_FREQUENCY | DSECONF_CONNECTORS |
                                 DSECONF_FRAMING);
     AssignField(configuration.tv_standard, mode.tv_standard);
@@ -38,7 +38,7 @@ void CopyCommonFields(const VideoMode::Mode& mode, Configuration& configuration)
 
 /// Copies and marks all fields that the player's DirectFB takes from a mode. Any thread.
 template <typename Configuration>
-void CopyPlayerFields(const VideoMode::Mode& mode, Configuration& configuration) {
+void CopyPlayerFields(const VideoModeRecord& mode, Configuration& configuration) {
     // An upstream DirectFB has no names for these bits.
     constexpr std::uint32_t COLOR_SPACE_FIELD = 0x2000;
     constexpr std::uint32_t COLOR_DEPTH_FIELD = 0x4000;

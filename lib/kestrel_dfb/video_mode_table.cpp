@@ -7,12 +7,12 @@ enum ScanMode { INTERLACED = 1, PROGRESSIVE = 2 };
 
 constexpr std::uint32_t FRAMING_MONO = 1;
 
-constexpr VideoMode::Mode Row(const char* name, Family family, std::uint32_t tvStandard,
+constexpr VideoModeRecord Row(const char* name, Family family, std::uint32_t tvStandard,
                               std::uint64_t resolution, std::uint32_t frequency, ScanMode scanMode,
                               std::uint32_t rank, std::uint32_t colorSpace, std::uint8_t colorSpaces8bit,
                               std::uint8_t colorSpaces10bit, std::uint8_t colorSpaces12bit,
                               std::uint8_t reducedBlanking, std::uint32_t upscale) {
-    VideoMode::Mode mode{};
+    VideoModeRecord mode{};
     mode.name = name;
     mode.tv_timing = family == TV;
     mode.pc_timing = family == PC;
@@ -34,7 +34,7 @@ constexpr VideoMode::Mode Row(const char* name, Family family, std::uint32_t tvS
 }
 
 // clang-format off
-constexpr VideoMode::Mode TABLE[] = {
+constexpr VideoModeRecord TABLE[] = {
     //  name                 family, TV standard, resolution, frequency, scan mode, rank, colour space,
     //                       colour spaces at 8, 10 and 12 bits, reduced blanking, upscale
     Row("640x480x60p",       PC, 0x400, 0x1,          0x10,  PROGRESSIVE, 1, 1, 0x9, 0x9, 0x9, 0, 0),
@@ -135,6 +135,6 @@ constexpr VideoMode::Mode TABLE[] = {
 
 }  // namespace
 
-std::span<const VideoMode::Mode> GetVideoModeTable() {
+std::span<const VideoModeRecord> GetVideoModeTable() {
     return TABLE;
 }

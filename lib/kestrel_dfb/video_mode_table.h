@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "lib/kestrel_dfb/video_mode.h"
+#include "lib/kestrel_dfb/video_mode_record.h"
 
 constexpr std::uint32_t COLOR_SPACE_RGB = 1;
 constexpr std::uint32_t COLOR_DEPTH_8_BIT = 1;
@@ -17,4 +17,4 @@ constexpr std::uint64_t RESOLUTION_3840_2160 = 0x40000;
 constexpr std::uint64_t RESOLUTION_4096_2160 = 0x80000;
 
 /// The video mode table. Any thread.
-std::span<const VideoMode::Mode> GetVideoModeTable();
+std::span<const VideoModeRecord> GetVideoModeTable();

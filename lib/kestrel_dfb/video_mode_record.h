@@ -1,0 +1,35 @@
+#pragma once
+
+// One video mode as data: what the table lists, the parser changes and the encoder is given.
+
+#include <cstdint>
+
+/// One video mode: a row of the mode table, or a copy of one changed by option words. Numbers that
+/// name a standard, a resolution, a frequency or a connector are those of the player's DirectFB.
+struct VideoModeRecord {
+    const char* name;  ///< the row's constant text
+    std::uint8_t tv_timing;
+    std::uint8_t pc_timing;
+    std::uint8_t reduced_blanking;
+    std::uint8_t color_spaces_8bit;   ///< allowed colour spaces, bit n stands for colour space n+1
+    std::uint8_t color_spaces_10bit;  ///< likewise
+    std::uint8_t color_spaces_12bit;  ///< likewise
+    std::uint8_t reserved_after_color_spaces[2];
+    std::uint32_t tv_standard;
+    std::uint32_t reserved_after_tv_standard;
+    std::uint64_t resolution;
+    std::uint32_t frequency;  ///< frame rate, also for interlaced modes
+    std::uint32_t scan_mode;  ///< 1 interlaced, 2 progressive
+    std::uint32_t framing;
+    std::uint32_t connectors;
+    std::uint32_t rank;
+    std::uint32_t color_space;  ///< 1 RGB, 2 YCbCr 4:2:0, 3 YCbCr 4:2:2, 4 YCbCr 4:4:4
+    std::uint32_t color_depth;  ///< 1 8-bit, 2 10-bit, 3 12-bit, 4 16-bit
+    std::uint32_t range;        ///< 0 not specified, 1 limited, 2 full
+    std::uint8_t preferred;
+    std::uint8_t reserved_after_preferred[3];
+    std::uint32_t upscale;  ///< 1: graphics are rendered at a lower size and scaled up
+    std::uint8_t gfx_mem_large;
+    std::uint8_t dbv;
+    std::uint8_t reserved_at_end[6];
+};
