@@ -1,6 +1,7 @@
 // Messages and trace sinks.
 
 #include "lib/platform/trace.h"
+#include "lib/platform/message.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

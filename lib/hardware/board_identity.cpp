@@ -9,9 +9,9 @@
 #include <thread>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
-#include "lib/platform/trace.h"
 
 namespace ExternalControl::Impl {
 namespace {

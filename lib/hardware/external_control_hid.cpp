@@ -13,9 +13,9 @@
 
 #include "lib/hardware/board_identity.h"
 #include "lib/hardware/hid_snapshot.h"
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
-#include "lib/platform/trace.h"
 
 namespace ExternalControl::Impl {
 namespace {

@@ -16,8 +16,8 @@
 #include <mutex>
 #include <utility>
 
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
-#include "lib/platform/trace.h"
 #include "lib/player/alternate_pin_mux.h"
 
 namespace ExternalControl::Impl {

@@ -6,8 +6,8 @@
 #include <exception>
 #include <utility>
 
+#include "lib/platform/message.h"
 #include "lib/platform/monotonic_time.h"
-#include "lib/platform/trace.h"
 
 namespace ExternalControl::Impl {
 namespace {

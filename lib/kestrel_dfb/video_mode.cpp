@@ -6,10 +6,10 @@
 #include "lib/kestrel_dfb/encoder_configuration.h"
 #include "lib/kestrel_dfb/video_mode_table.h"
 #include "lib/platform/assertion.h"
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/string_splitter.h"
-#include "lib/platform/trace.h"
 #include "lib/player/hardware_config.h"
 
 namespace {

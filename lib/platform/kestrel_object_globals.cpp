@@ -12,8 +12,8 @@
 #include <system_error>
 #include <vector>
 
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
-#include "lib/platform/trace.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <ctime>
 #include <typeinfo>
 
-#include "lib/platform/trace.h"
+#include "lib/platform/message.h"
 
 namespace {
 

@@ -5,58 +5,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <exception>
 
 namespace {
 
 constexpr std::size_t BYTES_PER_LINE = 16;
-
-/// Puts the text of an error in place of "%m", which fmt does not know.
-std::string ExpandErrorText(const char* format, int errorNumber) {
-    std::string expanded;
-    for (const char* c = format; *c != '\0'; ++c) {
-        if (c[0] != '%' || c[1] == '\0') {
-            expanded += *c;
-        } else if (c[1] == 'm') {
-            for (const char* text = std::strerror(errorNumber); *text != '\0'; ++text) {
-                expanded += *text == '%' ? "%%" : std::string(1, *text);
-            }
-            ++c;
-        } else {
-            // Both characters at once, so that the second '%' of "%%" begins nothing.
-            expanded.append(c, 2);
-            ++c;
-        }
-    }
-    return expanded;
-}
 
 bool IsPrintable(unsigned char c) {
     return c >= 0x20 && c <= 0x7E;
 }
 
 }  // namespace
-
-namespace strata {
-
-std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) noexcept {
-    try {
-        try {
-            return fmt::vsprintf(fmt::string_view(ExpandErrorText(format, errorNumber)), arguments);
-        } catch (const std::exception& failure) {
-            return fmt::sprintf("Message '%s' threw '%s'\n", format, failure.what());
-        }
-    } catch (const std::exception&) {
-        return "Message lost\n";  // short enough to need no memory
-    }
-}
-
-void WriteToStandardError(const std::string& text) noexcept {
-    std::fputs(text.c_str(), stderr);
-}
-
-}  // namespace strata
 
 void BaseTrace::HexDump(const std::string& label, const void* data, std::size_t length) {
     const bool endsLine = label.empty() || label.back() == '\n';

@@ -1,40 +1,12 @@
 #pragma once
 
-// Diagnostic output: the writer of the library's own messages, and trace sinks, through which a module writes
-// diagnostic text. Messages are printf-style formats, checked at compile time and rendered by fmt; "%m" is
-// the text of errno. Rendering never throws: a message that cannot be rendered says so instead.
-
-#include <fmt/printf.h>
+// Trace sinks, through which a module writes diagnostic text.
 
 #include <cerrno>
 #include <cstddef>
 #include <string>
 
-namespace strata {
-
-/// Never called; gives the compiler a printf signature to check messages against.
-[[gnu::format(printf, 1, 2)]] int CheckPrintfFormat(const char* format, ...);
-
-/// Renders a message; "Message '%s' threw '%s'\n" with the raw format when that fails, and less when there is
-/// no memory.
-/// @param errorNumber the error whose text "%m" stands for
-std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) noexcept;
-
-/// Writes text to standard error in one piece.
-void WriteToStandardError(const std::string& text) noexcept;
-
-template <class... Arguments>
-std::string RenderMessage(int errorNumber, const char* format, const Arguments&... arguments) {
-    return RenderMessageArguments(errorNumber, format,
-                                  fmt::make_format_args<fmt::printf_context>(arguments...));
-}
-
-}  // namespace strata
-
-/// Writes a diagnostic message to standard error; the text carries its own newline. Any thread; never throws.
-#define PLATFORM_MESSAGE(...)                                           \
-    (static_cast<void>(sizeof(strata::CheckPrintfFormat(__VA_ARGS__))), \
-     strata::WriteToStandardError(strata::RenderMessage(errno, __VA_ARGS__)))
+#include "lib/platform/message.h"
 
 /// Formats a message and hands it to a trace sink.
 #define PLATFORM_TRACE(sink, ...) \

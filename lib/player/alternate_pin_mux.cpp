@@ -9,9 +9,9 @@
 #include <stdexcept>
 #include <vector>
 
+#include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
-#include "lib/platform/trace.h"
 #include "lib/platform/unique_fd.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "lib/platform/trace.h"
+#include "lib/platform/message.h"
 
 /// Any thread may call any operation; nothing is kept between calls. Every reading operation
 /// - takes the path of a node or of a property, as "/soc/uart" or "/soc/uart/status",

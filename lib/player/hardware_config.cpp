@@ -4,8 +4,8 @@
 #include <exception>
 #include <system_error>
 
+#include "lib/platform/message.h"
 #include "lib/player/boot_environment.h"
-#include "lib/platform/trace.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "lib/platform/trace.h"
+#include "lib/platform/message.h"
 #include "lib/platform/udev_pointer.h"
 
 namespace {
