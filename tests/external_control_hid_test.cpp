@@ -2,6 +2,7 @@
 
 #include "lib/hardware/external_control_hid.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 #include "tests/modelled_board.h"
 #include "tests/poll_iteration.h"

@@ -3,8 +3,10 @@
 
 #include "lib/player/hardware_config.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <boost/crc.hpp>
@@ -15,8 +17,9 @@
 #include <tuple>
 #include <utility>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/string_operations.h"
+#include "lib/platform/unique_fd.h"
 #include "lib/player/alternate_pin_mux.h"
 #include "lib/player/usb_bus_order.h"
 

@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/player/usb_bus_order.h"
-#include "lib/platform/posix_helpers.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -11,9 +12,11 @@
 #include <vector>
 
 #include "lib/platform/base64.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/string_splitter.h"
+#include "lib/platform/unique_fd.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "lib/kestrel_dfb/encoder_fields.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/string_operations.h"
 #include "lib/player/hardware_config.h"
 

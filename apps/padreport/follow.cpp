@@ -13,7 +13,7 @@
 
 #include "apps/padreport/report_text.h"
 #include "apps/padreport/terminal.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/standard_output.h"
 
 namespace padreport {

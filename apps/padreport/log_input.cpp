@@ -10,7 +10,7 @@
 #include <new>
 #include <vector>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/unique_fd.h"
 
 namespace padreport {

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "apps/padreport/log_input.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 namespace padreport {
 

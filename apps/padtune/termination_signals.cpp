@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "lib/platform/assertion.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 TerminationSignals::TerminationSignals() {
     sigemptyset(&m_signals);

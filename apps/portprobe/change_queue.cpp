@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 ChangeQueue::ChangeQueue() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!m_event.IsOpen()) {

@@ -15,7 +15,7 @@
 #include "apps/portprobe/pins.h"
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/external_control_input_driver.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/unique_fd.h"
 

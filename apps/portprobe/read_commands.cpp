@@ -15,7 +15,7 @@
 #include "apps/portprobe/pins.h"
 #include "lib/hardware/board_identity.h"
 #include "lib/hardware/hid_snapshot.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/standard_output.h"
 #include "lib/platform/string_operations.h"
 

@@ -19,7 +19,7 @@
 #include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch_lines.h"
 #include "apps/portprobe/watched_port.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 namespace {
 

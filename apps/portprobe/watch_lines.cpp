@@ -4,6 +4,7 @@
 
 #include <numeric>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 

@@ -5,12 +5,13 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
-#include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 
 namespace ExternalControl::Impl {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
@@ -13,8 +14,8 @@
 
 #include "lib/hardware/board_identity.h"
 #include "lib/hardware/hid_snapshot.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
-#include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 
 namespace ExternalControl::Impl {

@@ -5,12 +5,13 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <stdexcept>
 
 #include "lib/hardware/board_identity.h"
 #include "lib/platform/assertion.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/unique_fd.h"
 #include "lib/player/usb_bus_order.h"
 

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <utility>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/player/alternate_pin_mux.h"

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/string_operations.h"
 
 namespace ExternalControl::Impl {

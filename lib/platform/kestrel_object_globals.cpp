@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -12,8 +13,8 @@
 #include <system_error>
 #include <vector>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
-#include "lib/platform/posix_helpers.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cerrno>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
-#include "lib/platform/posix_helpers.h"
 #include "lib/platform/unique_fd.h"
 
 class PollWaker {

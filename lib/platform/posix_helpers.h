@@ -1,40 +1,17 @@
 #pragma once
 
-// System-call failures as exceptions, and reads and writes of an exact length.
+// Reads and writes of an exact length, and of whole files.
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
-#include <exception>
 #include <string>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/unique_fd.h"
-
-/// A failed system call. The message is "<context>: <text of the error> (<number>)"; without a context it
-/// begins with the text of the error.
-class ErrnoException : public std::exception {
-public:
-    explicit ErrnoException(int errorNumber) : m_message(Describe(errorNumber)), m_errno(errorNumber) {}
-
-    /// @param context the operation that failed
-    ErrnoException(int errorNumber, const std::string& context)
-        : m_message(context + ": " + Describe(errorNumber)), m_errno(errorNumber) {}
-
-    const char* what() const noexcept override { return m_message.c_str(); }
-    int GetErrno() const { return m_errno; }
-
-private:
-    static std::string Describe(int errorNumber) {
-        return std::string(std::strerror(errorNumber)) + " (" + std::to_string(errorNumber) + ")";
-    }
-
-    std::string m_message;
-    int m_errno;
-};
 
 /// Reads exactly length bytes. Any thread. An interrupted call counts as failed.
 /// @throws ErrnoException "read_all_throw" when a read fails; EIO without context at an early end of file

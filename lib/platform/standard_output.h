@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 /// To be called when all is printed. Main thread only.
 /// @throws ErrnoException when something that was printed did not get out

@@ -9,7 +9,7 @@
 
 #include <cerrno>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/unique_fd.h"
 
 class StopSignals {

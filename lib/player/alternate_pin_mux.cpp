@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
-#include "lib/platform/posix_helpers.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/unique_fd.h"
 

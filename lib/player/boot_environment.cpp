@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 
 // Takes it for granted that somebody has declared size_t.
 #include <libuboot.h>

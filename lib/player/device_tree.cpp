@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 
 #include "lib/hardware/external_control_hid_finder.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/player/usb_bus_order.h"
 #include "tests/fuzz/modelled_device.h"
 

@@ -6,10 +6,11 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 
+#include <cstring>
 #include <optional>
 
 #include "lib/hardware/external_control_input_driver.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "tests/fuzz/modelled_device.h"
 
 namespace {

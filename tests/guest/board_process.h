@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "lib/hardware/external_control.h"
+#include "lib/platform/errno_exception.h"
 #include "lib/platform/posix_helpers.h"
 #include "lib/platform/unique_fd.h"
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "lib/hardware/external_control_hid_finder.h"
-#include "lib/platform/posix_helpers.h"
+#include "lib/platform/errno_exception.h"
 #include "tests/guest/board_process.h"
 
 using namespace ExternalControl;
