@@ -4,11 +4,15 @@
 
 #include <chrono>
 #include <compare>
+#include <cstdint>
 #include <ctime>
 
 #include "lib/platform/assertion.h"
 
 namespace strata {
+
+/// Nanoseconds a second.
+inline constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
 /// A point on the monotonic clock.
 struct monotonic_time {
@@ -19,7 +23,6 @@ struct monotonic_time {
     /// @param delay  not negative
     monotonic_time& operator+=(std::chrono::microseconds delay) {
         constexpr long MICROSECONDS_PER_SECOND = 1'000'000;
-        constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;
         seconds += static_cast<time_t>(delay.count() / MICROSECONDS_PER_SECOND);
         nanoseconds += static_cast<long>(delay.count() % MICROSECONDS_PER_SECOND) * 1000;
         while (nanoseconds >= NANOSECONDS_PER_SECOND) {
@@ -40,6 +43,9 @@ struct monotonic_time {
     friend auto operator<=>(const monotonic_time&, const monotonic_time&) = default;
 
     timespec ToTimespec() const { return {seconds, nanoseconds}; }
+
+    /// Nanoseconds since the clock's beginning.
+    std::int64_t ToNanoseconds() const { return seconds * NANOSECONDS_PER_SECOND + nanoseconds; }
 };
 
 /// Reads the monotonic clock. Any thread. A clock that cannot be read ends the process.
@@ -49,6 +55,11 @@ inline monotonic_time get_monotonic_time() {
                        "strata::monotonic_time strata::get_monotonic_time()",
                        !clock_gettime(CLOCK_MONOTONIC, &ts));
     return {ts.tv_sec, ts.tv_nsec};
+}
+
+/// Reads the monotonic clock as nanoseconds, in which deadlines are counted. As get_monotonic_time.
+inline std::int64_t get_monotonic_nanoseconds() {
+    return get_monotonic_time().ToNanoseconds();
 }
 
 }  // namespace strata

@@ -5,25 +5,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <typeinfo>
 
 #include "lib/platform/message.h"
+#include "lib/platform/monotonic_time.h"
 
 namespace {
 
 constexpr const char* FILE_TEXT = "lib/platform/poll_thread.cpp";
 constexpr const char* RUN_TEXT = "void PollThread::Run()";
 
-constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-
 constexpr boost::chrono::seconds WAKE_UP_AGAIN{1};
-
-std::int64_t SteadyClockNanoseconds() {
-    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 }  // namespace
 
@@ -159,14 +153,14 @@ std::size_t PollThread::BuildPollSet(PollSet& set) {
 }
 
 timespec PollThread::RemainingUntil(std::int64_t deadline) {
-    const std::int64_t now = SteadyClockNanoseconds();
+    const std::int64_t now = strata::get_monotonic_nanoseconds();
     const std::int64_t remaining = deadline > now ? deadline - now : 0;
-    return {static_cast<time_t>(remaining / NANOSECONDS_PER_SECOND),
-            static_cast<long>(remaining % NANOSECONDS_PER_SECOND)};
+    return {static_cast<time_t>(remaining / strata::NANOSECONDS_PER_SECOND),
+            static_cast<long>(remaining % strata::NANOSECONDS_PER_SECOND)};
 }
 
 void PollThread::FireTimers() {
-    const std::int64_t now = SteadyClockNanoseconds();
+    const std::int64_t now = strata::get_monotonic_nanoseconds();
     auto timer = m_timers.begin();
     while (timer != m_timers.end() && timer->deadline < now) {
         // The entry stays in the list until its callback has returned. What the callback puts ahead of it is
