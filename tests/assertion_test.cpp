@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "lib/platform/string_splitter.h"
+#include "lib/platform/type_name.h"
 #include "tests/console_report.h"
 
 namespace {

@@ -8,8 +8,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <string>
-#include <string_view>
 
 /// Tells whether a pointer can be an object's address: above the first page and aligned. A pointer that is
 /// not valid is reported to the kernel log, or to standard output where there is none. Any thread.
@@ -43,28 +41,15 @@ void PrintOperand(const char* text, unsigned long value) noexcept;
 void PrintOperand(const char* text, long long value) noexcept;
 void PrintOperand(const char* text, unsigned long long value) noexcept;
 
-/// A function text with T in it: "... FunctionTextWith() [with T = PollThread]", whatever T is.
-template <class T>
-const char* FunctionTextWith() {
-    return __PRETTY_FUNCTION__;
-}
-
-/// The name of T as it stands in a function text ("[with T = PollThread]").
-template <class T>
-std::string TypeName() {
-    // From the first "T = " to the bracket at the end: the name may have brackets and semicolons of its own.
-    const std::string_view text = FunctionTextWith<T>();
-    const std::size_t start = text.find("T = ") + 4;
-    return std::string(text.substr(start, text.size() - 1 - start));
-}
-
 }  // namespace strata
 
 /// Alignment of the type that a pointer points to.
 #define nimbus2_assert_alignof(object) static_cast<std::uint32_t>(__alignof__(object))
 
-// The extra level expands macros in the condition before it becomes text: field tools know "sm_instance ==
-// __null", not "sm_instance == NULL".
+// The rule for texts: a condition stands in the report with its macros expanded, as field tools know
+// "sm_instance ==
+// __null" and not "sm_instance == NULL"; pointers and operands of a comparison stand as in the source. The
+// extra level is what expands a condition.
 #define PLATFORM_ASSERT_TEXT_(condition) #condition
 
 /// Asserts a condition at a site that the field's log tooling knows by these texts.

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "lib/platform/assertion.h"
+#include "lib/platform/type_name.h"
 
 namespace strata {
 
