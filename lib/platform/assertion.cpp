@@ -14,63 +14,98 @@
 
 namespace {
 
-/// The kernel refuses a record of /dev/kmsg that is longer than its log line.
-constexpr std::size_t MAX_RECORD = 960;
-
-/// Where reports go: the kernel log, or standard output when it cannot be opened.
-class ReportSink {
+/// The form of a report for the kernel log: one record for each write. Each piece returns whether it was
+/// written.
+class KernelLog {
 public:
-    ReportSink() : m_kernelLog(open("/dev/kmsg", O_WRONLY | O_CLOEXEC)) {}
-    ~ReportSink() {
-        if (IsKernelLog()) {
-            close(m_kernelLog);
+    KernelLog() : m_fd(open("/dev/kmsg", O_WRONLY | O_CLOEXEC)) {}
+    ~KernelLog() {
+        if (IsOpen()) {
+            close(m_fd);
         }
     }
-    ReportSink(const ReportSink&) = delete;
-    ReportSink& operator=(const ReportSink&) = delete;
+    KernelLog(const KernelLog&) = delete;
+    KernelLog& operator=(const KernelLog&) = delete;
 
-    bool IsKernelLog() const { return m_kernelLog >= 0; }
+    bool IsOpen() const { return m_fd >= 0; }
 
-    /// Writes one piece of text with one write: one record of the kernel log. Standard output is written
-    /// directly too, so that nothing is left in a buffer when the process aborts.
-    [[gnu::format(printf, 2, 3)]] void Write(const char* format, ...) const {
-        va_list arguments;
-        va_start(arguments, format);
-        WriteList(format, arguments);
-        va_end(arguments);
+    bool Expression(const char* expression) const {
+        return Write("<2>User space assert from process %d: %s\n", getpid(), expression);
     }
-
-    [[gnu::format(printf, 2, 0)]] void WriteList(const char* format, va_list arguments) const {
-        if (!IsKernelLog()) {
-            vdprintf(STDOUT_FILENO, format, arguments);
-            return;
-        }
+    bool ExpressionBeforeMessage(const char* expression) const {
+        return Write("<2>User space assert from %d: %s\n", getpid(), expression);
+    }
+    [[gnu::format(printf, 2, 0)]] bool Message(const char* format, va_list arguments) const {
         char record[MAX_RECORD];
         const int length = vsnprintf(record, sizeof record, format, arguments);
         if (length < 0) {
-            return;
+            return true;  // a format that cannot be rendered is no fault of the log
         }
         const std::size_t size = std::min(static_cast<std::size_t>(length), sizeof record - 1);
         if (static_cast<std::size_t>(length) > size) {
             record[size - 1] = '\n';
         }
-        if (write(m_kernelLog, record, size) < 0) {
-            // A console is better than nothing.
-            dprintf(STDOUT_FILENO, "%s", record);
-        }
+        return write(m_fd, record, size) >= 0;
+    }
+    bool Place(const char* file, unsigned line, const char* function) const {
+        return Write("ASSERT Executing %s:%u:%s\n", file, line, function);
+    }
+    bool InvalidPointer(const volatile void* pointer) const {
+        return Write("<2>Pointer validation failed for %p\n", const_cast<const void*>(pointer));
     }
 
 private:
-    int m_kernelLog;
+    /// The kernel refuses a record that is longer than its log line.
+    static constexpr std::size_t MAX_RECORD = 960;
+
+    [[gnu::format(printf, 2, 3)]] bool Write(const char* format, ...) const {
+        va_list arguments;
+        va_start(arguments, format);
+        const bool written = Message(format, arguments);
+        va_end(arguments);
+        return written;
+    }
+
+    int m_fd;
 };
 
-/// Writes to standard output what belongs there whether or not there is a kernel log. Not through stdio:
-/// another thread may hold its lock.
-[[gnu::format(printf, 1, 2)]] void PrintConsole(const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    vdprintf(STDOUT_FILENO, format, arguments);
-    va_end(arguments);
+/// The form for standard output, which may be a serial console. Written directly: what stands in a buffer of
+/// stdio is lost when the process aborts, and another thread may hold stdio's lock. There is nobody left to
+/// tell of an error.
+class Console {
+public:
+    bool Expression(const char* expression) const { return Write("\r\nASSERT FAILED: %s", expression); }
+    bool ExpressionBeforeMessage(const char* expression) const {
+        return Write("\r\nASSERT FAILED: %s\r\n", expression);
+    }
+    [[gnu::format(printf, 2, 0)]] bool Message(const char* format, va_list arguments) const {
+        vdprintf(STDOUT_FILENO, format, arguments);
+        return true;
+    }
+    bool Place(const char* file, unsigned line, const char* function) const {
+        return Write("\r\n%s:%u:%s\r\n", file, line, function) && Write("\r\n");
+    }
+    bool InvalidPointer(const volatile void* pointer) const {
+        return Write("Pointer validation failed for %p\r\n", const_cast<const void*>(pointer));
+    }
+
+    [[gnu::format(printf, 2, 3)]] bool Write(const char* format, ...) const {
+        va_list arguments;
+        va_start(arguments, format);
+        Message(format, arguments);
+        va_end(arguments);
+        return true;
+    }
+};
+
+/// Makes a report in the kernel log, or on the console when the log cannot be opened or refuses it.
+/// @param report called with the sink; returns whether all of it was written
+template <class Report>
+void Send(const Report& report) {
+    const KernelLog log;
+    if (!log.IsOpen() || !report(log)) {
+        report(Console());
+    }
 }
 
 void MarkFailure(unsigned line) {
@@ -85,10 +120,7 @@ bool PlatformValidPointer(const volatile void* pointer, std::uint32_t alignment)
     if (address > LAST_INVALID_ADDRESS && (address & (alignment - 1)) == 0) {
         return true;
     }
-    const ReportSink sink;
-    sink.Write(
-        sink.IsKernelLog() ? "<2>Pointer validation failed for %p\n" : "Pointer validation failed for %p\r\n",
-        const_cast<const void*>(pointer));
+    Send([pointer](const auto& sink) { return sink.InvalidPointer(pointer); });
     return false;
 }
 
@@ -96,15 +128,7 @@ namespace strata {
 
 void ReportAssertion(const char* file, unsigned line, const char* function, const char* expression) noexcept {
     MarkFailure(line);
-    const ReportSink sink;
-    if (sink.IsKernelLog()) {
-        sink.Write("<2>User space assert from process %d: %s\n", getpid(), expression);
-        sink.Write("ASSERT Executing %s:%u:%s\n", file, line, function);
-        return;
-    }
-    sink.Write("\r\nASSERT FAILED: %s", expression);
-    sink.Write("\r\n%s:%u:%s\r\n", file, line, function);
-    sink.Write("\r\n");
+    Send([=](const auto& sink) { return sink.Expression(expression) && sink.Place(file, line, function); });
 }
 
 void ReportAssertionWithMessage(const char* file, unsigned line, const char* function, const char* expression,
@@ -113,19 +137,17 @@ void ReportAssertionWithMessage(const char* file, unsigned line, const char* fun
     MarkFailure(line);
     va_list arguments;
     va_start(arguments, format);
-    const ReportSink sink;
-    if (sink.IsKernelLog()) {
-        sink.Write("<2>User space assert from %d: %s\n", getpid(), expression);
+    Send([&](const auto& sink) {
+        if (!sink.ExpressionBeforeMessage(expression)) {
+            return false;
+        }
+        va_list copy;  // each sink reads them from the beginning
+        va_copy(copy, arguments);
         errno = errorNumber;
-        sink.WriteList(format, arguments);
-        sink.Write("ASSERT Executing %s:%u:%s\n", file, line, function);
-    } else {
-        sink.Write("\r\nASSERT FAILED: %s\r\n", expression);
-        errno = errorNumber;
-        sink.WriteList(format, arguments);
-        sink.Write("\r\n%s:%u:%s\r\n", file, line, function);
-        sink.Write("\r\n");
-    }
+        const bool written = sink.Message(format, copy);
+        va_end(copy);
+        return written && sink.Place(file, line, function);
+    });
     va_end(arguments);
 }
 
@@ -135,22 +157,22 @@ void FailAssertion(const char* file, unsigned line, const char* function, const 
 }
 
 void PrintOperand(const char* text, int value) noexcept {
-    PrintConsole("%s=%d (0x%x)\r\n", text, value, static_cast<unsigned>(value));
+    Console().Write("%s=%d (0x%x)\r\n", text, value, static_cast<unsigned>(value));
 }
 void PrintOperand(const char* text, unsigned value) noexcept {
-    PrintConsole("%s=%u (0x%x)\r\n", text, value, value);
+    Console().Write("%s=%u (0x%x)\r\n", text, value, value);
 }
 void PrintOperand(const char* text, long value) noexcept {
-    PrintConsole("%s=%ld (0x%lx)\r\n", text, value, static_cast<unsigned long>(value));
+    Console().Write("%s=%ld (0x%lx)\r\n", text, value, static_cast<unsigned long>(value));
 }
 void PrintOperand(const char* text, unsigned long value) noexcept {
-    PrintConsole("%s=%lu (0x%lx)\r\n", text, value, value);
+    Console().Write("%s=%lu (0x%lx)\r\n", text, value, value);
 }
 void PrintOperand(const char* text, long long value) noexcept {
-    PrintConsole("%s=%lld (0x%llx)\r\n", text, value, static_cast<unsigned long long>(value));
+    Console().Write("%s=%lld (0x%llx)\r\n", text, value, static_cast<unsigned long long>(value));
 }
 void PrintOperand(const char* text, unsigned long long value) noexcept {
-    PrintConsole("%s=%llu (0x%llx)\r\n", text, value, value);
+    Console().Write("%s=%llu (0x%llx)\r\n", text, value, value);
 }
 
 }  // namespace strata
@@ -161,7 +183,7 @@ void PrintOperand(const char* text, unsigned long long value) noexcept {
 extern "C" {
 
 void __assert_fail(const char* expression, const char* file, unsigned line, const char* function) noexcept {
-    PrintConsole("GLIBC assert\r\n");
+    Console().Write("GLIBC assert\r\n");
     strata::FailAssertion(file, line, function ? function : "UNKNOWN", expression);
 }
 
