@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <ctime>
 
-#include "lib/platform/assertion.h"
 #include "lib/platform/monotonic_time.h"
 
 namespace strata {
@@ -18,59 +17,15 @@ namespace strata {
 class condition_variable {
 public:
     /// @throws boost::thread_resource_error when the system has no room for it
-    condition_variable() {
-        if (const int error = pthread_mutex_init(&internal_mutex, nullptr)) {
-            throw boost::thread_resource_error(
-                error,
-                "strata::condition_variable::condition_variable() constructor failed in pthread_mutex_init");
-        }
-        pthread_condattr_t condattr;
-        if (const int error = pthread_condattr_init(&condattr)) {
-            pthread_mutex_destroy(&internal_mutex);
-            throw boost::thread_resource_error(error,
-                                               "strata::condition_variable::condition_variable() constructor "
-                                               "failed in pthread_condattr_init");
-        }
-        if (const int error = pthread_condattr_setclock(&condattr, CLOCK_MONOTONIC)) {
-            PLATFORM_ASSERT_AT(FILE_TEXT, 104, CONSTRUCTOR_TEXT, !pthread_condattr_destroy(&condattr));
-            pthread_mutex_destroy(&internal_mutex);
-            throw boost::thread_resource_error(error,
-                                               "strata::condition_variable::condition_variable() constructor "
-                                               "failed in pthread_condattr_setclock");
-        }
-        const int error = pthread_cond_init(&cond, &condattr);
-        PLATFORM_ASSERT_AT(FILE_TEXT, 109, CONSTRUCTOR_TEXT, !pthread_condattr_destroy(&condattr));
-        if (error) {
-            PLATFORM_ASSERT_AT(FILE_TEXT, 113, CONSTRUCTOR_TEXT, !pthread_mutex_destroy(&internal_mutex));
-            throw boost::thread_resource_error(
-                error,
-                "strata::condition_variable::condition_variable() constructor failed in pthread_cond_init");
-        }
-    }
+    condition_variable();
 
     condition_variable(const condition_variable&) = delete;
     condition_variable& operator=(const condition_variable&) = delete;
 
-    ~condition_variable() {
-        int ret;
-        do {
-            ret = pthread_mutex_destroy(&internal_mutex);
-        } while (ret == EINTR);
-        PLATFORM_ASSERT_AT(FILE_TEXT, 125, DESTRUCTOR_TEXT, !ret);
-        do {
-            ret = pthread_cond_destroy(&cond);
-        } while (ret == EINTR);
-        PLATFORM_ASSERT_AT(FILE_TEXT, 130, DESTRUCTOR_TEXT, !ret);
-    }
+    ~condition_variable();
 
     /// Wakes one waiter, if there is one. Any thread.
-    void notify_one() {
-        constexpr const char* FUNCTION_TEXT = "void strata::condition_variable::notify_one()";
-        pthread_mutex_t* const m = &internal_mutex;
-        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_mutex_lock(m));
-        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_cond_signal(&cond));
-        PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__, FUNCTION_TEXT, !pthread_mutex_unlock(m));
-    }
+    void notify_one();
 
     /// Waits until notified or until the deadline; may also wake for no reason. An interruption point of
     /// boost's threads.
@@ -124,10 +79,6 @@ private:
         Lock& m_lock;
         bool m_unlocked = false;
     };
-
-    static constexpr const char* FILE_TEXT = "lib/platform/condition_variable.h";
-    static constexpr const char* CONSTRUCTOR_TEXT = "strata::condition_variable::condition_variable()";
-    static constexpr const char* DESTRUCTOR_TEXT = "strata::condition_variable::~condition_variable()";
 
     // Held only while signalling and while entering and leaving a wait, so that a notification cannot fall
     // between the release of the caller's lock and the wait.

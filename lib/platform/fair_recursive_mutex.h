@@ -10,7 +10,6 @@
 #include <mutex>
 #include <thread>
 
-#include "lib/platform/assertion.h"
 #include "lib/platform/sanitizer_mutex.h"
 
 namespace strata {
@@ -19,41 +18,14 @@ namespace strata {
 class FairRecursiveMutex {
 public:
     /// Takes the mutex, or takes it once more when this thread has it. Any thread.
-    void lock() {
-        m_sanitizer.BeforeLock();
-        Take();
-        m_sanitizer.AfterLock();
-    }
+    void lock();
 
     /// Gives it back as often as it was taken. Only the thread that has it.
-    void unlock() {
-        m_sanitizer.BeforeUnlock();
-        GiveBack();
-        m_sanitizer.AfterUnlock();
-    }
+    void unlock();
 
 private:
-    void Take() {
-        std::unique_lock guard(m_guard);
-        if (m_owner == std::this_thread::get_id()) {
-            ++m_depth;
-            return;
-        }
-        const std::uint64_t ticket = m_nextTicket++;
-        m_turn.wait(guard, [&] { return m_servedTicket == ticket; });
-        m_owner = std::this_thread::get_id();
-        m_depth = 1;
-    }
-
-    void GiveBack() {
-        const std::lock_guard guard(m_guard);
-        PLATFORM_ASSERT(m_owner == std::this_thread::get_id());
-        if (--m_depth == 0) {
-            m_owner = {};
-            ++m_servedTicket;
-            m_turn.notify_all();
-        }
-    }
+    void Take();
+    void GiveBack();
 
     [[no_unique_address]] SanitizerMutex m_sanitizer;
     std::mutex m_guard;  // held for moments only
