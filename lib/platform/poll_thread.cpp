@@ -11,6 +11,7 @@
 
 #include "lib/platform/message.h"
 #include "lib/platform/monotonic_time.h"
+#include "lib/platform/trace.h"
 
 namespace {
 
@@ -18,6 +19,10 @@ constexpr const char* FILE_TEXT = "lib/platform/poll_thread.cpp";
 constexpr const char* RUN_TEXT = "void PollThread::Run()";
 
 constexpr boost::chrono::seconds WAKE_UP_AGAIN{1};
+
+/// For the dump of the clients. Its end, with the process, waits until a serial console has all that was
+/// written to standard error.
+StderrTrace trace;
 
 }  // namespace
 
@@ -205,7 +210,7 @@ void PollThread::CheckNothingIsLeft() {
 void PollThread::DumpClients() const {
     for (const ClientSlot& slot : m_clients) {
         if (slot.client == nullptr) {
-            PLATFORM_MESSAGE("  NULL\n");
+            PLATFORM_TRACE(trace, "  NULL\n");
             continue;
         }
         const void* dispatchTable = nullptr;  // an object with virtual functions begins with its address
@@ -213,6 +218,6 @@ void PollThread::DumpClients() const {
         // A leading '*' marks names that are unique to one file.
         const char* name = typeid(*slot.client).name();
         name += *name == '*' ? 1 : 0;
-        PLATFORM_MESSAGE("  %p:%p (%s)\n", static_cast<void*>(slot.client), dispatchTable, name);
+        PLATFORM_TRACE(trace, "  %p:%p (%s)\n", static_cast<void*>(slot.client), dispatchTable, name);
     }
 }
