@@ -1,6 +1,6 @@
 #pragma once
 
-// Base64 with the standard alphabet and padding.
+// Base64 with the standard alphabet and padding, for the player's other software.
 
 #include <cstdint>
 #include <string>

@@ -54,8 +54,8 @@ protected:
 /// that is running.
 ///
 /// Attach, Detach, ChangeEvents and AddTimer each write a byte to a pipe, and the thread takes back one in
-/// every iteration. The pipe holds 65,536: more of them out of one callback, or by a thread that keeps
-/// callbacks blocked, wait for ever.
+/// every iteration that finds one. The pipe holds 65,536: more of them out of one callback, or by a thread
+/// that keeps callbacks blocked, wait for ever.
 class PollThread : public strata::Singleton<PollThread> {
 public:
     /// Starts the thread.
@@ -78,7 +78,7 @@ public:
     void Attach(Pollable* client, short events) noexcept;
 
     /// Stops polling a client. When it returns, the client's OnActivity is not running (unless this was
-    /// called from inside it) and will not be called again. Nothing happens for a client that is not
+    /// called from inside it) and will not be called again. Nothing changes for a client that is not
     /// attached.
     void Detach(Pollable* client);
 

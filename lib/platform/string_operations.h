@@ -1,7 +1,8 @@
 #pragma once
 
 // String helpers: printf-style formatting into a string, comparison that folds ASCII case only (independent
-// of the locale), hexadecimal text and version numbers. All may be called from any thread.
+// of the locale), hexadecimal text and version numbers (these two for the player's other software). All may
+// be called from any thread.
 
 #include <cstdarg>
 #include <cstddef>

@@ -1,7 +1,7 @@
 #pragma once
 
 // Which player this is and what its hardware can do, for code that must behave differently on different
-// players. The main function creates the one object before everything else.
+// players. The main function creates the one object before any thread.
 
 #include <cstdint>
 #include <mutex>
