@@ -22,7 +22,7 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "virtual_player"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
 
 from picture import Picture  # noqa: E402
 from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
@@ -236,7 +236,7 @@ def main():
     options = parser.parse_args()
     build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
     with VirtualPlayer(screen=(640, 480), video_mode="640x480x60p", build=build,
-                       files={SHIM: build / "bench/fault-shim.so"}) as player:
+                       files={SHIM: build / "tests/campaigns/fault-shim.so"}) as player:
         torture = Torture(player, options.every)
         for kind in options.kinds:
             torture.torture(kind)

@@ -15,7 +15,7 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "virtual_player"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
 
 from picture import Picture  # noqa: E402
 from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402

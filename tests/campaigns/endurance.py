@@ -13,7 +13,7 @@ import pathlib
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "virtual_player"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
 
 from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
 
