@@ -370,6 +370,14 @@ extern "C" DFBResult DirectFBInit(int* argc, char*** argv) {
     return next(argc, argv);
 }
 
+extern "C" DFBResult DirectFBSetOption(const char* name, const char* value) {
+    static const auto next = NEXT(DirectFBSetOption);
+    if (Fails("display", "DirectFBSetOption", CALLER)) {
+        return DFB_FAILURE;
+    }
+    return next(name, value);
+}
+
 extern "C" DFBResult DirectFBCreate(IDirectFB** dfb) {
     static const auto next = NEXT(DirectFBCreate);
     if (Fails("display", "DirectFBCreate", CALLER)) {

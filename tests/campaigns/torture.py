@@ -67,7 +67,7 @@ EXPECTED = {
     "hid": ON_THE_WAY,
     "replug": {"open", "ioctl", "poll", "recvmsg", "udev_monitor_receive_device", "udev_device_get_devnode"},
     "unplug": ON_THE_WAY,
-    "display": {*CHECKED, "IDirectFBSurface.DrawString", "IDirectFBFont.GetStringExtents"},
+    "display": {*CHECKED, "DirectFBSetOption", "IDirectFBSurface.DrawString", "IDirectFBFont.GetStringExtents"},
 }
 
 Call = collections.namedtuple("Call", "number name site")
