@@ -8,19 +8,14 @@ usage: endurance.py [--minutes M] [--rate REPORTS_PER_SECOND]
 """
 
 import argparse
-import os
-import pathlib
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
-
-from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
+import campaign
 
 BUTTON = 1  # the one that is reported; a line for each of several would be most of the guest's work
 SETTLING = 120  # seconds until memory is measured for the first time, and between two measurements
 QUIET = 10  # seconds at the end without reports
-GROWTH_ALLOWED = 64  # kB; more than some pages of the allocator is a leak
 RATE_REACHED = 0.99
 # The last line tells how padtune ended.
 COUNT_LINES = f"""
@@ -32,18 +27,9 @@ class Run:
     def __init__(self, player, seconds):
         self._player = player
         self._board = player.boards[0]
-        self._command = player.start(["sh", "-c", COUNT_LINES, str(seconds)])
-        self._command.close_input()
+        self._command = campaign.start(player, "sh", "-c", COUNT_LINES, str(seconds))
         self._board.wait_for_record("setup-request")
         time.sleep(QUIET)
-        self._process = player.shell("pidof padtune").strip()
-
-    def state(self):
-        """Memory that is no file's in kB, descriptors, threads."""
-        text = self._player.shell(f"cd /proc/{self._process} && grep -E 'RssAnon|RssShmem|Threads' status && "
-                                  "ls fd | wc -l")
-        numbers = dict(line.split()[:2] for line in text.splitlines()[:-1])
-        return int(numbers["RssAnon:"]) + int(numbers["RssShmem:"]), int(text.split()[-1]), int(numbers["Threads:"])
 
     def handed_over(self):
         """DIAGNOSTICS reports that the guest's kernel has fetched from the board, all that the board made, and all that
@@ -54,17 +40,17 @@ class Run:
         return int(record[2]), int(record[4]), int(record[6])
 
     def touch_for(self, seconds):
-        """Touches the button for half of every second; the states seen, the first after a while of settling."""
-        states = []
+        """Touches the button for half of every second; what padtune held meanwhile, first after a while of settling."""
+        held = []
         start = time.monotonic()
         while (elapsed := time.monotonic() - start) < seconds:
             self._board.send(f"touch {BUTTON}")
             time.sleep(0.5)
             self._board.send(f"release {BUTTON}")
             time.sleep(0.5)
-            if elapsed >= SETTLING * (1 + len(states)):
-                states.append(self.state())
-        return states
+            if elapsed >= SETTLING * (1 + len(held)):
+                held.append(campaign.resources(self._player))
+        return held
 
     def decoded(self, timeout):
         """Sample lines, and those of them with a touch, when the run has ended; RuntimeError if not well."""
@@ -83,28 +69,28 @@ def main():
     seconds = options.minutes * 60
     if seconds < 3 * SETTLING:
         parser.error("takes some minutes")
-    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
-    with VirtualPlayer(build=build, processors=2) as player:
+    with campaign.virtual_player(processors=2) as player:
         board = player.boards[0]
         board.send("rate 0")
         run = Run(player, seconds)
         before = run.handed_over()
         board.send(f"rate {options.rate}")
         start = time.monotonic()
-        states = run.touch_for(seconds - 4 * QUIET)
+        held = run.touch_for(seconds - 4 * QUIET)
         board.send("rate 0")
         lasted = time.monotonic() - start
         time.sleep(QUIET)  # the last ones are on their way
         fetched, made, missed = (after - earlier for after, earlier in zip(run.handed_over(), before))
         decoded, touched = run.decoded(4 * QUIET + 60)
-    first, last, most = states[0], states[-1], max(states)
+    first, last = held[0], held[-1]
+    most = max(resources.memory for resources in held)
     print(f"endurance: {made} reports in {lasted:.0f} s ({made / lasted:.1f} a second), {missed} missed; {fetched} "
           f"fetched, {decoded} decoded, {touched} of them with a touch")
-    print(f"endurance: memory {first[0]} kB, later {last[0]} kB, at most {most[0]} kB; "
-          f"descriptors {first[1]}, later {last[1]}; threads {first[2]}, later {last[2]}")
+    print(f"endurance: memory {first.memory} kB, later {last.memory} kB, at most {most} kB; "
+          f"descriptors {first.descriptors}, later {last.descriptors}; threads {first.threads}, later {last.threads}")
     slow = fetched < RATE_REACHED * options.rate * lasted
     lost = not made == fetched == decoded or not 0.3 * decoded < touched < 0.7 * decoded
-    grown = most[0] > first[0] + GROWTH_ALLOWED or any(state[1:] != first[1:] for state in states)
+    grown = most > first.memory + campaign.GROWTH_ALLOWED or any(resources[:2] != first[:2] for resources in held)
     print(f"endurance: reports {'LOST' if lost else 'all decoded'}, resources {'GROWN' if grown else 'steady'}"
           f"{', rate NOT REACHED' if slow else ''}")
     return 1 if lost or grown or slow else 0

@@ -13,15 +13,11 @@ usage: overflow.py [--rounds N]
 
 import argparse
 import collections
-import os
-import pathlib
 import re
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
-
-from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
+import campaign
 
 RATE = 400
 BUTTONS = 7  # a report has room for no more
@@ -82,14 +78,12 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--rounds", type=int, default=150)
     options = parser.parse_args()
-    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
-    with VirtualPlayer(build=build) as player:
+    with campaign.virtual_player() as player:
         board = player.boards[0]
         board.send("numbered")
         board.send(f"rate {RATE}")
-        run = player.start(["sh", "-c", f"padtune --timeout 100000 --pause 0 --button 1-{BUTTONS} "
-                                        f"--output-diagnostics x 2>{LINES} >/dev/null"])
-        run.close_input()
+        run = campaign.start(player, "sh", "-c", f"padtune --timeout 100000 --pause 0 --button 1-{BUTTONS} "
+                                                 f"--output-diagnostics x 2>{LINES} >/dev/null")
         board.wait_for_record("setup-request")
         player.shell(f"until grep -q BT{BUTTONS} {LINES}; do sleep 1; done")
         if player.run(["sh", "-c", ROUNDS, str(options.rounds)], 7200).status != 0:

@@ -9,23 +9,15 @@ usage: silence.py
 """
 
 import collections
-import os
-import pathlib
 import sys
-import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
-
-from picture import Picture  # noqa: E402
-from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
+import campaign
 
 RUN = ("padtune", "--timeout", "6", "--pause", "0", "--led-mask", "1,0,1", "--led-mask", "1,4,3",
        "--output-diagnostics", "x")
 RUN_TIMEOUT = 600
 PAGE_TOP = 166  # of 1280x720: the line below the title
-RED = (255, 0, 0)  # messages of failures
-BLUE = (0, 119, 255)  # the message of a complete run
 
 # What the poll thread does, every fifth of a second: the number of the system call that it is in.
 LOOK = 0.2
@@ -50,9 +42,7 @@ UNDO = {"setup silent": "setup normal", "stall": "unstall", "mute": "unmute"}
 
 def page(player):
     """The colours below the title."""
-    with tempfile.NamedTemporaryFile(suffix=".png") as file:
-        player.picture(file.name)
-        return Picture(file.name).colours(top=PAGE_TOP)
+    return campaign.colours(player, top=PAGE_TOP)
 
 
 def missing_port_page(player):
@@ -84,11 +74,9 @@ def play(player, case):
     player.clear_screen()
     if not case.starts_in_loop:
         board.send(case.line)
-    watch = player.start(["sh", "-c", WATCH])
-    watch.close_input()
+    watch = campaign.start(player, "sh", "-c", WATCH)
     start = time.monotonic()
-    run = player.start(RUN)
-    run.close_input()
+    run = campaign.start(player, *RUN)
     if case.starts_in_loop:
         if not player.wait_for(lambda: b" 2." in run.stderr, 60):
             raise RuntimeError(f"no second 2: {run.stderr.decode()}")
@@ -99,33 +87,26 @@ def play(player, case):
         printed = len(run.stderr)
         touch_seen = player.wait_for(lambda: b"*\n" in run.stderr[printed:], TOUCH_TIMEOUT)
         board.send("release 1")
-    try:
-        run.wait(RUN_TIMEOUT)
-    except TimeoutError:
-        run.wait(10)
+    campaign.finish(run, RUN_TIMEOUT)
     lasted = time.monotonic() - start
     board.send(UNDO[case.line])
-    try:
-        watch.wait(10)
-    except TimeoutError:
-        pass  # there was no poll thread to watch
+    campaign.finish(watch, 10)  # without a poll thread it would watch for ever
     return lasted, run.status, page(player), watch.stdout.decode().split(), touch_seen
 
 
 def main():
     failures = 0
-    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
-    with VirtualPlayer(build=build) as player:
+    with campaign.virtual_player() as player:
         other_message = missing_port_page(player)
         no_setup_page = None
         for case in CASES:
             lasted, status, seen, looks, touch_seen = play(player, case)
             if case.is_complete:
-                right_page = BLUE in seen
+                right_page = campaign.BLUE in seen
             else:
                 # A board that only withholds its setup gives the page that the worse ones must give too.
                 no_setup_page = no_setup_page or seen
-                right_page = RED in seen and seen != other_message and seen == no_setup_page
+                right_page = campaign.RED in seen and seen != other_message and seen == no_setup_page
             held_up = longest_hold_up(looks)
             wrong = status != 0 or not right_page or not looks or held_up > HELD_UP_ALLOWED or touch_seen is False
             failures += wrong

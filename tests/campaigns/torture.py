@@ -15,17 +15,11 @@ usage: torture.py [--every N] [hid|replug|unplug|display]...
 
 import argparse
 import collections
-import os
-import pathlib
 import re
 import sys
-import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
-
-from picture import Picture  # noqa: E402
-from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
+import campaign
 
 SHIM = "/usr/local/lib/fault-shim.so"
 LOG = "/tmp/calls"
@@ -48,9 +42,6 @@ kill -CONT $run 2>/dev/null; wait $run
 ABORTED = 128 + 6
 KILLED = 128 + 9
 DIRECTFB_FATAL = 169  # the low byte of DFB_FAILURE
-
-# What the last page of a run holds.
-RED, BLUE, WHITE = (255, 0, 0), (0, 119, 255), (255, 255, 255)
 
 # Results that are looked at: DirectFB's own fatal error ends these.
 CHECKED = ("DirectFBInit", "DirectFBCreate", "IDirectFB.GetScreen", "IDirectFB.CreateSurface", "IDirectFB.CreateFont",
@@ -126,9 +117,10 @@ class Torture:
     def _run(self, kind, **failing):
         if kind == "unplug" and failing:
             return self._run_stopped(**failing)
-        command = self._player.start(["padtune", "--timeout", str(SECONDS[kind]), *ARGUMENTS], environment={
-            "LD_PRELOAD": SHIM, "FAULT_CALLS": "display" if kind == "display" else "hid", "FAULT_LOG": LOG, **failing})
-        command.close_input()
+        command = campaign.start(
+            self._player, "padtune", "--timeout", str(SECONDS[kind]), *ARGUMENTS,
+            environment={"LD_PRELOAD": SHIM, "FAULT_CALLS": "display" if kind == "display" else "hid", "FAULT_LOG": LOG,
+                         **failing})
         calls_before = self._replug(command) if kind == "replug" else 0
         return self._ended(command, calls_before)
 
@@ -159,10 +151,8 @@ class Torture:
         return len(calls)
 
     def _ended(self, command, calls_before):
-        try:
-            command.wait(RUN_TIMEOUT)
-        except TimeoutError:
-            command.wait(10)  # it was killed
+        campaign.finish(command, RUN_TIMEOUT)
+        if command.status == KILLED:
             self._player.shell("killall -9 padtune; true")
         return Run(command, *self._split_log(calls_before))
 
@@ -213,16 +203,14 @@ class Torture:
         return self._problem(call, page, errors) if page == "strange page" else page
 
     def _page(self):
-        with tempfile.NamedTemporaryFile(suffix=".png") as file:
-            self._player.picture(file.name)
-            colours = Picture(file.name).colours()
+        colours = campaign.colours(self._player)
         self._player.clear_screen()
-        if BLUE in colours and RED not in colours:
+        if campaign.BLUE in colours and campaign.RED not in colours:
             return "complete"
-        if RED in colours:
+        if campaign.RED in colours:
             return "message"
         # The background, the title and the shades between them.
-        return "title" if WHITE in colours and len(colours) < 300 else "strange page"
+        return "title" if campaign.WHITE in colours and len(colours) < 300 else "strange page"
 
     def _problem(self, call, what, errors):
         self.problems.append(f"{call}: {what}\n{errors}")
@@ -234,9 +222,8 @@ def main():
     parser.add_argument("--every", type=int, default=1)
     parser.add_argument("kinds", nargs="*", default=["hid", "replug", "unplug", "display"])
     options = parser.parse_args()
-    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
-    with VirtualPlayer(screen=(640, 480), video_mode="640x480x60p", build=build,
-                       files={SHIM: build / "tests/campaigns/fault-shim.so"}) as player:
+    with campaign.virtual_player(screen=(640, 480), video_mode="640x480x60p",
+                                 files={SHIM: "tests/campaigns/fault-shim.so"}) as player:
         torture = Torture(player, options.every)
         for kind in options.kinds:
             torture.torture(kind)

@@ -9,18 +9,13 @@ usage: unplug.py [--cycles N]
 """
 
 import argparse
-import os
-import pathlib
 import re
 import statistics
 import sys
-import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
-
-from picture import Picture  # noqa: E402
-from player import DEFAULT_BUILD, PlayerError, VirtualPlayer  # noqa: E402
+import campaign
+from player import PlayerError  # from virtual_player, where campaign looks
 
 RUN = ("padtune", "--timeout", "100000", "--pause", "0", "--button", "5", "--led-mask", "2,0,0x15", "--disable-button",
        "7", "--disable-led", "2", "--output-diagnostics", "x")
@@ -31,7 +26,6 @@ AWAY_FOR_LONG = 11  # past the time in which a port counts on a return
 LONG_EVERY = 100  # cycles
 TIMEOUT = 20
 SAMPLE = re.compile(rb": BT5: +(\d+) ")
-GROWTH_ALLOWED = 64  # kB
 SCREEN = (1280, 1024)  # on a lower one the last value of a box stands in the next one, where nothing is cleared
 PAGE_END = 900  # the strip with the progress bar and the seconds is below
 
@@ -41,16 +35,8 @@ class Run:
         self._player = player
         self._board = player.boards[0]
         self._board.send("numbered")
-        self._command = player.start(RUN)
-        self._command.close_input()
+        self._command = campaign.start(player, *RUN)
         self._player.wait_for(lambda: b" 2." in self._command.stderr, TIMEOUT)
-        self._process = player.shell("pidof padtune").strip()
-
-    def resources(self):
-        """Descriptors, threads, kB of memory that is no file's."""
-        text = self._player.shell(f"cd /proc/{self._process} && ls fd | wc -l && grep -E 'Threads|RssAnon' status")
-        numbers = dict(line.split()[:2] for line in text.splitlines()[1:])
-        return int(text.split()[0]), int(numbers["Threads:"]), int(numbers["RssAnon:"])
 
     def cycle(self, away):
         """The seconds from the board's node to the last of its outputs; None if they or samples did not come."""
@@ -90,7 +76,7 @@ class Run:
     def settled_resources(self, expected):
         """The resources, when the last of the ports had time to come back."""
         deadline = time.monotonic() + TIMEOUT
-        while (resources := self.resources())[:2] != expected[:2] and time.monotonic() < deadline:
+        while (resources := campaign.resources(self._player))[:2] != expected[:2] and time.monotonic() < deadline:
             time.sleep(0.5)
         return resources
 
@@ -99,20 +85,17 @@ class Run:
         self._command.wait(10)
 
     def _page(self):
-        with tempfile.NamedTemporaryFile(suffix=".png") as file:
-            self._player.picture(file.name)
-            return Picture(file.name).colours(bottom=PAGE_END)
+        return campaign.colours(self._player, bottom=PAGE_END)
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--cycles", type=int, default=1000)
     options = parser.parse_args()
-    build = pathlib.Path(os.environ.get("PADTUNE_BUILD", DEFAULT_BUILD))
-    with VirtualPlayer(screen=SCREEN, video_mode="1280x1024x60p", build=build) as player:
+    with campaign.virtual_player(screen=SCREEN, video_mode="1280x1024x60p") as player:
         run = Run(player)
         still = run.page_while_away()
-        before = run.resources()
+        before = campaign.resources(player)
         seconds = []
         for number in range(1, options.cycles + 1):
             seconds.append(run.cycle(AWAY_FOR_LONG if number % LONG_EVERY == 0 else AWAY[number % len(AWAY)]))
@@ -125,13 +108,13 @@ def main():
     stale = sum(later <= earlier for earlier, later in zip(samples, samples[1:]))
     print(f"unplug: {len(seconds)} times, {len(returned)} returned with their outputs; {len(samples)} samples, of which "
           f"{stale} stale; page {'still' if still else 'NOT STILL'} while the board is away")
-    print(f"unplug: descriptors, threads, kB before {before}, after {after}")
+    print(f"unplug: descriptors, threads, kB before {tuple(before)}, after {tuple(after)}")
     if returned:
         print(f"unplug: milliseconds from the board's node to its outputs: least {returned[0]:.0f}, median "
               f"{statistics.median(returned):.0f}, 95 % {returned[int(len(returned) * 0.95)]:.0f}, "
               f"99 % {returned[int(len(returned) * 0.99)]:.0f}, most {returned[-1]:.0f}")
     wrong = len(returned) < options.cycles or stale or not still
-    grown = before[:2] != after[:2] or after[2] > before[2] + GROWTH_ALLOWED
+    grown = before[:2] != after[:2] or after.memory > before.memory + campaign.GROWTH_ALLOWED
     return 1 if wrong or grown else 0
 
 
