@@ -95,14 +95,6 @@ class Archive:
         return b"".join(self._chunks)
 
 
-def _cache():
-    if "PADTUNE_CACHE" in os.environ:
-        return pathlib.Path(os.environ["PADTUNE_CACHE"])
-    if "XDG_CACHE_HOME" in os.environ:
-        return pathlib.Path(os.environ["XDG_CACHE_HOME"]) / "padtune"
-    return pathlib.Path.home() / ".cache" / "padtune"
-
-
 def _digest(*paths):
     return hashlib.sha256(b"".join(path.read_bytes() for path in paths)).hexdigest()[:16]
 
@@ -183,13 +175,12 @@ def kernel_and_base():
 
     Raises FileNotFoundError when scripts/setup has not been run.
     """
-    # The same name as in scripts/setup.
-    root = _cache() / f"arm64-{_digest(TOP / 'scripts/packages')}"
+    root = pathlib.Path(_output(str(TOP / "scripts/arm64-packages")).rstrip("\n"))
     if not root.is_dir():
         raise FileNotFoundError(f"{root} is missing: run scripts/setup")
     (kernel,) = root.glob("boot/vmlinuz-*")
     recipe = _digest(pathlib.Path(__file__), TOP / "virtual_player/guest/init")
-    base = _cache() / f"{root.name}-guest-{recipe}.cpio"
+    base = root.parent / f"{root.name}-guest-{recipe}.cpio"
     if not base.exists():
         with tempfile.NamedTemporaryFile(dir=base.parent, delete=False) as unfinished:
             try:
