@@ -14,8 +14,9 @@ using VirtualPlayer::SplitWords;
 namespace {
 
 std::optional<bool> ParseLevelOrAuto(const std::string& text) {
-    if (text == "auto")
+    if (text == "auto") {
         return std::nullopt;
+    }
     return VirtualPlayer::ParseLevel(text);
 }
 
@@ -33,14 +34,15 @@ SetupOddities ParseOddities(const std::vector<std::string>& words) {
             throw std::invalid_argument("not a setup word: " + word);
         } else {
             const std::uint32_t value = ParseNumber(word.substr(equals + 1));
-            if (key == "count")
+            if (key == "count") {
                 oddities.count = value;
-            else if (key == "format")
+            } else if (key == "format") {
                 oddities.format = value;
-            else if (key == "marker")
+            } else if (key == "marker") {
                 oddities.marker = value;
-            else
+            } else {
                 oddities.slotValues[ParseNumber(key)] = value;
+            }
         }
     }
     return oddities;
@@ -53,28 +55,29 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
     const std::string command = words.empty() ? "" : words[0];
     const std::size_t arguments = words.empty() ? 0 : words.size() - 1;
 
-    if ((command == "touch" || command == "release") && arguments == 1)
+    if ((command == "touch" || command == "release") && arguments == 1) {
         board.SetTouched(ParseNumber(words[1]), command == "touch");
-    else if (command == "gpio" && arguments == 2)
+    } else if (command == "gpio" && arguments == 2) {
         board.SetGpioLevel(ParseNumber(words[1]), ParseLevelOrAuto(words[2]));
-    else if (command == "rate" && arguments == 1)
+    } else if (command == "rate" && arguments == 1) {
         board.SetRate(ParseNumber(words[1]));
-    else if (command == "setup" && arguments >= 1)
+    } else if (command == "setup" && arguments >= 1) {
         board.SetSetupOddities(ParseOddities(words));
-    else if ((command == "numbered" || command == "measured") && arguments == 0)
+    } else if ((command == "numbered" || command == "measured") && arguments == 0) {
         board.SetNumbered(command == "numbered");
-    else if (command == "late" && arguments == 1)
+    } else if (command == "late" && arguments == 1) {
         board.SetAnswerDelay(VirtualPlayer::ParseMilliseconds(words[1]));
-    else if (command == "echo" && arguments == 1)
+    } else if (command == "echo" && arguments == 1) {
         board.SetEchoing(VirtualPlayer::ParseSwitch(words[1]));
-    else if ((command == "forget" || command == "remember") && arguments == 0)
+    } else if ((command == "forget" || command == "remember") && arguments == 0) {
         board.SetForgetful(command == "forget");
-    else if (command == "send-setup" && arguments == 0)
+    } else if (command == "send-setup" && arguments == 0) {
         board.SendSetup();
-    else if (command == "state" && arguments == 0)
+    } else if (command == "state" && arguments == 0) {
         return "state " + board.DescribeState();
-    else
+    } else {
         throw std::invalid_argument("not understood: " + line);
+    }
     return {};
 }
 

@@ -93,16 +93,18 @@ std::string Decimal(std::uint32_t word) {
 }
 
 void AppendToList(std::string& list, const std::string& item) {
-    if (!list.empty())
+    if (!list.empty()) {
         list += ',';
+    }
     list += item;
 }
 
 template <class Words>
 std::string Join(const Words& words, std::string (*format)(std::uint32_t)) {
     std::string list;
-    for (const std::uint32_t word : words)
+    for (const std::uint32_t word : words) {
         AppendToList(list, format(word));
+    }
     return list;
 }
 
@@ -115,8 +117,9 @@ TouchBoardModel::TouchBoardModel(std::string_view modelName, std::uint32_t seed)
 
 const TouchBoardModel::Model& TouchBoardModel::FindModel(std::string_view name) {
     for (const Model& model : MODELS) {
-        if (name == model.name)
+        if (name == model.name) {
             return model;
+        }
     }
     throw std::invalid_argument("unknown board model " + std::string(name));
 }
@@ -160,23 +163,28 @@ void TouchBoardModel::WriteLedSetup(const LedSetupWords& words) {
         Record("led-mask 0x%08X", ledMask);
         m_ledMask = ledMask;
     }
-    if (buttonMask == last[1] && ledMask == last[2])
+    if (buttonMask == last[1] && ledMask == last[2]) {
         Execute(command);
-    if (m_isEchoing)
+    }
+    if (m_isEchoing) {
         QueueGpio();
+    }
 }
 
 void TouchBoardModel::WriteLeds(const ButtonWords& words) {
-    if (words == m_lastLeds)
+    if (words == m_lastLeds) {
         Record("led-repeat");
+    }
     for (unsigned i = 0; i < BUTTON_COUNT; ++i) {
-        if (words[i] != m_lastLeds[i])
+        if (words[i] != m_lastLeds[i]) {
             Record("led %u 0x%08X", i + 1, words[i]);
+        }
     }
     m_lastLeds = words;
     m_leds = words;
-    if (m_isEchoing)
+    if (m_isEchoing) {
         QueueGpio();
+    }
 }
 
 void TouchBoardModel::Execute(std::uint32_t word) {
@@ -195,8 +203,9 @@ void TouchBoardModel::Execute(std::uint32_t word) {
         QueueGpio();
     } else if (command == REQUEST_SETUP) {
         Record("setup-request");
-        if (!m_oddities.silent)
+        if (!m_oddities.silent) {
             Answer(ReportId::DIAGNOSTICS);
+        }
     } else if (command == DIAGNOSE_BUTTON && isButton) {
         SelectButton(button);
     } else if (command == FINGER_THRESHOLD && isButton) {
@@ -209,38 +218,44 @@ void TouchBoardModel::Execute(std::uint32_t word) {
 }
 
 void TouchBoardModel::SelectButton(unsigned button) {
-    if (std::find(m_selected.begin(), m_selected.end(), button) == m_selected.end())
+    if (std::find(m_selected.begin(), m_selected.end(), button) == m_selected.end()) {
         m_selected.push_back(button);
+    }
 }
 
 void TouchBoardModel::SetTouched(unsigned button, bool touched) {
-    if (button < 1 || button > m_model.buttons)
+    if (button < 1 || button > m_model.buttons) {
         throw std::invalid_argument("no button " + std::to_string(button) + " on a " + m_model.name);
+    }
     const std::uint32_t bit = 1u << (button - 1);
     m_touches = touched ? m_touches | bit : m_touches & ~bit;
     QueueGpio();
 }
 
 void TouchBoardModel::SetGpioLevel(unsigned pin, std::optional<bool> level) {
-    if (pin >= BUTTON_COUNT)
+    if (pin >= BUTTON_COUNT) {
         throw std::invalid_argument("no pin " + std::to_string(pin));
-    if (level)
+    }
+    if (level) {
         m_heldPins[pin] = *level;
-    else
+    } else {
         m_heldPins.erase(pin);
+    }
     QueueGpio();
 }
 
 void TouchBoardModel::SetRate(unsigned reportsPerSecond) {
-    if (reportsPerSecond > RATE_MAX)
+    if (reportsPerSecond > RATE_MAX) {
         throw std::invalid_argument("more than " + std::to_string(RATE_MAX) + " reports per second");
+    }
     m_rate = reportsPerSecond;
     m_nextReport.reset();
 }
 
 void TouchBoardModel::SetSetupOddities(const SetupOddities& oddities) {
-    if (!oddities.slotValues.empty() && oddities.slotValues.rbegin()->first >= DIAGNOSTICS_WORDS)
+    if (!oddities.slotValues.empty() && oddities.slotValues.rbegin()->first >= DIAGNOSTICS_WORDS) {
         throw std::invalid_argument("no slot " + std::to_string(oddities.slotValues.rbegin()->first));
+    }
     m_oddities = oddities;
 }
 
@@ -257,18 +272,21 @@ void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
         return;
     }
     const std::int64_t period = NANOSECONDS_PER_SECOND / m_rate;
-    if (!m_nextReport)
+    if (!m_nextReport) {
         m_nextReport = now + period;
-    if (now < std::max(*m_nextReport, m_earliestReport))
+    }
+    if (now < std::max(*m_nextReport, m_earliestReport)) {
         return;
+    }
     const std::int64_t lateness = now - *m_nextReport;
     if (lateness > LATENESS_MAX) {
         m_missedReports += static_cast<unsigned long>(lateness / period);
         *m_nextReport += lateness / period * period;
     }
     m_isHeldUp = !endpointIsFree;
-    if (m_isHeldUp)
+    if (m_isHeldUp) {
         return;
+    }
 
     const DiagnosticsWords words = DiagnosticsReport();
     Queue(ReportId::DIAGNOSTICS, {words.begin(), words.end()});
@@ -278,10 +296,12 @@ void TouchBoardModel::Advance(std::int64_t now, bool endpointIsFree) {
 
 std::optional<std::int64_t> TouchBoardModel::NextReportTime() const {
     std::optional<std::int64_t> next;
-    if (m_nextReport && !m_isHeldUp)
+    if (m_nextReport && !m_isHeldUp) {
         next = std::max(*m_nextReport, m_earliestReport);
-    if (!m_lateAnswers.empty() && m_lateAnswers.front().due)
+    }
+    if (!m_lateAnswers.empty() && m_lateAnswers.front().due) {
         next = std::min(next.value_or(*m_lateAnswers.front().due), *m_lateAnswers.front().due);
+    }
     return next;
 }
 
@@ -323,8 +343,9 @@ DiagnosticsWords TouchBoardModel::SetupReport() const {
     words[3] = m_oddities.marker.value_or(FINGER_THRESHOLD) | count << 8;
 
     unsigned slot = FIRST_THRESHOLD_SLOT;
-    for (unsigned i = 0; i < count && slot < PARAMETER_SLOT_END; ++i)
+    for (unsigned i = 0; i < count && slot < PARAMETER_SLOT_END; ++i) {
         words[slot++] = i < BUTTON_COUNT ? m_thresholds[i] : 0;
+    }
     for (unsigned i = 0; i < std::size(REPORTED_PARAMETERS) && slot + 3 <= PARAMETER_SLOT_END;
          i += 2, slot += 3) {
         const std::uint32_t first = REPORTED_PARAMETERS[i];
@@ -333,8 +354,9 @@ DiagnosticsWords TouchBoardModel::SetupReport() const {
         words[slot + 1] = first != 0 ? m_parameters.at(first) : 0;
         words[slot + 2] = second != 0 ? m_parameters.at(second) : 0;
     }
-    for (const auto& [oddSlot, value] : m_oddities.slotValues)
+    for (const auto& [oddSlot, value] : m_oddities.slotValues) {
         words[oddSlot] = value;
+    }
     return words;
 }
 
@@ -368,18 +390,21 @@ DiagnosticsWords TouchBoardModel::DiagnosticsReport() {
 }
 
 std::uint32_t TouchBoardModel::WireTouchBits() const {
-    if (m_model.buttons == BUTTON_COUNT)
+    if (m_model.buttons == BUTTON_COUNT) {
         return SensedTouches();
+    }
     std::uint32_t bits = 0;
-    for (unsigned i = 0; i < std::size(SMALL_BOARD_TOUCH_BITS); ++i)
+    for (unsigned i = 0; i < std::size(SMALL_BOARD_TOUCH_BITS); ++i) {
         bits |= (SensedTouches() >> i & 1) << SMALL_BOARD_TOUCH_BITS[i];
+    }
     return bits;
 }
 
 std::string TouchBoardModel::DescribeState() const {
     std::string parameters;
-    for (const auto& [code, value] : m_parameters)
+    for (const auto& [code, value] : m_parameters) {
         AppendToList(parameters, Hex(code, 2) + ":" + Decimal(value));
+    }
     return std::string("model=") + m_model.name + " thresholds=" + Join(m_thresholds, Decimal) +
            " parameters=" + parameters + " button-mask=" + Mask(m_buttonMask) +
            " led-mask=" + Mask(m_ledMask) + " leds=" + Join(m_leds, Mask) +
@@ -395,10 +420,11 @@ void TouchBoardModel::QueueGpio() {
 }
 
 void TouchBoardModel::Answer(ReportId id) {
-    if (m_answerDelay == 0)
+    if (m_answerDelay == 0) {
         GiveAnswer(id);
-    else
+    } else {
         m_lateAnswers.push_back({id, std::nullopt});
+    }
 }
 
 void TouchBoardModel::GiveAnswer(ReportId id) {
@@ -411,8 +437,9 @@ void TouchBoardModel::GiveAnswer(ReportId id) {
 }
 
 void TouchBoardModel::GiveLateAnswers(std::int64_t now) {
-    for (LateAnswer& answer : m_lateAnswers)
+    for (LateAnswer& answer : m_lateAnswers) {
         answer.due = answer.due.value_or(now + m_answerDelay);
+    }
     while (!m_lateAnswers.empty() && m_lateAnswers.front().due <= now) {
         GiveAnswer(m_lateAnswers.front().id);
         m_lateAnswers.pop_front();

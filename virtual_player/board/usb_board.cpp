@@ -65,8 +65,9 @@ private:
     bool IsSpeaking() const { return m_link && m_manners != Manners::MUTE; }
 
     void StartPlugging(const char* eventWhenDone) {
-        if (m_link || m_plugging != Plugging::NOT_NOW)
+        if (m_link || m_plugging != Plugging::NOT_NOW) {
             throw std::invalid_argument("on the bus already");
+        }
         m_plugging = Plugging::WAITS_FOR_PORT;
         m_plugDeadline = Now() + PLUG_TIMEOUT;
         m_plugLine = m_lines.LineNumber();
@@ -74,8 +75,9 @@ private:
     }
 
     void Unplug() {
-        if (!m_link && m_plugging == Plugging::NOT_NOW)
+        if (!m_link && m_plugging == Plugging::NOT_NOW) {
             throw std::invalid_argument("off the bus already");
+        }
         m_link.reset();
         m_plugging = Plugging::NOT_NOW;
         PrintRecord("unplug");
@@ -83,8 +85,9 @@ private:
 
     void SetDelay(std::int64_t delay) {
         m_delay = delay;
-        if (m_link)
+        if (m_link) {
             m_link->SetDelay(delay);
+        }
     }
 
     /// The kernel clears up after the board that was there before, then makes a node for this one; both take
@@ -109,34 +112,42 @@ private:
     }
 
     void ServeTime() {
-        if (m_plugging != Plugging::NOT_NOW)
+        if (m_plugging != Plugging::NOT_NOW) {
             ContinuePlugging();
-        if (m_link)
+        }
+        if (m_link) {
             m_link->ServeWaiting(m_manners, Now());
-        if (IsSpeaking())
+        }
+        if (IsSpeaking()) {
             m_board->Advance(Now(), m_link->IsEndpointFree());
+        }
         PassOnWhatHappened();
     }
 
     void PassOnWhatHappened() {
-        for (const std::string& record : m_board->TakeRecords())
+        for (const std::string& record : m_board->TakeRecords()) {
             PrintRecord(record);
+        }
         for (const Bytes& report : m_board->TakeReports()) {
-            if (IsSpeaking())
+            if (IsSpeaking()) {
                 m_link->Send(report);
+            }
         }
     }
 
     std::optional<std::int64_t> NextWakeUp() const {
         std::optional<std::int64_t> next = m_link ? m_link->NextTransferTime() : std::nullopt;
         const auto include = [&next](std::optional<std::int64_t> time) {
-            if (time)
+            if (time) {
                 next = std::min(next.value_or(*time), *time);
+            }
         };
-        if (IsSpeaking())
+        if (IsSpeaking()) {
             include(m_board->NextReportTime());
-        if (m_plugging != Plugging::NOT_NOW)
+        }
+        if (m_plugging != Plugging::NOT_NOW) {
             include(Now() + PLUG_STEP);
+        }
         return next;
     }
 
@@ -150,22 +161,26 @@ private:
                        static_cast<long>(wait % NANOSECONDS_PER_SECOND)};
         }
         if (::ppoll(fds, std::size(fds), next ? &timeout : nullptr, nullptr) < 0) {
-            if (errno == EINTR)
+            if (errno == EINTR) {
                 return;
+            }
             throw std::system_error(errno, std::generic_category(), "ppoll");
         }
-        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners, Now()))
+        if (fds[1].revents != 0 && !m_link->ServeOne(m_manners, Now())) {
             Unplug();
-        if (fds[0].revents != 0)
+        }
+        if (fds[0].revents != 0) {
             ReadLines();
+        }
     }
 
     void ReadLines() {
         m_quit = !m_lines.Receive();
         while (!m_quit) {
             const std::optional<std::string> line = m_lines.TakeLine();
-            if (!line)
+            if (!line) {
                 return;
+            }
             try {
                 Execute(*line);
             } catch (const std::invalid_argument& error) {
@@ -177,25 +192,27 @@ private:
 
     void Execute(const std::string& line) {
         const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
-        if (words.empty())
+        if (words.empty()) {
             return;
+        }
         const std::string command = words.size() == 1 ? words[0] : "";
-        if (words.size() == 2 && words[0] == "delay")
+        if (words.size() == 2 && words[0] == "delay") {
             SetDelay(VirtualPlayer::ParseMilliseconds(words[1]));
-        else if (command == "quit")
+        } else if (command == "quit") {
             m_quit = true;
-        else if (command == "mute")
+        } else if (command == "mute") {
             m_manners = Manners::MUTE;
-        else if (command == "stall")
+        } else if (command == "stall") {
             m_manners = Manners::STALLS;
-        else if (command == "unmute" || command == "unstall")
+        } else if (command == "unmute" || command == "unstall") {
             m_manners = Manners::ANSWERS;
-        else if (command == "unplug")
+        } else if (command == "unplug") {
             Unplug();
-        else if (command == "plug")
+        } else if (command == "plug") {
             StartPlugging("plugged");
-        else if (const std::string answer = m_board->ExecuteLine(line); !answer.empty())
+        } else if (const std::string answer = m_board->ExecuteLine(line); !answer.empty()) {
             PrintRecord(answer);
+        }
     }
 
     const unsigned m_port;
@@ -214,8 +231,9 @@ private:
 
 unsigned ParseOption(const std::string& text, unsigned max) {
     const unsigned number = ParseNumber(text);
-    if (number > max)
+    if (number > max) {
         throw std::invalid_argument("more than " + std::to_string(max) + ": " + text);
+    }
     return number;
 }
 
@@ -223,17 +241,19 @@ Options ParseOptions(int argc, char** argv) {
     Options options;
     for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
-        if (i + 1 == argc)
+        if (i + 1 == argc) {
             throw std::invalid_argument("no value for " + name);
+        }
         const std::string value = argv[i + 1];
-        if (name == "--model")
+        if (name == "--model") {
             options.model = value;
-        else if (name == "--port")
+        } else if (name == "--port") {
             options.port = ParseOption(value, VHCI_PORT_MAX);
-        else if (name == "--vendor")
+        } else if (name == "--vendor") {
             options.vendor = static_cast<std::uint16_t>(ParseOption(value, 0xFFFF));
-        else
+        } else {
             throw std::invalid_argument("unknown option " + name);
+        }
     }
     return options;
 }

@@ -127,8 +127,9 @@ ControlRequest::ControlRequest(const std::array<std::uint8_t, 8>& bytes)
 
 std::optional<Bytes> UsbDevice::Control(const ControlRequest& request, const Bytes& data) {
     std::optional<Bytes> answer = Answer(request, data);
-    if (answer && answer->size() > request.length)
+    if (answer && answer->size() > request.length) {
         answer->resize(request.length);
+    }
     return answer;
 }
 
@@ -139,29 +140,36 @@ std::optional<Bytes> UsbDevice::Answer(const ControlRequest& request, const Byte
         case DEVICE_TO_HOST:
         case INTERFACE_TO_HOST:
         case ENDPOINT_TO_HOST:
-            if (request.request == GET_DESCRIPTOR)
+            if (request.request == GET_DESCRIPTOR) {
                 return Descriptor(high, low);
-            if (request.request == GET_CONFIGURATION)
+            }
+            if (request.request == GET_CONFIGURATION) {
                 return Bytes{1};
-            if (request.request == GET_STATUS)
+            }
+            if (request.request == GET_STATUS) {
                 return Bytes{0, 0};
+            }
             break;
         case HOST_TO_DEVICE:
         case HOST_TO_INTERFACE:
         case HOST_TO_ENDPOINT:
             if (request.request == SET_CONFIGURATION || request.request == SET_INTERFACE ||
-                request.request == CLEAR_FEATURE)
+                request.request == CLEAR_FEATURE) {
                 return Bytes{};
+            }
             break;
         case CLASS_FROM_INTERFACE:
-            if (request.request == GET_REPORT && high == REPORT_TYPE_INPUT)
+            if (request.request == GET_REPORT && high == REPORT_TYPE_INPUT) {
                 return m_board.CurrentReport(static_cast<std::uint8_t>(low));
+            }
             break;
         case CLASS_TO_INTERFACE:
-            if (request.request == SET_IDLE)
+            if (request.request == SET_IDLE) {
                 return Bytes{};
-            if (request.request == SET_REPORT && high == REPORT_TYPE_OUTPUT && m_board.WriteReport(data))
+            }
+            if (request.request == SET_REPORT && high == REPORT_TYPE_OUTPUT && m_board.WriteReport(data)) {
                 return Bytes{};
+            }
             break;
     }
     return std::nullopt;

@@ -38,27 +38,31 @@ struct UsbIpLink::Message {
 
     void SwapByteOrder() {
         for (std::uint32_t* word : {&command, &sequence, &device, &direction, &endpoint, &flagsOrStatus,
-                                    &length, &startFrame, &packets, &interval})
+                                    &length, &startFrame, &packets, &interval}) {
             *word = htonl(*word);
+        }
     }
 };
 
 bool UsbIpLink::ServeOne(Manners manners, std::int64_t now) {
     static_assert(sizeof(Message) == 48);
     Message message;
-    if (!Receive(&message, sizeof message))
+    if (!Receive(&message, sizeof message)) {
         return false;
+    }
     message.SwapByteOrder();
     if (message.command == UNLINK) {
         ServeUnlink(message);
         return true;
     }
-    if (message.command != SUBMIT || message.length > TRANSFER_MAX)
+    if (message.command != SUBMIT || message.length > TRANSFER_MAX) {
         throw std::runtime_error("USB/IP: unexpected message");
+    }
 
     Bytes data(message.direction == TO_DEVICE ? message.length : 0);
-    if (!data.empty() && !Receive(data.data(), data.size()))
+    if (!data.empty() && !Receive(data.data(), data.size())) {
         return false;
+    }
     if (message.endpoint == 0) {
         // An earlier one may have been given a longer delay; transfers of one pipe keep their order.
         const std::int64_t due =
@@ -68,8 +72,9 @@ bool UsbIpLink::ServeOne(Manners manners, std::int64_t now) {
         ServeWaiting(manners, now);
     } else if (message.endpoint == INTERRUPT_ENDPOINT && message.direction == TO_HOST) {
         m_interruptReads.push_back({message.sequence, message.length});
-        if (manners != Manners::MUTE)
+        if (manners != Manners::MUTE) {
             ServeInterruptReads();
+        }
     } else {
         Complete(message.sequence, -EPIPE, 0, {});
     }
@@ -85,8 +90,9 @@ void UsbIpLink::ServeWaiting(Manners manners, std::int64_t now) {
 }
 
 std::optional<std::int64_t> UsbIpLink::NextTransferTime() const {
-    if (m_waitingTransfers.empty())
+    if (m_waitingTransfers.empty()) {
         return std::nullopt;
+    }
     return m_waitingTransfers.front().due;
 }
 
@@ -96,14 +102,16 @@ void UsbIpLink::CarryOut(const ControlTransfer& transfer, Manners manners) {
         return;
     }
     std::optional<Bytes> answer;
-    if (manners == Manners::ANSWERS)
+    if (manners == Manners::ANSWERS) {
         answer = m_device.Control(transfer.request, transfer.data);
-    if (!answer)
+    }
+    if (!answer) {
         Complete(transfer.sequence, -EPIPE, 0, {});
-    else if (transfer.isToDevice)
+    } else if (transfer.isToDevice) {
         Complete(transfer.sequence, 0, transfer.data.size(), {});
-    else
+    } else {
         Complete(transfer.sequence, 0, answer->size(), *answer);
+    }
 }
 
 void UsbIpLink::ServeUnlink(const Message& message) {
@@ -123,8 +131,9 @@ bool UsbIpLink::ForgetRequest(std::uint32_t sequence) {
 }
 
 void UsbIpLink::Send(const Bytes& report) {
-    if (m_reports.size() == WAITING_REPORTS_MAX)
+    if (m_reports.size() == WAITING_REPORTS_MAX) {
         m_reports.pop_front();
+    }
     m_reports.push_back(report);
     ServeInterruptReads();
 }
@@ -152,8 +161,9 @@ void UsbIpLink::Complete(std::uint32_t sequence, int status, std::size_t length,
 
 bool UsbIpLink::Receive(void* buffer, std::size_t size) {
     const ssize_t received = ::recv(m_socket.Get(), buffer, size, MSG_WAITALL);
-    if (received < 0 && errno != ECONNRESET)
+    if (received < 0 && errno != ECONNRESET) {
         throw std::system_error(errno, std::generic_category(), "recv");
+    }
     return received == static_cast<ssize_t>(size);
 }
 
@@ -165,10 +175,12 @@ void UsbIpLink::Transmit(const Message& message, const Bytes& data) {
     bytes.insert(bytes.end(), data.begin(), data.end());
     const ssize_t sent = ::send(m_socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     // A host that has gone is noticed by the next receive.
-    if (sent < 0 && errno != EPIPE && errno != ECONNRESET)
+    if (sent < 0 && errno != EPIPE && errno != ECONNRESET) {
         throw std::system_error(errno, std::generic_category(), "send");
-    if (sent >= 0 && static_cast<std::size_t>(sent) != bytes.size())
+    }
+    if (sent >= 0 && static_cast<std::size_t>(sent) != bytes.size()) {
         throw std::runtime_error("USB/IP: message cut short");
+    }
 }
 
 }  // namespace VirtualBoard

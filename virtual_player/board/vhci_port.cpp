@@ -25,8 +25,9 @@ std::vector<std::string> Glob(const std::string& pattern) {
     const int result = ::glob(pattern.c_str(), 0, nullptr, &found);
     std::vector<std::string> paths(found.gl_pathv, found.gl_pathv + found.gl_pathc);
     ::globfree(&found);
-    if (result != 0 && result != GLOB_NOMATCH)
+    if (result != 0 && result != GLOB_NOMATCH) {
         throw std::runtime_error("glob " + pattern);
+    }
     return paths;
 }
 
@@ -39,21 +40,24 @@ std::string DevicePattern(unsigned port) {
 
 std::optional<FileDescriptor> PlugIn(unsigned port) {
     int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         throw Failure("socketpair");
+    }
     FileDescriptor deviceEnd(ends[0]);
     const FileDescriptor kernelEnd(ends[1]);  // the kernel takes a reference of its own
 
     const std::string path = std::string(CONTROLLER) + "attach";
     const FileDescriptor attach(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    if (attach.Get() < 0)
+    if (attach.Get() < 0) {
         throw Failure(path);
+    }
     const unsigned deviceId = port + 1;  // any number: nothing on this side has a bus
     const std::string request = std::to_string(port) + " " + std::to_string(kernelEnd.Get()) + " " +
                                 std::to_string(deviceId) + " " + std::to_string(FULL_SPEED);
     if (::write(attach.Get(), request.data(), request.size()) < 0) {
-        if (errno == EBUSY)
+        if (errno == EBUSY) {
             return std::nullopt;
+        }
         throw Failure(path);
     }
     return deviceEnd;
@@ -62,8 +66,9 @@ std::optional<FileDescriptor> PlugIn(unsigned port) {
 std::string FindHiddevNode(unsigned port) {
     for (const std::string& path : Glob(DevicePattern(port) + "/*:1.0/usbmisc/hiddev*")) {
         std::string node = "/dev/usb/" + path.substr(path.rfind('/') + 1);
-        if (::access(node.c_str(), R_OK | W_OK) == 0)
+        if (::access(node.c_str(), R_OK | W_OK) == 0) {
             return node;
+        }
     }
     return {};
 }

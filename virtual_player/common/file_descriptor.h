@@ -17,8 +17,9 @@ public:
         return *this;
     }
     ~FileDescriptor() {
-        if (m_fd >= 0)
+        if (m_fd >= 0) {
             ::close(m_fd);
+        }
     }
 
     int Get() const { return m_fd; }
