@@ -10,7 +10,7 @@
 #include "virtual_player/board/control_lines.h"
 #include "virtual_player/board/touch_board_model.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 namespace {
 
 constexpr std::int64_t PERIOD = 40'000'000;
@@ -162,4 +162,4 @@ TEST(TouchBoardLines, ActOnTheBoardOrSayWhyNot) {
 }
 
 }  // namespace
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

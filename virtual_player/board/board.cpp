@@ -4,7 +4,7 @@
 #include "virtual_player/board/light_controller.h"
 #include "virtual_player/board/touch_board.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 std::unique_ptr<Board> MakeBoard(const std::string& model) {
     if (model == "expander") {
@@ -16,4 +16,4 @@ std::unique_ptr<Board> MakeBoard(const std::string& model) {
     return std::make_unique<TouchBoard>(model);
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

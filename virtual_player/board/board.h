@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 /// What goes over the bus.
 using Bytes = std::vector<std::uint8_t>;
@@ -64,4 +64,4 @@ public:
 /// @throws std::invalid_argument for any other
 std::unique_ptr<Board> MakeBoard(const std::string& model);
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -6,10 +6,7 @@
 
 #include "virtual_player/common/console.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::ParseNumber;
-using VirtualPlayer::SplitWords;
+namespace VirtualPlayer {
 
 namespace {
 
@@ -17,7 +14,7 @@ std::optional<bool> ParseLevelOrAuto(const std::string& text) {
     if (text == "auto") {
         return std::nullopt;
     }
-    return VirtualPlayer::ParseLevel(text);
+    return ParseLevel(text);
 }
 
 SetupOddities ParseOddities(const std::vector<std::string>& words) {
@@ -66,9 +63,9 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
     } else if ((command == "numbered" || command == "measured") && arguments == 0) {
         board.SetNumbered(command == "numbered");
     } else if (command == "late" && arguments == 1) {
-        board.SetAnswerDelay(VirtualPlayer::ParseMilliseconds(words[1]));
+        board.SetAnswerDelay(ParseMilliseconds(words[1]));
     } else if (command == "echo" && arguments == 1) {
-        board.SetEchoing(VirtualPlayer::ParseSwitch(words[1]));
+        board.SetEchoing(ParseSwitch(words[1]));
     } else if ((command == "forget" || command == "remember") && arguments == 0) {
         board.SetForgetful(command == "forget");
     } else if (command == "send-setup" && arguments == 0) {
@@ -81,4 +78,4 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
     return {};
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

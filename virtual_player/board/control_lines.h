@@ -6,7 +6,7 @@
 
 #include "virtual_player/board/touch_board_model.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 /// Does what a line asks of the board:
 ///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | numbered | measured |
@@ -17,4 +17,4 @@ namespace VirtualBoard {
 /// @throws std::invalid_argument with what is wrong; the board is then as before
 std::string ExecuteLine(TouchBoardModel& board, const std::string& line);
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -7,9 +7,7 @@
 #include "virtual_player/board/hid_reports.h"
 #include "virtual_player/common/console.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::FormatWord;
+namespace VirtualPlayer {
 
 namespace {
 
@@ -46,11 +44,11 @@ std::uint32_t ToMask(std::span<const std::uint32_t> values) {
 
 std::uint32_t WithLevel(std::uint32_t levels, const std::string& number, unsigned count,
                         const std::string& level) {
-    const std::uint32_t index = VirtualPlayer::ParseNumber(number);
+    const std::uint32_t index = ParseNumber(number);
     if (index >= count) {
         throw std::invalid_argument("more than " + std::to_string(count - 1) + ": " + number);
     }
-    return (levels & ~(1u << index)) | std::uint32_t{VirtualPlayer::ParseLevel(level)} << index;
+    return (levels & ~(1u << index)) | std::uint32_t{ParseLevel(level)} << index;
 }
 
 }  // namespace
@@ -60,7 +58,7 @@ BoardDescription Expander::Describe() const {
 }
 
 Bytes Expander::HidReportDescriptor() const {
-    return VirtualBoard::HidReportDescriptor(APPLICATION_PAGE, FIELDS);
+    return VirtualPlayer::HidReportDescriptor(APPLICATION_PAGE, FIELDS);
 }
 
 void Expander::Connect() {
@@ -95,7 +93,7 @@ bool Expander::WriteReport(const Bytes& report) {
 }
 
 std::string Expander::ExecuteLine(const std::string& line) {
-    const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+    const std::vector<std::string> words = SplitWords(line);
     const std::string command = words.empty() ? "" : words[0];
     if (command == "level" && words.size() == 3) {
         m_inputs = WithLevel(m_inputs, words[1], PIN_COUNT, words[2]);
@@ -104,7 +102,7 @@ std::string Expander::ExecuteLine(const std::string& line) {
         m_switches = WithLevel(m_switches, words[1], SWITCH_COUNT, words[2]);
         m_reports.push_back(*CurrentReport(DIP));
     } else if (command == "echo" && words.size() == 2) {
-        m_isEchoing = VirtualPlayer::ParseSwitch(words[1]);
+        m_isEchoing = ParseSwitch(words[1]);
     } else if (command == "state" && words.size() == 1) {
         return "state outputs=" + FormatWord(m_outputs) + " directions=" + FormatWord(m_directions) +
                " inputs=" + FormatWord(m_inputs) + " dip=" + FormatWord(m_switches);
@@ -122,4 +120,4 @@ std::vector<std::string> Expander::TakeRecords() {
     return std::exchange(m_records, {});
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <utility>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 namespace {
 
@@ -137,4 +137,4 @@ std::optional<std::vector<std::uint32_t>> UnpackReport(std::span<const HidField>
     return words;
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

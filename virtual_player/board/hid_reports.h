@@ -10,7 +10,7 @@
 
 #include "virtual_player/board/board.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 enum class Direction { INPUT, OUTPUT };
 
@@ -36,4 +36,4 @@ Bytes PackReport(std::span<const HidField> fields, std::uint8_t report, std::spa
 /// @return one word for each value; none if there is no such report or its length is wrong
 std::optional<std::vector<std::uint32_t>> UnpackReport(std::span<const HidField> fields, const Bytes& bytes);
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

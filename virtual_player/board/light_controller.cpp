@@ -7,9 +7,7 @@
 #include "virtual_player/board/hid_reports.h"
 #include "virtual_player/common/console.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::FormatWords;
+namespace VirtualPlayer {
 
 namespace {
 
@@ -30,7 +28,7 @@ BoardDescription LightController::Describe() const {
 }
 
 Bytes LightController::HidReportDescriptor() const {
-    return VirtualBoard::HidReportDescriptor(APPLICATION_PAGE, FIELDS);
+    return VirtualPlayer::HidReportDescriptor(APPLICATION_PAGE, FIELDS);
 }
 
 void LightController::Connect() {
@@ -60,20 +58,20 @@ bool LightController::WriteReport(const Bytes& report) {
 }
 
 std::string LightController::ExecuteLine(const std::string& line) {
-    const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+    const std::vector<std::string> words = SplitWords(line);
     const std::string command = words.empty() ? "" : words[0];
     if (command == "state" && words.size() == 1) {
         return "state control=" + FormatWords(m_control) + " diagnostics=" + FormatWords(m_diagnostics);
     }
     if (command == "echo" && words.size() == 2) {
-        m_isEchoing = VirtualPlayer::ParseSwitch(words[1]);
+        m_isEchoing = ParseSwitch(words[1]);
         return {};
     }
     if (command != "value" || words.size() != 3) {
         throw std::invalid_argument("not understood: " + line);
     }
-    const std::uint32_t index = VirtualPlayer::ParseNumber(words[1]);
-    const std::uint32_t value = VirtualPlayer::ParseNumber(words[2]);
+    const std::uint32_t index = ParseNumber(words[1]);
+    const std::uint32_t value = ParseNumber(words[2]);
     if (index >= m_diagnostics.size()) {
         throw std::invalid_argument("no value " + words[1]);
     }
@@ -90,4 +88,4 @@ std::vector<std::string> LightController::TakeRecords() {
     return std::exchange(m_records, {});
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

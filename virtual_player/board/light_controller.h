@@ -9,7 +9,7 @@
 
 #include "virtual_player/board/board.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 class LightController final : public Board {
 public:
@@ -36,4 +36,4 @@ private:
     std::vector<std::string> m_records;
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -8,7 +8,7 @@
 #include "virtual_player/board/control_lines.h"
 #include "virtual_player/common/console.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 namespace {
 
@@ -59,7 +59,7 @@ BoardDescription TouchBoard::Describe() const {
 }
 
 Bytes TouchBoard::HidReportDescriptor() const {
-    return VirtualBoard::HidReportDescriptor(APPLICATION_PAGE, m_fields);
+    return VirtualPlayer::HidReportDescriptor(APPLICATION_PAGE, m_fields);
 }
 
 std::optional<Bytes> TouchBoard::CurrentReport(std::uint8_t id) const {
@@ -84,7 +84,7 @@ bool TouchBoard::WriteReport(const Bytes& report) {
 }
 
 std::string TouchBoard::ExecuteLine(const std::string& line) {
-    const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+    const std::vector<std::string> words = SplitWords(line);
     if (words.size() == 2 && words[0] == "without") {
         LeaveOut(words[1]);
         return {};
@@ -93,7 +93,7 @@ std::string TouchBoard::ExecuteLine(const std::string& line) {
         return "diagnostics " + std::to_string(m_diagnosticsRead) + " of " +
                std::to_string(m_diagnosticsSent) + " missed " + std::to_string(m_model.MissedReports());
     }
-    return VirtualBoard::ExecuteLine(m_model, line);
+    return VirtualPlayer::ExecuteLine(m_model, line);
 }
 
 void TouchBoard::LeaveOut(const std::string& port) {
@@ -121,4 +121,4 @@ void TouchBoard::OnReportRead(const Bytes& report) {
     m_diagnosticsRead += report[0] == Number(ReportId::DIAGNOSTICS);
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

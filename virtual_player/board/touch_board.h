@@ -9,7 +9,7 @@
 #include "virtual_player/board/hid_reports.h"
 #include "virtual_player/board/touch_board_model.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 class TouchBoard final : public Board {
 public:
@@ -41,4 +41,4 @@ private:
     unsigned long m_diagnosticsRead = 0;  ///< by the host, in time
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 struct TouchBoardModel::Model {
     const char* name;
@@ -455,4 +455,4 @@ void TouchBoardModel::Record(const char* format, ...) {
     m_records.emplace_back(text);
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

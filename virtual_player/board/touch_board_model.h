@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 constexpr unsigned BUTTON_COUNT = 11;
 constexpr unsigned DIAGNOSTICS_WORDS = 29;
@@ -184,4 +184,4 @@ private:
     std::vector<std::string> m_records;
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

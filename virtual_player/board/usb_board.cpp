@@ -25,12 +25,7 @@
 #include "virtual_player/board/vhci_port.h"
 #include "virtual_player/common/console.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::Now;
-using VirtualPlayer::ParseNumber;
-using VirtualPlayer::PrintComplaint;
-using VirtualPlayer::PrintRecord;
+namespace VirtualPlayer {
 
 namespace {
 
@@ -191,13 +186,13 @@ private:
     }
 
     void Execute(const std::string& line) {
-        const std::vector<std::string> words = VirtualPlayer::SplitWords(line);
+        const std::vector<std::string> words = SplitWords(line);
         if (words.empty()) {
             return;
         }
         const std::string command = words.size() == 1 ? words[0] : "";
         if (words.size() == 2 && words[0] == "delay") {
-            SetDelay(VirtualPlayer::ParseMilliseconds(words[1]));
+            SetDelay(ParseMilliseconds(words[1]));
         } else if (command == "quit") {
             m_quit = true;
         } else if (command == "mute") {
@@ -225,7 +220,7 @@ private:
     std::int64_t m_plugDeadline = 0;
     unsigned long m_plugLine = 0;  ///< the line that asked for it; 0 for the start of the program
     const char* m_pluggedEvent = "";
-    VirtualPlayer::LineInput m_lines;
+    LineInput m_lines;
     bool m_quit = false;
 };
 
@@ -260,11 +255,11 @@ Options ParseOptions(int argc, char** argv) {
 
 }  // namespace
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer
 
 int main(int argc, char** argv) {
     try {
-        VirtualBoard::Program(VirtualBoard::ParseOptions(argc, argv)).Run();
+        VirtualPlayer::Program(VirtualPlayer::ParseOptions(argc, argv)).Run();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "usb-board: %s\n", error.what());
         return 1;

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 namespace {
 
@@ -194,4 +194,4 @@ std::optional<Bytes> UsbDevice::Descriptor(unsigned kind, unsigned index) const 
     }
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

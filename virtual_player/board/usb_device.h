@@ -8,7 +8,7 @@
 
 #include "virtual_player/board/board.h"
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 /// The endpoint that input reports come from.
 constexpr std::uint8_t INTERRUPT_ENDPOINT = 1;
@@ -46,4 +46,4 @@ private:
     const std::optional<std::uint16_t> m_vendor;
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

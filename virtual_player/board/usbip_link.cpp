@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 namespace {
 
@@ -183,4 +183,4 @@ void UsbIpLink::Transmit(const Message& message, const Bytes& data) {
     }
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

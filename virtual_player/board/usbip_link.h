@@ -14,9 +14,7 @@
 #include "virtual_player/board/usb_device.h"
 #include "virtual_player/common/file_descriptor.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::FileDescriptor;
+namespace VirtualPlayer {
 
 /// How a board treats control transfers, and whether it speaks at all.
 enum class Manners {
@@ -87,4 +85,4 @@ private:
     std::deque<Bytes> m_reports;
 };
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <vector>
 
-namespace VirtualBoard {
+namespace VirtualPlayer {
 
 namespace {
 
@@ -77,4 +77,4 @@ bool IsPortOccupied(unsigned port) {
     return !Glob(DevicePattern(port)).empty();
 }
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer

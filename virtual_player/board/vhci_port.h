@@ -8,9 +8,7 @@
 
 #include "virtual_player/common/file_descriptor.h"
 
-namespace VirtualBoard {
-
-using VirtualPlayer::FileDescriptor;
+namespace VirtualPlayer {
 
 constexpr unsigned VHCI_PORT_MAX = 7;
 
@@ -26,4 +24,4 @@ std::string FindHiddevNode(unsigned port);
 /// @return whether the kernel still knows a device in that port
 bool IsPortOccupied(unsigned port);
 
-}  // namespace VirtualBoard
+}  // namespace VirtualPlayer
