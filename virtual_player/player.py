@@ -60,6 +60,15 @@ class PlayerError(Exception):
     """The guest did not start, died, or a device of it failed."""
 
 
+class UnknownModelError(PlayerError):
+    """There is no board of a model; `known` are those that there are."""
+
+    def __init__(self, model, known):
+        super().__init__(f"no board model {model}: there are {', '.join(known)}")
+        self.model = model
+        self.known = known
+
+
 class Command:
     """A command in the guest, running or ended."""
 
@@ -240,6 +249,7 @@ class VirtualPlayer:
             if self._has_gpio:
                 self.gpio = Device(self, ["gpio-lines"])
                 self.gpio.wait_for_record("ready")
+            self._check_models()
             for port, model in enumerate(self._models):
                 # One after the other, so that their device nodes are in order too.
                 self.boards.append(Board(self, model, port))
@@ -251,6 +261,15 @@ class VirtualPlayer:
 
     def __exit__(self, *exception):
         self.stop()
+
+    def _check_models(self):
+        if not self._models:
+            return
+        # The program of the boards knows them, and runs in the guest alone.
+        known = self.shell("usb-board --list-models").split()
+        for model in self._models:
+            if model not in known:
+                raise UnknownModelError(model, known)
 
     # --- commands ---
 

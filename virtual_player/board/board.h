@@ -5,7 +5,6 @@
 // it is told the time. Not safe for use by several threads at once.
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -59,9 +58,5 @@ public:
     /// When the board next wants to be told the time, whatever the host reads; none while nothing is due.
     virtual std::optional<std::int64_t> NextReportTime() const { return std::nullopt; }
 };
-
-/// @param model  a touch board's (see TouchBoardModel), "expander" or "light-controller"; the case matters
-/// @throws std::invalid_argument for any other
-std::unique_ptr<Board> MakeBoard(const std::string& model);
 
 }  // namespace VirtualPlayer

@@ -17,7 +17,8 @@ struct TouchBoardModel::Model {
 };
 
 const TouchBoardModel::Model TouchBoardModel::MODELS[] = {
-    {"KP120", 0x77, 20, 32, 4},   {"KP120H", 0x77, 21, 32, 4},  {"KP480", 0x00, 90, 16, 11},
+    {"KP120", 0x77, 20, 32, 4},   {"KP120H", 0x77, 21, 32, 4},  // with a header
+    {"KP480", 0x00, 90, 16, 11},                                // revision A
     {"KP480B", 0x55, 91, 16, 11}, {"KP480S", 0x00, 92, 16, 11},
 };
 
@@ -109,6 +110,14 @@ std::string Join(const Words& words, std::string (*format)(std::uint32_t)) {
 }
 
 }  // namespace
+
+std::vector<std::string> TouchBoardModel::Names() {
+    std::vector<std::string> names;
+    for (const Model& model : MODELS) {
+        names.emplace_back(model.name);
+    }
+    return names;
+}
 
 TouchBoardModel::TouchBoardModel(std::string_view modelName, std::uint32_t seed)
     : m_model(FindModel(modelName)), m_random(seed) {

@@ -49,7 +49,10 @@ struct SetupOddities {
 
 class TouchBoardModel {
 public:
-    /// @param modelName  KP120, KP120H (with header), KP480 (revision A), KP480B or KP480S
+    /// @return the names of the models, the smallest first
+    static std::vector<std::string> Names();
+
+    /// @param modelName  one of Names()
     /// @param seed       of the noise and the drift
     /// @throws std::invalid_argument for any other name
     explicit TouchBoardModel(std::string_view modelName, std::uint32_t seed = 1);

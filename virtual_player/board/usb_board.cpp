@@ -2,6 +2,7 @@
 // cable: those of the board itself (see the board's class), and `mute`, `unmute`, `stall`, `unstall`,
 // `delay MILLISECONDS`, `unplug`, `plug`, `quit`. Each line on standard output is an event with its time on
 // the monotonic clock; line N, when it is refused, gives "error: line N: ...", without a time.
+// `usb-board --list-models` writes the models that there are, one a line, and ends.
 
 #include <poll.h>
 #include <unistd.h>
@@ -16,10 +17,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "virtual_player/board/board.h"
+#include "virtual_player/board/make_board.h"
 #include "virtual_player/board/usb_device.h"
 #include "virtual_player/board/usbip_link.h"
 #include "virtual_player/board/vhci_port.h"
@@ -224,6 +227,12 @@ private:
     bool m_quit = false;
 };
 
+void ListModels() {
+    for (const std::string& model : BoardModels()) {
+        PrintLine(model);
+    }
+}
+
 unsigned ParseOption(const std::string& text, unsigned max) {
     const unsigned number = ParseNumber(text);
     if (number > max) {
@@ -259,6 +268,10 @@ Options ParseOptions(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
+        if (argc == 2 && std::string_view(argv[1]) == "--list-models") {
+            VirtualPlayer::ListModels();
+            return 0;
+        }
         VirtualPlayer::Program(VirtualPlayer::ParseOptions(argc, argv)).Run();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "usb-board: %s\n", error.what());

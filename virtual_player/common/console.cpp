@@ -19,13 +19,13 @@ constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr std::int64_t NANOSECONDS_PER_MILLISECOND = 1'000'000;
 constexpr std::uint32_t MILLISECONDS_MAX = 60'000;
 
+}  // namespace
+
 void PrintLine(const std::string& line) {
     if (std::fputs((line + "\n").c_str(), stdout) == EOF || std::fflush(stdout) == EOF) {
         throw std::system_error(errno, std::generic_category(), "standard output");
     }
 }
-
-}  // namespace
 
 std::int64_t Now() {
     timespec time{};

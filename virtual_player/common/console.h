@@ -14,6 +14,9 @@ namespace VirtualPlayer {
 /// @return the monotonic clock in nanoseconds. @throws std::system_error
 std::int64_t Now();
 
+/// Writes a line, at once. @throws std::system_error
+void PrintLine(const std::string& line);
+
 /// Writes an event as one line that begins with its time, seconds on the monotonic clock, so that a test can
 /// set it against its own times. @throws std::system_error
 void PrintRecord(const std::string& event);
