@@ -173,31 +173,24 @@ private:
     }
 
     void ReadLines() {
-        m_quit = !m_lines.Receive();
-        while (!m_quit) {
-            const std::optional<std::string> line = m_lines.TakeLine();
-            if (!line) {
-                return;
-            }
-            try {
-                Execute(*line);
-            } catch (const std::invalid_argument& error) {
-                PrintComplaint(m_lines.LineNumber(), error.what());
-            }
+        m_quit = !m_lines.Serve([this](const std::string& line) {
+            const bool goesOn = Execute(line);
             PassOnWhatHappened();
-        }
+            return goesOn;
+        });
     }
 
-    void Execute(const std::string& line) {
+    /// @return false for "quit"
+    bool Execute(const std::string& line) {
         const std::vector<std::string> words = SplitWords(line);
         if (words.empty()) {
-            return;
+            return true;
         }
         const std::string command = words.size() == 1 ? words[0] : "";
         if (words.size() == 2 && words[0] == "delay") {
             SetDelay(ParseMilliseconds(words[1]));
         } else if (command == "quit") {
-            m_quit = true;
+            return false;
         } else if (command == "mute") {
             m_manners = Manners::MUTE;
         } else if (command == "stall") {
@@ -211,6 +204,7 @@ private:
         } else if (const std::string answer = m_board->ExecuteLine(line); !answer.empty()) {
             PrintRecord(answer);
         }
+        return true;
     }
 
     const unsigned m_port;
@@ -243,12 +237,7 @@ unsigned ParseOption(const std::string& text, unsigned max) {
 
 Options ParseOptions(int argc, char** argv) {
     Options options;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string name = argv[i];
-        if (i + 1 == argc) {
-            throw std::invalid_argument("no value for " + name);
-        }
-        const std::string value = argv[i + 1];
+    ReadOptions(argc, argv, [&options](const std::string& name, const std::string& value) {
         if (name == "--model") {
             options.model = value;
         } else if (name == "--port") {
@@ -256,9 +245,10 @@ Options ParseOptions(int argc, char** argv) {
         } else if (name == "--vendor") {
             options.vendor = static_cast<std::uint16_t>(ParseOption(value, 0xFFFF));
         } else {
-            throw std::invalid_argument("unknown option " + name);
+            return false;
         }
-    }
+        return true;
+    });
     return options;
 }
 

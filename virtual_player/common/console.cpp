@@ -21,6 +21,19 @@ constexpr std::uint32_t MILLISECONDS_MAX = 60'000;
 
 }  // namespace
 
+void ReadOptions(int argc, char** argv,
+                 const std::function<bool(const std::string& name, const std::string& value)>& take) {
+    for (int i = 1; i < argc; i += 2) {
+        const std::string name = argv[i];
+        if (i + 1 == argc) {
+            throw std::invalid_argument("no value for " + name);
+        }
+        if (!take(name, argv[i + 1])) {
+            throw std::invalid_argument("unknown option " + name);
+        }
+    }
+}
+
 void PrintLine(const std::string& line) {
     if (std::fputs((line + "\n").c_str(), stdout) == EOF || std::fflush(stdout) == EOF) {
         throw std::system_error(errno, std::generic_category(), "standard output");
@@ -100,6 +113,23 @@ std::string FormatWords(std::span<const std::uint32_t> words) {
     return list;
 }
 
+bool LineInput::Serve(const std::function<bool(const std::string& line)>& execute) {
+    if (!Receive()) {
+        return false;
+    }
+    while (const std::optional<std::string> line = TakeLine()) {
+        try {
+            if (!execute(*line)) {
+                return false;
+            }
+        } catch (const std::invalid_argument& error) {
+            PrintComplaint(m_lineNumber, error.what());
+        }
+    }
+    return true;
+}
+
+/// @return false at the end of the input
 bool LineInput::Receive() {
     char buffer[4096];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);

@@ -1,9 +1,10 @@
 #pragma once
 
-// The text side of a device's program: lines on standard input say what happens to the device, lines on
-// standard output say what the device saw. All of it is for one thread.
+// The text side of a device's program: options say what the device is, lines on standard input what happens
+// to it, lines on standard output what the device saw. All of it is for one thread.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,6 +14,12 @@ namespace VirtualPlayer {
 
 /// @return the monotonic clock in nanoseconds. @throws std::system_error
 std::int64_t Now();
+
+/// Reads the options of a program, each of which has a value.
+/// @param take  gets name and value of each in turn; returns false if there is no such option
+/// @throws std::invalid_argument with what is wrong: no value, no such option, or what `take` has thrown
+void ReadOptions(int argc, char** argv,
+                 const std::function<bool(const std::string& name, const std::string& value)>& take);
 
 /// Writes a line, at once. @throws std::system_error
 void PrintLine(const std::string& line);
@@ -52,17 +59,19 @@ std::string FormatWords(std::span<const std::uint32_t> words);
 /// Standard input, line by line.
 class LineInput {
 public:
-    /// Takes in what has come; to be called when standard input is readable, else it blocks.
-    /// @return false at the end of the input. @throws std::system_error
-    bool Receive();
-
-    /// @return the next whole line, if there is one
-    std::optional<std::string> TakeLine();
+    /// Takes in what has come, and has each whole line carried out; to be called when standard input is
+    /// readable, else it blocks. A line for which `execute` throws std::invalid_argument is complained about.
+    /// @param execute  does what a line says; returns false if the program ends with it
+    /// @return false if the program ends, with such a line or with the input. @throws std::system_error
+    bool Serve(const std::function<bool(const std::string& line)>& execute);
 
     /// @return the number of the line that was taken last, from 1; 0 before
     unsigned long LineNumber() const { return m_lineNumber; }
 
 private:
+    bool Receive();
+    std::optional<std::string> TakeLine();
+
     std::string m_received;
     unsigned long m_lineNumber = 0;
 };

@@ -93,24 +93,14 @@ private:
     }
 
     void ReadLines() {
-        m_quit = !m_lines.Receive();
-        while (!m_quit) {
-            const std::optional<std::string> line = m_lines.TakeLine();
-            if (!line) {
-                return;
-            }
-            try {
-                Execute(*line);
-            } catch (const std::invalid_argument& error) {
-                PrintComplaint(m_lines.LineNumber(), error.what());
-            }
-        }
+        m_quit = !m_lines.Serve([this](const std::string& line) { return Execute(line); });
     }
 
-    void Execute(const std::string& line) {
+    /// @return false for "quit"
+    bool Execute(const std::string& line) {
         const std::vector<std::string> words = SplitWords(line);
         if (words.empty()) {
-            return;
+            return true;
         }
         const std::string& command = words[0];
         const std::size_t arguments = words.size() - 1;
@@ -126,10 +116,11 @@ private:
         } else if (command == "state" && arguments == 0) {
             PrintRecord("state " + m_model.Describe());
         } else if (command == "quit" && arguments == 0) {
-            m_quit = true;
+            return false;
         } else {
             throw std::invalid_argument("not understood: " + line);
         }
+        return true;
     }
 
     void SetLevel(unsigned pin, bool level) {
@@ -149,12 +140,8 @@ private:
 
 GpioPins ParseOptions(int argc, char** argv) {
     GpioPins pins;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string name = argv[i];
-        if (i + 1 == argc) {
-            throw std::invalid_argument("no value for " + name);
-        }
-        const std::uint32_t mask = ParseNumber(argv[i + 1]);
+    ReadOptions(argc, argv, [&pins](const std::string& name, const std::string& value) {
+        const std::uint32_t mask = ParseNumber(value);
         if (name == "--offered-inputs") {
             pins.offeredInputs = mask;
         } else if (name == "--offered-outputs") {
@@ -162,9 +149,10 @@ GpioPins ParseOptions(int argc, char** argv) {
         } else if (name == "--switchable") {
             pins.switchable = mask;
         } else {
-            throw std::invalid_argument("unknown option " + name);
+            return false;
         }
-    }
+        return true;
+    });
     return pins;
 }
 
