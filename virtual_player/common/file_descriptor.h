@@ -22,7 +22,8 @@ public:
         }
     }
 
-    int Get() const { return m_fd; }
+    int Get() const { return m_fd; }  ///< negative for none
+    bool IsOpen() const { return m_fd >= 0; }
 
     /// The caller closes the descriptor from now on.
     int Release() { return std::exchange(m_fd, -1); }

@@ -22,7 +22,12 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
+
+#include "virtual_player/common/file_descriptor.h"
+
+namespace VirtualPlayer {
 
 namespace {
 
@@ -56,8 +61,8 @@ constexpr std::size_t CHUNK = 65536;
 }
 
 struct Pipe {
-    int readEnd;
-    int writeEnd;
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
 };
 
 Pipe MakePipe() {
@@ -65,41 +70,34 @@ Pipe MakePipe() {
     if (pipe2(ends, O_CLOEXEC) < 0) {
         Fail("pipe");
     }
-    return {ends[0], ends[1]};
-}
-
-void CloseAndForget(int& fd) {
-    if (fd >= 0) {
-        close(fd);
-        fd = -1;
-    }
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 struct Command {
     pid_t pid = -1;
-    int input = -1;
-    int output = -1;
-    int error = -1;
+    FileDescriptor input;
+    FileDescriptor output;
+    FileDescriptor error;
     std::string pendingInput;
     bool inputEnds = false;
 
     // Never blocks: what the command does not take now waits for the next turn.
     void FeedInput() {
-        while (input >= 0 && !pendingInput.empty()) {
-            const ssize_t written = write(input, pendingInput.data(), pendingInput.size());
+        while (input.IsOpen() && !pendingInput.empty()) {
+            const ssize_t written = write(input.Get(), pendingInput.data(), pendingInput.size());
             if (written < 0 && errno == EAGAIN) {
                 return;
             }
             if (written < 0) {
                 // The command does not read any more; that is its right.
                 pendingInput.clear();
-                CloseAndForget(input);
+                input = FileDescriptor();
                 return;
             }
             pendingInput.erase(0, static_cast<std::size_t>(written));
         }
         if (inputEnds) {
-            CloseAndForget(input);
+            input = FileDescriptor();
         }
     }
 };
@@ -126,9 +124,10 @@ std::vector<char*> AsArgumentVector(std::vector<std::string>::iterator from,
 // In the child. Strings as in FrameKind::START.
 [[noreturn]] void Execute(std::vector<std::string> strings, const Pipe& input, const Pipe& output,
                           const Pipe& error) {
-    dup2(input.readEnd, STDIN_FILENO);
-    dup2(output.writeEnd, STDOUT_FILENO);
-    dup2(error.writeEnd, STDERR_FILENO);
+    if (dup2(input.readEnd.Get(), STDIN_FILENO) < 0 || dup2(output.writeEnd.Get(), STDOUT_FILENO) < 0 ||
+        dup2(error.writeEnd.Get(), STDERR_FILENO) < 0) {
+        _exit(126);
+    }
     setpgid(0, 0);
     sigset_t none;
     sigemptyset(&none);
@@ -151,7 +150,7 @@ std::vector<char*> AsArgumentVector(std::vector<std::string>::iterator from,
 class Agent {
 public:
     explicit Agent(const char* portName) : m_port(open(portName, O_RDWR | O_CLOEXEC | O_NONBLOCK)) {
-        if (m_port < 0) {
+        if (!m_port.IsOpen()) {
             Fail(portName);
         }
         signal(SIGPIPE, SIG_IGN);
@@ -159,8 +158,8 @@ public:
         sigemptyset(&childEnded);
         sigaddset(&childEnded, SIGCHLD);
         sigprocmask(SIG_BLOCK, &childEnded, nullptr);
-        m_signals = signalfd(-1, &childEnded, SFD_CLOEXEC);
-        if (m_signals < 0) {
+        m_signals = FileDescriptor(signalfd(-1, &childEnded, SFD_CLOEXEC));
+        if (!m_signals.IsOpen()) {
             Fail("signalfd");
         }
         SendFrame(0, FrameKind::READY, {});
@@ -169,12 +168,12 @@ public:
     // Serves the launcher; when it has gone the guest is switched off.
     [[noreturn]] void Run() {
         for (;;) {
-            std::vector<pollfd> polled{{m_port, POLLIN, 0}, {m_signals, POLLIN, 0}};
+            std::vector<pollfd> polled{{m_port.Get(), POLLIN, 0}, {m_signals.Get(), POLLIN, 0}};
             for (const auto& [number, command] : m_commands) {
                 // poll() passes over negative descriptors.
-                polled.push_back({command.output, POLLIN, 0});
-                polled.push_back({command.error, POLLIN, 0});
-                polled.push_back({command.pendingInput.empty() ? -1 : command.input, POLLOUT, 0});
+                polled.push_back({command.output.Get(), POLLIN, 0});
+                polled.push_back({command.error.Get(), POLLIN, 0});
+                polled.push_back({command.pendingInput.empty() ? -1 : command.input.Get(), POLLOUT, 0});
             }
             if (poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR) {
                 Fail("poll");
@@ -198,7 +197,7 @@ private:
         std::string frame(reinterpret_cast<const char*>(&header), sizeof header);
         frame += payload;
         for (std::size_t sent = 0; sent < frame.size();) {
-            const ssize_t written = write(m_port, frame.data() + sent, frame.size() - sent);
+            const ssize_t written = write(m_port.Get(), frame.data() + sent, frame.size() - sent);
             if (written >= 0) {
                 sent += static_cast<std::size_t>(written);
             } else if (errno == EAGAIN) {
@@ -211,7 +210,7 @@ private:
 
     // A blocking write would wait for ever once the launcher has gone.
     void WaitUntilPortTakesMore() {
-        pollfd port{m_port, POLLOUT, 0};
+        pollfd port{m_port.Get(), POLLOUT, 0};
         if (poll(&port, 1, -1) < 0) {
             Fail("poll");
         }
@@ -226,23 +225,23 @@ private:
     }
 
     // Whatever is there now, at most one chunk, so that one noisy command cannot keep the others waiting.
-    bool ForwardStream(std::uint32_t number, FrameKind kind, int& fd) {
-        if (fd < 0) {
+    bool ForwardStream(std::uint32_t number, FrameKind kind, FileDescriptor& stream) {
+        if (!stream.IsOpen()) {
             return false;
         }
         m_chunk.resize(CHUNK);
-        const ssize_t count = read(fd, m_chunk.data(), m_chunk.size());
+        const ssize_t count = read(stream.Get(), m_chunk.data(), m_chunk.size());
         if (count > 0) {
             SendFrame(number, kind, {m_chunk.data(), static_cast<std::size_t>(count)});
         } else if (count == 0) {
-            CloseAndForget(fd);
+            stream = FileDescriptor();
         }
         return count > 0;
     }
 
     void ReapChildren() {
         signalfd_siginfo ignored;
-        if (read(m_signals, &ignored, sizeof ignored) < 0) {
+        if (read(m_signals.Get(), &ignored, sizeof ignored) < 0) {
             Fail("read from signalfd");
         }
         int status;
@@ -265,15 +264,12 @@ private:
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         const char byte = static_cast<char>(code);
         SendFrame(number, FrameKind::EXIT, {&byte, 1});
-        CloseAndForget(command.input);
-        CloseAndForget(command.output);
-        CloseAndForget(command.error);
         m_commands.erase(number);
     }
 
     void ReadPort() {
         m_chunk.resize(CHUNK);
-        const ssize_t count = read(m_port, m_chunk.data(), m_chunk.size());
+        const ssize_t count = read(m_port.Get(), m_chunk.data(), m_chunk.size());
         if (count == 0) {
             SwitchOff();
         }
@@ -317,9 +313,9 @@ private:
     }
 
     void StartCommand(std::uint32_t number, const std::string& payload) {
-        const Pipe input = MakePipe();
-        const Pipe output = MakePipe();
-        const Pipe error = MakePipe();
+        Pipe input = MakePipe();
+        Pipe output = MakePipe();
+        Pipe error = MakePipe();
         Command command;
         command.pid = fork();
         if (command.pid < 0) {
@@ -330,20 +326,19 @@ private:
         }
         // Here too, so that a signal that follows at once finds the group.
         setpgid(command.pid, command.pid);
-        close(input.readEnd);
-        close(output.writeEnd);
-        close(error.writeEnd);
-        command.input = input.writeEnd;
-        command.output = output.readEnd;
-        command.error = error.readEnd;
-        for (const int fd : {command.input, command.output, command.error}) {
-            fcntl(fd, F_SETFL, O_NONBLOCK);
+        command.input = std::move(input.writeEnd);
+        command.output = std::move(output.readEnd);
+        command.error = std::move(error.readEnd);
+        for (const FileDescriptor* stream : {&command.input, &command.output, &command.error}) {
+            if (fcntl(stream->Get(), F_SETFL, O_NONBLOCK) < 0) {
+                Fail("fcntl");
+            }
         }
-        m_commands.insert_or_assign(number, command);
+        m_commands.insert_or_assign(number, std::move(command));
     }
 
-    int m_port;
-    int m_signals;
+    FileDescriptor m_port;
+    FileDescriptor m_signals;
     std::map<std::uint32_t, Command> m_commands;
     std::string m_received;
     std::string m_chunk;
@@ -351,11 +346,13 @@ private:
 
 }  // namespace
 
+}  // namespace VirtualPlayer
+
 // NOLINTNEXTLINE(bugprone-exception-escape): what ends it stands on the console, and ends the guest
 int main(int argc, char** argv) {
     if (argc != 2) {
         std::cerr << "usage: agent PORT" << std::endl;
         return EXIT_FAILURE;
     }
-    Agent(argv[1]).Run();
+    VirtualPlayer::Agent(argv[1]).Run();
 }
