@@ -314,6 +314,12 @@ class VirtualPlayer:
 
     # --- devices ---
 
+    @property
+    def devices(self):
+        """{name in scenarios: device}: "board 0", "board 1", …, and "player", its GPIO lines, where it has them."""
+        boards = {f"board {number}": board for number, board in enumerate(self.boards)}
+        return boards | ({"player": self.gpio} if self.gpio else {})
+
     def clear_screen(self):
         """What a program drew stays on the screen after its end: this makes it black."""
         self.shell("cat /dev/zero >/dev/fb0 2>/dev/null; true")

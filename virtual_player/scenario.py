@@ -3,8 +3,7 @@
 One step a line; "#" starts a comment:
 
     SECONDS LINE            gives LINE ("touch 3") to board 0
-    SECONDS board N LINE    gives LINE to board N
-    SECONDS player LINE     gives LINE ("level 4 1") to the player's GPIO lines
+    SECONDS DEVICE LINE     gives LINE ("level 4 1") to the device of this name ("board 1", "player"; see DEVICES)
     SECONDS picture FILE    takes a picture of the screen
     end picture FILE        takes it when the command has ended; what it drew last is still there
     from TEXT               from here on seconds count from board 0's first record line that contains TEXT
@@ -18,6 +17,16 @@ import sys
 import time
 
 
+#: What devices are called, by the first word: how many words the name has, and what is said when a player has none
+#: of this name. VirtualPlayer.devices holds those that it has.
+DEVICES = {
+    "board": (2, "there is no {name}"),
+    "player": (1, "the player has no GPIO lines"),
+}
+#: The one that lines without a name are for.
+DEFAULT_DEVICE = "board 0"
+
+
 class ScenarioError(Exception):
     """A line that is not a step, or a step that cannot be done."""
 
@@ -25,7 +34,7 @@ class ScenarioError(Exception):
 @dataclasses.dataclass
 class Step:
     time: float | None  # seconds; None: when the command has ended
-    action: str  # "from TEXT", "picture FILE", "board N LINE" or "player LINE"
+    action: str  # "from TEXT", "picture FILE" or "DEVICE LINE"
     line: int | None = None  # of the scenario's file
 
 
@@ -43,8 +52,9 @@ def parse(lines):
             elif when == "end" and action.startswith("picture "):
                 steps.append(Step(None, action.strip(), number))
             else:
-                device = "" if action.startswith(("picture ", "board ", "player ")) else "board 0 "
-                steps.append(Step(float(when), device + action.strip(), number))
+                first, *rest = action.split(maxsplit=1)
+                is_complete = rest and (first == "picture" or first in DEVICES)
+                steps.append(Step(float(when), ("" if is_complete else f"{DEFAULT_DEVICE} ") + action.strip(), number))
         except ValueError:
             raise ScenarioError(f"line {number} is not a step of a scenario: {line.rstrip()}") from None
     return steps
@@ -56,15 +66,13 @@ def perform(player, action):
     if kind == "picture":
         player.picture(argument)
         return None
-    if kind == "player":
-        if player.gpio is None:
-            raise ScenarioError(f"the player has no GPIO lines for '{argument}'")
-        return player.gpio, player.gpio.send(argument)
-    number, _, line = argument.partition(" ")
-    if not number.isdigit() or int(number) >= len(player.boards):
-        raise ScenarioError(f"there is no board {number} for '{line}'")
-    board = player.boards[int(number)]
-    return board, board.send(line)
+    length, missing = DEVICES[kind]
+    words = action.split(maxsplit=length)
+    name, line = " ".join(words[:length]), "".join(words[length:])
+    device = player.devices.get(name)
+    if device is None:
+        raise ScenarioError(f"{missing.format(name=name)} for '{line}'")
+    return device, device.send(line)
 
 
 class _Timeline:
@@ -82,9 +90,10 @@ class _Timeline:
         while self._steps:
             step = self._steps[0]
             if step.action.startswith("from "):
-                if not self._player.boards:
-                    raise ScenarioError(f"line {step.line}: there is no board 0 for '{step.action}'")
-                if not any(step.action[len("from "):] in record for record in self._player.boards[0].records):
+                device = self._player.devices.get(DEFAULT_DEVICE)
+                if device is None:
+                    raise ScenarioError(f"line {step.line}: there is no {DEFAULT_DEVICE} for '{step.action}'")
+                if not any(step.action[len("from "):] in record for record in device.records):
                     return None
                 self._start = time.monotonic()
             else:
