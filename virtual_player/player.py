@@ -22,6 +22,7 @@ import threading
 
 import device_tree as tree
 import guest_image
+from picture import Picture
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 DEFAULT_BUILD = TOP / "build" / "arm64"
@@ -326,7 +327,16 @@ class VirtualPlayer:
 
     def picture(self, path):
         """Writes what the screen shows now to a PNG file."""
-        self._qmp_execute("screendump", filename=str(pathlib.Path(path).absolute()), format="png")
+        self._dump_screen(path, "png")
+
+    def screen(self):
+        """What the screen shows now, as a Picture."""
+        with tempfile.NamedTemporaryFile(suffix=".ppm") as file:
+            self._dump_screen(file.name, "ppm")
+            return Picture(file.name)
+
+    def _dump_screen(self, path, form):
+        self._qmp_execute("screendump", filename=str(pathlib.Path(path).absolute()), format=form)
 
     def console(self):
         """What the guest's kernel and first process have printed."""

@@ -1,4 +1,4 @@
-"""What the campaigns have in common: the virtual player that they run padtune on, its screen, what padtune holds.
+"""What the campaigns have in common: the virtual player that they run padtune on, and what padtune holds there.
 
 The programs come from the build folder in PADTUNE_BUILD, by default that of the arm64 preset.
 """
@@ -6,13 +6,11 @@ The programs come from the build folder in PADTUNE_BUILD, by default that of the
 import collections
 import pathlib
 import sys
-import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "guest"))
 
 from guest import build_folder  # noqa: E402
-from picture import Picture  # noqa: E402  from virtual_player, where guest looks
-from player import VirtualPlayer  # noqa: E402
+from player import VirtualPlayer  # noqa: E402  from virtual_player, where guest looks
 
 # What the last page of a run holds.
 RED = (255, 0, 0)  # messages of failures
@@ -54,10 +52,3 @@ def resources(player):
     descriptors, *fields = text.splitlines()
     numbers = {name: int(number) for name, number, *_ in map(str.split, fields)}
     return Resources(int(descriptors), numbers["Threads:"], numbers["RssAnon:"] + numbers["RssShmem:"])
-
-
-def colours(player, **area):
-    """How often the screen has each colour now, in an area as for Picture.colours()."""
-    with tempfile.NamedTemporaryFile(suffix=".png") as file:
-        player.picture(file.name)
-        return Picture(file.name).colours(**area)

@@ -42,7 +42,7 @@ UNDO = {"setup silent": "setup normal", "stall": "unstall", "mute": "unmute"}
 
 def page(player):
     """The colours below the title."""
-    return campaign.colours(player, top=PAGE_TOP)
+    return player.screen().colours(top=PAGE_TOP)
 
 
 def missing_port_page(player):

@@ -203,7 +203,7 @@ class Torture:
         return self._problem(call, page, errors) if page == "strange page" else page
 
     def _page(self):
-        colours = campaign.colours(self._player)
+        colours = self._player.screen().colours()
         self._player.clear_screen()
         if campaign.BLUE in colours and campaign.RED not in colours:
             return "complete"

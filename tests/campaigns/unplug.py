@@ -85,7 +85,7 @@ class Run:
         self._command.wait(10)
 
     def _page(self):
-        return campaign.colours(self._player, bottom=PAGE_END)
+        return self._player.screen().colours(bottom=PAGE_END)
 
 
 def main():

@@ -15,12 +15,10 @@ import os
 import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "virtual_player"))
 
-from picture import Picture  # noqa: E402
 from player import DEFAULT_BUILD, VirtualPlayer  # noqa: E402
 
 RUN_TIMEOUT = 90
@@ -87,9 +85,7 @@ class GuestTestCase(unittest.TestCase):
 
     def picture(self):
         """What the screen shows now."""
-        with tempfile.NamedTemporaryFile(suffix=".png") as file:
-            self.player.picture(file.name)
-            return Picture(file.name)
+        return self.player.screen()
 
     def assertInOrder(self, expected, events):
         """Every one of `expected` occurs in `events`, in this order, whatever stands between them."""
