@@ -1,15 +1,18 @@
-// What the ports do without a device: describing, ordering and naming ports, decoding a board's identity.
+// Describing, ordering and naming ports, without a device.
 
-#include "lib/hardware/external_control.h"
+#include "lib/hardware/external_control_hid_finder.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdint>
+#include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "lib/hardware/board_identity.h"
-#include "lib/hardware/external_control_dummy.h"
-#include "lib/hardware/external_control_hid_finder.h"
 
 using namespace ExternalControl::Impl;
 
@@ -37,29 +40,6 @@ std::vector<PortOnHid::DescriptorPtr> MakeDescriptors(const std::vector<PortOnHi
 }
 
 }  // namespace
-
-TEST(BoardIdentity, AnswersNameTheModelAndItsProperties) {
-    struct Case {
-        std::uint32_t boardCode, headerValue;
-        std::optional<BoardModel> model;
-        const char* properties;
-    };
-    const Case cases[] = {
-        {0x77, 20, MODEL_SMALL, "hardware=KP120;header=no;revision=A;rheader=20"},
-        {0x77, 21, MODEL_SMALL_WITH_HEADER, "hardware=KP120;header=yes;revision=A;rheader=21"},
-        {0x55, 92, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=92"},
-        {0x00, 0, std::nullopt, ""},
-        {0x00, 21, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=21"},
-        {0x01, 90, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=90"},
-        {0x01, 21, MODEL_UNKNOWN, ""},
-        {0x55, 0xFFFFFFFF, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=-1"},
-    };
-    for (const Case& c : cases) {
-        const auto model = DecodeBoardModel(c.boardCode, c.headerValue);
-        EXPECT_EQ(model, c.model) << c.boardCode << " " << c.headerValue;
-        EXPECT_EQ(FormatBoardProperties(model.value_or(MODEL_UNKNOWN), c.headerValue), c.properties);
-    }
-}
 
 TEST(Finder, LogicalRangesGiveTheWidth) {
     EXPECT_EQ(BitsPerField(0, 1), 1u);
@@ -162,20 +142,4 @@ TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
     EXPECT_EQ(descriptors[13]->modelCode, MODEL_UNKNOWN);
 
     EXPECT_THROW(AvailablePorts(MakeDescriptors({Field(0, 0x00010002, 0x01)})), std::runtime_error);
-}
-
-TEST(DummyPort, AnswersNothingAndIgnoresCommands) {
-    const std::shared_ptr<ExternalControl::Port> port = std::make_shared<DummyPort>();
-    const unsigned values[] = {1};
-    port->ConfigureInput(0);
-    port->ConfigureOutput(0);
-    port->SetAllLevels(1);
-    port->SetOutputs(values, 1);
-    port->SetOutput(0, 1);
-    port->SetValueCallback([](unsigned, unsigned, unsigned) {});
-    EXPECT_EQ(port->GetPinCount() | port->ReadAllInputs() | port->ReadAllOutputs(), 0u);
-    EXPECT_EQ(port->GetVersion() + port->GetProperties(), "");
-    EXPECT_FALSE(port->IsInput(0) || port->GetInput(0) || port->IsOutput(0) || port->GetOutput(0));
-    EXPECT_FALSE(port->ConfigurePulse(1, 1) || port->StartPulse(0, 1) || port->StopPulse(0) ||
-                 port->SetPinFunction(0, "UART"));
 }
