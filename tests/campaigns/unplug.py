@@ -63,8 +63,12 @@ class Run:
         time.sleep(2)
         second = self._page()
         self._board.plug()
-        time.sleep(2)
-        return first == second and self._page() != second
+        deadline = time.monotonic() + TIMEOUT
+        while self._page() == second:
+            if time.monotonic() > deadline:
+                return False
+            time.sleep(0.5)
+        return first == second
 
     def samples(self):
         """The numbers of the reports whose samples were printed."""
