@@ -227,21 +227,23 @@ TEST(PollThread, OtherThreadsGetTheirTurnWhileADescriptorStaysReady) {
     busy.MakeReady();
     thread.Attach(&busy, POLLIN);
 
-    // With an unfair mutex the thread wins it back nearly every time: some thousand calls instead of some
-    // tens.
+    // With an unfair mutex the thread wins it back nearly every time, for tens of calls; with a fair one for
+    // one or two. A busy machine may have this thread stand still for as long as that, but not every time.
+    constexpr int TURNS = 50;
+    constexpr long MANY_CALLS = 5;
     Alarm alarm([](std::uintptr_t) {});
-    long waited = 0;
-    for (int i = 0; i < 50; ++i) {
+    int longWaits = 0;
+    for (int i = 0; i < TURNS; ++i) {
         for (const long seen = calls; calls == seen;) {
         }
         // Now the thread holds the mutex, or is about to take it.
         const long before = calls;
         thread.AddTimer(&alarm, &Alarm::OnTimer, 0, INT64_MAX);
-        waited += calls - before;
+        longWaits += calls - before > MANY_CALLS;
         thread.RemoveTimer(&alarm, &Alarm::OnTimer, 0);
     }
     thread.Detach(&busy);
-    EXPECT_LT(waited, 500);
+    EXPECT_LT(longWaits, TURNS / 2);
 }
 
 TEST(PollThread, HoldsTwoHundredAndFiftyFourClientsBesideItsOwn) {
