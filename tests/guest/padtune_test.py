@@ -75,7 +75,7 @@ class CompleteRun(PadtuneTestCase):
         self.player.boards[0].send("touch 9")
         self.wait_for_event("led 4 ")
         page = self.picture()
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         final = self.picture()
 
         # The first thing that the board is asked is which model it is.
@@ -189,7 +189,7 @@ class Runs(PadtuneTestCase):
         run = self.start_padtune("--timeout", "30", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
                                  "--button", "5", "--disable-button", "7")
         self.wait_for_event("setup-request")
-        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20))
+        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, RUN_TIMEOUT))
         process = self.player.shell("pidof padtune").strip()
         count = f"ls /proc/{process}/fd | wc -l"
         before = self.player.shell(count)
@@ -197,7 +197,7 @@ class Runs(PadtuneTestCase):
             board.unplug()
             board.plug()
             printed = len(run.stderr)
-            self.assertTrue(self.player.wait_for(lambda: b"BT5:" in run.stderr[printed:], 20), f"cycle {cycle}")
+            self.assertTrue(self.player.wait_for(lambda: b"BT5:" in run.stderr[printed:], RUN_TIMEOUT), cycle)
         # The last of the board's ports may still be on its way back.
         self.wait_for_state("button-mask=0x00000040 led-mask=0x00000000 leds=0x00000000,0x00000015,")
         for _ in range(50):
@@ -213,11 +213,11 @@ class Runs(PadtuneTestCase):
         board = self.player.boards[0]
         run = self.start_padtune("--timeout", "9", "--led-mask", "3,4,0x7", "--led-mask", "4,4,0x7")
         self.wait_for_event("setup-request")
-        self.assertTrue(self.player.wait_for(lambda: b"UNKNOWN" in run.stderr, 10))
+        self.assertTrue(self.player.wait_for(lambda: b"UNKNOWN" in run.stderr, RUN_TIMEOUT))
         board.unplug()
-        self.assertTrue(self.player.wait_for(lambda: run.stderr.count(b"SubmitUsage: ") == 2, 20), run.stderr)
+        self.assertTrue(self.player.wait_for(lambda: run.stderr.count(b"SubmitUsage: ") == 2, RUN_TIMEOUT), run.stderr)
         board.plug()
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         self.assertInOrder(["plugged", "led 3 0x00000007", "led 4 0x00000007", "reset"], self.events())
 
     def test_a_failed_assertion_is_in_the_kernel_log(self):
@@ -250,7 +250,7 @@ class Models(PadtuneTestCase):
         self.wait_for_event("setup-request")
         self.player.boards[0].send("touch 2")
         self.player.boards[1].send("touch 1")
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         area = self.colours(top=240, bottom=940)
         self.assertIn(BLUE, area)
         self.assertNotIn(RED, area)
@@ -260,7 +260,7 @@ class Models(PadtuneTestCase):
         run = self.start_padtune("--timeout", "4", "--button", "2")
         self.wait_for_event("setup-request", board=1)
         self.player.boards[1].send("gpio 0 0")
-        self.assertEqual(run.wait(60), 0)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
         # The four-button board: violet, no header in red; button 1 touched at a low level, on the right.
         area = self.colours(top=240, bottom=940)
         self.assertIn(VIOLET, area)

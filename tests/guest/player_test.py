@@ -59,13 +59,13 @@ class DescribedPlayer(GuestTestCase):
 
         run = self.player.start(as_service("padtune", "--timeout", "8", "--output-diagnostics", "x"))
         run.close_input()
-        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, 20), run.stderr)
+        self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, RUN_TIMEOUT), run.stderr)
         # The kernel announces a returning board before udevd has applied the rule.
         first = self.player.boards[1]
         first.unplug()
         first.plug()
         printed = len(run.stderr)
-        self.assertTrue(self.player.wait_for(lambda: b": BT1:" in run.stderr[printed:], 20), run.stderr)
+        self.assertTrue(self.player.wait_for(lambda: b": BT1:" in run.stderr[printed:], RUN_TIMEOUT), run.stderr)
         self.assertEqual(run.wait(RUN_TIMEOUT), 0, run.stderr[-2000:])
         first.wait_for_record("reset")
 
