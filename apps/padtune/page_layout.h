@@ -5,8 +5,9 @@
 // divisions drop the remainder.
 
 #include <cstdint>
-#include <string>
 #include <vector>
+
+#include "apps/padtune/board_properties.h"
 
 struct PageRectangle {
     std::int32_t x = 0;
@@ -88,7 +89,7 @@ inline PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elaps
 }
 
 /// A keypad of three columns and three rows, with a fourth column of two.
-inline std::vector<ButtonBox> LayOutKeypad(const BoxArea& area) {
+inline std::vector<ButtonBox> LayOutGrid(const BoxArea& area) {
     constexpr std::int32_t GAP_AFTER_TABLE = 20;
     const std::int32_t available = area.bottom - area.top;
     const std::int32_t left = area.labelWidth + area.valueWidth + GAP_AFTER_TABLE;
@@ -122,11 +123,11 @@ inline std::vector<ButtonBox> LayOutCross(const BoxArea& area) {
     };
 }
 
-/// The boxes of a board, button n at position n - 1.
-inline std::vector<ButtonBox> LayOutButtonBoxes(const std::string& model, std::int32_t buttonCount,
+/// The boxes of a board, button n at position n - 1. A grid has boxes only for a board that announced its
+/// count of buttons; a KP120, whose buttons form a cross, announces that count too.
+inline std::vector<ButtonBox> LayOutButtonBoxes(Keypad keypad, std::int32_t buttonCount,
                                                 const BoxArea& area) {
-    constexpr std::int32_t KEYPAD_BUTTONS = 11;
-    // A KP120 announces the keypad's button count too, but has four buttons.
-    const bool isKeypad = buttonCount == KEYPAD_BUTTONS && model != "KP120";
-    return isKeypad ? LayOutKeypad(area) : LayOutCross(area);
+    constexpr std::int32_t GRID_BUTTONS = 11;
+    const bool isGrid = keypad == Keypad::GRID && buttonCount == GRID_BUTTONS;
+    return isGrid ? LayOutGrid(area) : LayOutCross(area);
 }

@@ -6,15 +6,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <optional>
-#include <utility>
 
 #include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_commands.h"
 #include "lib/kestrel_dfb/video_mode.h"
 #include "lib/platform/string_operations.h"
-#include "lib/platform/string_splitter.h"
 
 namespace {
 
@@ -26,13 +23,8 @@ constexpr std::uint32_t BLACK = 0x000000;
 constexpr std::uint32_t WHITE = 0xFFFFFF;
 constexpr std::uint32_t RED = 0xFF0000;
 constexpr std::uint32_t GREEN = 0x00FF00;
-constexpr std::uint32_t BLUE = 0x0077FF;
-constexpr std::uint32_t VIOLET = 0xEE82EE;
 constexpr std::uint32_t ORANGE = 0xFF7F00;
 constexpr std::uint32_t VALUE_COLOUR = 0xFF7777;
-
-// A KP480 whose touch controller reports this raw header is sold as the KP480S.
-constexpr int KP480S_RAW_HEADER = 92;
 
 // Where the labels of the parameter table end and its values start, to the right of the widest label's
 // width.
@@ -80,13 +72,6 @@ std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, 
     return std::nullopt;
 }
 
-// A text without digits is 0, deliberately. A number beyond 32 bits counts as unknown: it must not be cut to
-// one that means something.
-int ParseRawHeader(const std::string& text) {
-    const long long value = std::strtoll(text.c_str(), nullptr, 10);
-    return std::in_range<int>(value) ? static_cast<int>(value) : -1;
-}
-
 bool HasBit(std::uint32_t bits, const ButtonBox& box) {
     return (bits >> (box.button - 1) & 1) != 0;
 }
@@ -107,30 +92,6 @@ void KeepDirectFBOffTerminationSignals() {
 }
 
 }  // namespace
-
-BoardProperties BoardProperties::Parse(const std::string& text) {
-    BoardProperties board;
-    const StringSplitter pieces(text, ";");
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
-        const StringSplitter pair(pieces[i], "=");
-        if (pair.size() != 2) {
-            std::fprintf(stderr, "Properties error '%s'\n", pieces[i].c_str());
-            continue;
-        }
-        const std::string key = pair[0];
-        const std::string value = pair[1];
-        if (key == "hardware") {
-            board.model = value;
-        } else if (key == "header") {
-            board.hasHeader = value == "yes";
-        } else if (key == "revision") {
-            board.revision = value;
-        } else if (key == "rheader") {
-            board.rawHeader = ParseRawHeader(value);
-        }
-    }
-    return board;
-}
 
 void ScreenPage::BringUp(int argc, char** argv) {
     DFBPointer<IDirectFBScreen>& dfbScreen = m_dfbScreen;
@@ -205,24 +166,18 @@ void ScreenPage::ShowMessage(std::int32_t y, std::uint32_t colour, const std::st
 
 void ScreenPage::DrawIdentity(const std::string& properties) {
     m_board = BoardProperties::Parse(properties);
-    m_modelColour = RED;
+    m_kind = &m_board.GetKind();
     m_identityAdvance = 0;
-    if (m_board.model.empty() || m_board.revision.empty()) {
+    if (!m_board.IsIdentified()) {
         return;
     }
 
-    std::uint32_t lineColour = VIOLET;
-    if (m_board.rawHeader == KP480S_RAW_HEADER && m_board.model == "KP480") {
-        m_board.model = "KP480S";
-        lineColour = BLUE;
-        m_modelColour = BLUE;
-    }
-    const std::string line = strprintf("%s (%s) ", m_board.model.c_str(), m_board.revision.c_str());
+    const std::string line = strprintf("%s (%s) ", m_board.GetName().c_str(), m_board.revision.c_str());
     const TextExtents extents = Measure(m_fontNormal, line);
     m_primary->SetFont(m_primary, m_fontNormal);
-    SetColour(lineColour);
+    SetColour(m_kind->lineColour);
     DrawText(line, 0, m_top);
-    if (m_board.model == "KP120") {
+    if (m_kind->showsHeader) {
         SetColour(m_board.hasHeader ? GREEN : RED);
         DrawText(m_board.hasHeader ? "(Y)" : "(N)", extents.logical.w, m_top);
     }
@@ -268,7 +223,7 @@ void ScreenPage::LayOutStrip(std::int32_t timeoutSeconds) {
 
 void ScreenPage::DrawBoxNames(const BoardSetup& setup) {
     const BoxArea area{m_width, m_top, m_strip.top, m_table.labelWidth, m_table.valueWidth};
-    m_boxes = LayOutButtonBoxes(m_board.model, setup.buttonCount, area);
+    m_boxes = LayOutButtonBoxes(m_kind->keypad, setup.buttonCount, area);
     m_primary->SetFont(m_primary, m_fontSmall);
     for (const ButtonBox& box : m_boxes) {
         const std::string name = strprintf("BT%d", box.button);
@@ -330,7 +285,7 @@ void ScreenPage::DrawUndiagnosedBox(const ButtonBox& box, bool touched, std::uin
 }
 
 std::uint32_t ScreenPage::GetTouchColour(const ButtonBox& box, std::uint32_t gpioLevels) const {
-    return HasBit(gpioLevels, box) ? m_modelColour : ORANGE;
+    return HasBit(gpioLevels, box) ? m_kind->touchColour : ORANGE;
 }
 
 void ScreenPage::DrawProgress(std::int64_t elapsedNanoseconds) {

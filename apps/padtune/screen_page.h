@@ -12,22 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "apps/padtune/board_properties.h"
 #include "apps/padtune/page_layout.h"
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/kestrel_dfb/directfb_helpers.h"
-
-/// What a port's properties text says about the board.
-struct BoardProperties {
-    std::string model;       ///< empty when unknown
-    std::string revision;    ///< empty when unknown
-    bool hasHeader = false;  ///< whether the board says that it has a header; shown for a KP120 only
-    int rawHeader = -1;      ///< -1 when unknown
-
-    /// Reads a text of semicolon-separated pairs ("hardware=KP480;revision=B"). A piece that is no pair
-    /// is reported on standard error and skipped; unknown keys are ignored, and a repeated key
-    /// overwrites.
-    static BoardProperties Parse(const std::string& text);
-};
 
 class ScreenPage {
 public:
@@ -57,8 +45,8 @@ public:
     /// The top of the bottom strip. Valid after LayOutStrip.
     std::int32_t GetStripTop() const { return m_strip.top; }
 
-    /// Draws the board's model and revision; nothing when either is unknown. Decides the model colour and
-    /// the kind of keypad.
+    /// Draws the board's model and revision; nothing when either is unknown. Decides the colour of touched
+    /// buttons and the kind of keypad.
     /// @param properties the diagnostics port's properties text
     void DrawIdentity(const std::string& properties);
 
@@ -126,8 +114,8 @@ private:
     std::int32_t m_top = 0;
 
     BoardProperties m_board;
-    std::uint32_t m_modelColour = 0;
-    std::int32_t m_identityAdvance = 0;  ///< height of the identity line; 0 when there is none
+    const BoardKind* m_kind = &m_board.GetKind();  ///< the board's row in the table of kinds
+    std::int32_t m_identityAdvance = 0;            ///< height of the identity line; 0 when there is none
 
     TableMeasures m_table;
     StripLayout m_strip;

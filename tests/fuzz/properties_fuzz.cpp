@@ -1,9 +1,9 @@
-// The page's reader of the properties text: any text can be read, and what the ports say is read back.
+// The reader of the properties text: any text can be read, and what the ports say is read back.
 // Input: a board code and a header value of one word each, then the text.
 
-#include "lib/hardware/board_identity.h"
+#include "apps/padtune/board_properties.h"
 
-#include "apps/padtune/screen_page.h"
+#include "lib/hardware/board_identity.h"
 #include "tests/fuzz/fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
