@@ -38,38 +38,24 @@ struct ParameterRow {
     std::string value;
 };
 
-struct ParameterLabel {
-    std::uint32_t code;
-    const char* label;
-};
-
-constexpr ParameterLabel PARAMETER_LABELS[] = {
-    {COMMAND_NOISE_TH, "Noise T/H:"},   {COMMAND_NEGNOISE_TH, "Neg Noise T/H:"},
-    {COMMAND_BASELINE_TH, "Baseline:"}, {COMMAND_HYSTERESIS, "Hysteresis:"},
-    {COMMAND_DEBOUNCE, "Debounce:"},    {COMMAND_LOWBASELINE, "Low Baseline:"},
-};
-
 std::string FormatRawHeader(int rawHeader) {
     return rawHeader < 0 ? "?" : strprintf("%d", rawHeader);
 }
 
-/// The row of a parameter, if it has one. Complains about an unknown code on standard error each time it
-/// is asked; the table is gone through twice, to measure and to draw, so each such code deliberately
-/// gives two lines.
+/// The row of a parameter, if it has one. Complains about a code without a label on standard error each time
+/// it is asked; the table is gone through twice, to measure and to draw, so each such code deliberately gives
+/// two lines.
 std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, int rawHeader) {
-    if (parameter.code == COMMAND_RAW_HEADER) {
-        return ParameterRow{"Raw Header:", FormatRawHeader(rawHeader)};
-    }
     if (parameter.code == COMMAND_DIAGNOSE_BUTTON) {
         return std::nullopt;  // marks an unused place of the setup report
     }
-    for (const ParameterLabel& known : PARAMETER_LABELS) {
-        if (known.code == parameter.code) {
-            return ParameterRow{known.label, strprintf("%d", parameter.value)};
-        }
+    const char* const label = FindParameterNames(parameter.code).pageLabel;
+    if (label == nullptr) {
+        std::fprintf(stderr, "COMMAND_??? param %d %d\n", static_cast<int>(parameter.code), parameter.value);
+        return std::nullopt;
     }
-    std::fprintf(stderr, "COMMAND_??? param %d %d\n", static_cast<int>(parameter.code), parameter.value);
-    return std::nullopt;
+    const bool isRawHeader = parameter.code == COMMAND_RAW_HEADER;
+    return ParameterRow{label, isRawHeader ? FormatRawHeader(rawHeader) : strprintf("%d", parameter.value)};
 }
 
 bool HasBit(std::uint32_t bits, const ButtonBox& box) {

@@ -43,27 +43,6 @@ constexpr std::uint32_t Byte(std::uint32_t word, unsigned index) {
     return word >> (8 * index) & 0xFF;
 }
 
-const char* ParameterName(std::uint32_t code) {
-    switch (code) {
-        case COMMAND_FINGER_TH:
-            return "FINGER_TH";
-        case COMMAND_NOISE_TH:
-            return "NOISE_TH";
-        case COMMAND_NEGNOISE_TH:
-            return "NEGNOISE_TH";
-        case COMMAND_BASELINE_TH:
-            return "BASELINE_TH";
-        case COMMAND_HYSTERESIS:
-            return "HYSTERESIS";
-        case COMMAND_DEBOUNCE:
-            return "DEBOUNCE";
-        case COMMAND_LOWBASELINE:
-            return "LOWBASELINE";
-        default:
-            return nullptr;
-    }
-}
-
 /// Milliseconds since the run started; 0 before it.
 std::uint64_t MillisecondsSince(std::uint64_t runStart) {
     if (runStart == 0) {
@@ -165,7 +144,7 @@ void TouchBoardReports::ReadParameters(BoardSetup& setup) const {
 void TouchBoardReports::ReviewParameters(BoardSetup& setup) const {
     int knownParameters = 0;
     for (BoardParameter& parameter : setup.parameters) {
-        if (const char* name = ParameterName(parameter.code)) {
+        if (const char* const name = FindParameterNames(parameter.code).reportName) {
             if (m_printInfo) {
                 std::fprintf(stderr, "INFO: %s %d\n", name, parameter.value);
             }
@@ -177,7 +156,8 @@ void TouchBoardReports::ReviewParameters(BoardSetup& setup) const {
             // The page leaves this code out.
             parameter.code = COMMAND_DIAGNOSE_BUTTON;
         } else {
-            // The raw header's own entry is reported here at every setup report; log readers expect it.
+            // The entry of the raw header has no report name and is reported at every setup report: readers
+            // of the log expect its line.
             std::fprintf(stderr, "UNKNOWN param %d %d\n", static_cast<int>(parameter.code), parameter.value);
         }
     }
