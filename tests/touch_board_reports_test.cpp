@@ -111,7 +111,7 @@ TEST_F(TouchBoardReportsTest, RefusesAStrangeSetupUntilAValidOneComes) {
         EXPECT_EQ(reports.GetButtonCount(), -1);
         EXPECT_FALSE(reports.TakeSetup());
         EXPECT_EQ(Send(Slots{1, 1}), "");
-        EXPECT_TRUE(live.samples.empty());
+        EXPECT_TRUE(live.values.samples.empty());
 
         Send(MakeSetup());
         EXPECT_EQ(reports.GetButtonCount(), 11);
@@ -142,14 +142,14 @@ TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
               " 0.000: BT2: 100000 -70000    77   300 *\n 0.000: BT33:     0     0     0     0  \n"
               " 0.000: BT32:     0     0     0     0 *\n 0.000: BT3:     0     0     0     9  \n");
 
-    ASSERT_EQ(live.samples.size(), 4u);
-    EXPECT_EQ(live.touchBits, 0x80000403u);
-    const ButtonSample& sample = live.samples[0];
+    ASSERT_EQ(live.values.samples.size(), 4u);
+    EXPECT_EQ(live.values.touchBits, 0x80000403u);
+    const ButtonSample& sample = live.values.samples[0];
     EXPECT_EQ((std::array{sample.value1, sample.value2, sample.value3, sample.value4}),
               (std::array{100000, -70000, 300, 77}));
     EXPECT_EQ(sample.button, 2u);
     EXPECT_EQ(sample.touched, 1);
-    EXPECT_EQ(live.samples[1].touched, 0);
+    EXPECT_EQ(live.values.samples[1].touched, 0);
 
     live.runStart = getTickCount() - 12'005'000'000u;
     EXPECT_THAT(Send(slots), testing::ContainsRegex("^12\\.[0-9]+: BT2"));
@@ -166,7 +166,7 @@ TEST_F(TouchBoardReportsTest, RemapsTheTouchBitsOfTheFourButtonBoard) {
         setup[2] = format;
         Send(setup);
         Send(Slots{wire});
-        EXPECT_EQ(live.touchBits, touched);
+        EXPECT_EQ(live.values.touchBits, touched);
     }
 }
 
@@ -179,12 +179,12 @@ TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
     reports.OnValue(~0u, 1, 32);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ERROR: Diagnostics 29 - OUT OF RANGE\nERROR: Diagnostics -1 - OUT OF RANGE\n");
-    EXPECT_TRUE(live.samples.empty());
+    EXPECT_TRUE(live.values.samples.empty());
     // What came before the new index 0 is forgotten.
     reports.OnValue(0, 1, 32);
     reports.OnValue(28, 0, 32);
-    EXPECT_TRUE(live.samples.empty());
-    EXPECT_EQ(live.touchBits, 1u);
+    EXPECT_TRUE(live.values.samples.empty());
+    EXPECT_EQ(live.values.touchBits, 1u);
 }
 
 TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore) {
@@ -198,15 +198,16 @@ TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore
     // The end of one report lost with the beginning of the next, and indexes that come twice.
     Deliver({4, 3, 31, 32, 33, 2, 21, 22, 23}, 0, 8);
     Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 4);
-    ASSERT_EQ(live.samples.size(), 2u);
-    EXPECT_EQ(live.touchBits, 4u);
-    EXPECT_EQ((std::array{live.samples[0].value1, live.samples[0].value3}), (std::array{31, 73}));
-    EXPECT_EQ(live.samples[1].value1, 61);
+    ASSERT_EQ(live.values.samples.size(), 2u);
+    EXPECT_EQ(live.values.touchBits, 4u);
+    EXPECT_EQ((std::array{live.values.samples[0].value1, live.values.samples[0].value3}),
+              (std::array{31, 73}));
+    EXPECT_EQ(live.values.samples[1].value1, 61);
 
     // Nothing of a decoded report is left for one whose beginning is lost.
     Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 5);
-    ASSERT_EQ(live.samples.size(), 1u);
-    EXPECT_EQ(live.touchBits, 0u);
+    ASSERT_EQ(live.values.samples.size(), 1u);
+    EXPECT_EQ(live.values.touchBits, 0u);
 }
 
 TEST_F(TouchBoardReportsTest, ASetupWhoseLinesCannotBePrintedYetIsWaitedFor) {

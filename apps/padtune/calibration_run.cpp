@@ -45,20 +45,6 @@ std::uint32_t MakeDisableMask(const std::vector<ButtonSwitch>& switches) {
 
 }  // namespace
 
-void GpioLevels::OnValue(unsigned pin, unsigned value, unsigned /*width*/) {
-    if (pin >= MASK_BITS) {
-        return;
-    }
-    const std::uint32_t bit = std::uint32_t{1} << pin;
-    m_levels = value != 0 ? m_levels | bit : m_levels & ~bit;
-
-    // Only this thread writes the shared mask, so reading it needs no lock.
-    if (m_levels != m_live.gpioLevels) {
-        const std::lock_guard lock(m_live.mutex);
-        m_live.gpioLevels = m_levels;
-    }
-}
-
 CalibrationRun::CalibrationRun(const RunSettings& settings, TerminationSignals& signals, ScreenPage& page,
                                LiveState& live, TouchBoardReports& reports, GpioLevels& gpioLevels,
                                BoardInputs& inputs, BoardOutputs& outputs)
@@ -267,16 +253,12 @@ void CalibrationRun::RunTimedLoop() {
 }
 
 void CalibrationRun::DrawLiveFrame(std::uint64_t elapsed) {
-    std::vector<ButtonSample> samples;
-    std::uint32_t touchBits;
-    std::uint32_t gpioLevels;
     {
         const std::lock_guard lock(m_live.mutex);
-        samples = m_live.samples;
-        touchBits = m_live.touchBits;
-        gpioLevels = m_live.gpioLevels;
+        m_shown = m_live.values;
     }
-    m_page.DrawFrame(samples, touchBits, gpioLevels, static_cast<std::int64_t>(elapsed));
+    m_page.DrawFrame(m_shown.samples, m_shown.touchBits, m_shown.gpioLevels,
+                     static_cast<std::int64_t>(elapsed));
 }
 
 void CalibrationRun::ResetBoard() {

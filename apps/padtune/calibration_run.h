@@ -11,25 +11,11 @@
 #include <vector>
 
 #include "apps/padtune/command_line.h"
+#include "apps/padtune/live_state.h"
 #include "apps/padtune/screen_page.h"
 #include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/hardware/external_control.h"
-
-/// Keeps the levels of the board's GPIO pins for the frame loop.
-class GpioLevels {
-public:
-    /// @param live where the levels go; must outlive this object
-    explicit GpioLevels(LiveState& live) : m_live(live) {}
-
-    /// The GPIO port's value callback. Runs on the poll thread.
-    /// @throws std::system_error when the mutex of the live state cannot be locked
-    void OnValue(unsigned pin, unsigned value, unsigned width);
-
-private:
-    LiveState& m_live;
-    std::uint32_t m_levels = 0;
-};
 
 /// The ports that deliver values. Declared apart from the others because they are released later.
 struct BoardInputs {
@@ -96,5 +82,6 @@ private:
     BoardOutputs& m_outputs;
 
     BoardSetup m_setup;
+    LiveValues m_shown;  ///< the frame's copy of the live values; its memory serves all frames
     Phase m_phase = Phase::PREPARATION;
 };

@@ -8,6 +8,7 @@
 
 #include "apps/padtune/calibration_run.h"
 #include "apps/padtune/command_line.h"
+#include "apps/padtune/live_state.h"
 #include "apps/padtune/screen_page.h"
 #include "apps/padtune/termination_signals.h"
 #include "apps/padtune/touch_board_reports.h"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "apps/padtune/board_properties.h"
+#include "apps/padtune/live_state.h"
 #include "apps/padtune/page_layout.h"
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/kestrel_dfb/directfb_helpers.h"

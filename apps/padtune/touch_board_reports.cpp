@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <iterator>
+#include <mutex>
 #include <utility>
 
 #include "apps/padtune/tick_count.h"
@@ -195,8 +196,8 @@ void TouchBoardReports::DecodeDiagnostics() {
 
     {
         const std::lock_guard lock(m_live.mutex);
-        m_live.samples = std::move(samples);
-        m_live.touchBits = touchBits;
+        m_live.values.samples = std::move(samples);
+        m_live.values.touchBits = touchBits;
     }
     m_slots.fill(0);
 }

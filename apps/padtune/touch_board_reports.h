@@ -8,18 +8,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
-/// One decoded per-button sample of a diagnostics report.
-struct ButtonSample {
-    std::uint32_t button = 0;  ///< 1-based
-    std::int32_t value1 = 0;
-    std::int32_t value2 = 0;
-    std::int32_t value3 = 0;
-    std::int32_t value4 = 0;
-    std::uint8_t touched = 0;  ///< 1 while the button is touched
-};
+#include "apps/padtune/live_state.h"
 
 /// One entry of the board's configuration: a command code and the value in force.
 struct BoardParameter {
@@ -36,17 +27,6 @@ struct BoardSetup {
 
 /// Set by --output-diagnostics, before the poll thread starts; read on the poll thread.
 extern bool OutputDiagnostics;
-
-/// What the poll thread's handlers hand to the frame loop. The mutex guards the three items below it.
-struct LiveState {
-    std::mutex mutex;
-    std::vector<ButtonSample> samples;
-    std::uint32_t touchBits = 0;            ///< bit n: button n+1 is touched
-    std::uint32_t gpioLevels = 0xFFFFFFFF;  ///< bit n: level of GPIO pin n; all ones until the first event
-
-    /// Start of the timed loop in ticks of getTickCount, 0 before it; published by the main thread.
-    std::atomic<std::uint64_t> runStart{0};
-};
 
 /// Assembles and decodes the board's reports.
 class TouchBoardReports {

@@ -23,9 +23,10 @@ public:
         if (index < SLOTS) {
             m_sent[index] = value;
         }
-        m_live.samples = {NOT_DECODED};
+        m_live.values.samples = {NOT_DECODED};
         m_reports.OnValue(index, value, 32);
-        const bool decoded = m_live.samples.size() != 1 || m_live.samples[0].button != NOT_DECODED.button;
+        const bool decoded =
+            m_live.values.samples.size() != 1 || m_live.values.samples[0].button != NOT_DECODED.button;
         if (decoded) {
             CheckSamples();
         }
@@ -55,8 +56,8 @@ public:
             }
         }
         REQUIRE(m_reports.GetButtonCount() == BUTTONS);
-        REQUIRE(m_live.samples.size() == 7 && m_live.touchBits == 0x40);
-        REQUIRE(m_live.samples[6].button == 7 && m_live.samples[6].touched == 1);
+        REQUIRE(m_live.values.samples.size() == 7 && m_live.values.touchBits == 0x40);
+        REQUIRE(m_live.values.samples[6].button == 7 && m_live.values.samples[6].touched == 1);
     }
 
 private:
@@ -76,13 +77,13 @@ private:
     }
 
     void CheckSamples() const {
-        REQUIRE(m_live.samples.size() <= 7);
+        REQUIRE(m_live.values.samples.size() <= 7);
         unsigned group = 0;
-        for (const ButtonSample& sample : m_live.samples) {
+        for (const ButtonSample& sample : m_live.values.samples) {
             REQUIRE(sample.button >= 1 && sample.button <= 255);
             REQUIRE(sample.value4 >= 0 && sample.value4 <= 255);
             const unsigned bit = sample.button - 1;
-            REQUIRE(sample.touched == (bit < 32 ? m_live.touchBits >> bit & 1 : 0));
+            REQUIRE(sample.touched == (bit < 32 ? m_live.values.touchBits >> bit & 1 : 0));
             while (group < 7 && !IsGroup(group, sample)) {
                 ++group;
             }
