@@ -210,35 +210,46 @@ TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore
     EXPECT_EQ(live.values.touchBits, 0u);
 }
 
-TEST_F(TouchBoardReportsTest, ASetupWhoseLinesCannotBePrintedYetIsWaitedFor) {
+TEST_F(TouchBoardReportsTest, ASetupIsWaitedForUntilItsLinesArePrintedWhateverCameBefore) {
+    // A setup that an invalid one follows before it is looked at.
+    Slots slots = MakeSetup();
+    slots[4] = 1000;
+    Send(slots);
+    slots[3] = 0;
+    Send(slots);
+
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const strata::UniqueFd readEnd(ends[0]);
     const strata::UniqueFd writeEnd(ends[1]);
     std::vector<char> content(static_cast<std::size_t>(fcntl(writeEnd.Get(), F_GETPIPE_SZ)));
     ASSERT_EQ(write(writeEnd.Get(), content.data(), content.size()), std::ssize(content));
-    const auto makeRoom = [&] { return read(readEnd.Get(), content.data(), content.size()) > 0; };
 
     testing::internal::CaptureStderr();
     ASSERT_EQ(dup2(writeEnd.Get(), STDERR_FILENO), STDERR_FILENO);
-    std::thread pollThread([this] { Deliver(MakeSetup()); });
-    while (reports.GetButtonCount() < 0) {
-        std::this_thread::yield();
-    }
-    bool waited = false;
-    const auto setup = WaitForSetup(reports, 0, [&](std::chrono::milliseconds step) {
+    std::thread pollThread;
+    bool madeRoom = false;
+    const auto makeRoom = [&] {
+        madeRoom = madeRoom || read(readEnd.Get(), content.data(), content.size()) > 0;
+    };
+    const auto setup = WaitForSetup(reports, ~std::uint64_t{0}, [&](std::chrono::milliseconds step) {
+        if (!pollThread.joinable()) {
+            pollThread = std::thread([this] { Deliver(MakeSetup()); });
+            while (reports.GetButtonCount() < 0) {
+                std::this_thread::yield();
+            }
+            return;
+        }
         EXPECT_LT(step, std::chrono::seconds(1));
-        waited = waited || makeRoom();
+        makeRoom();
         std::this_thread::sleep_for(step);
     });
-    EXPECT_TRUE(waited);
-    if (!waited) {
-        makeRoom();
-    }
+    EXPECT_TRUE(madeRoom);
+    makeRoom();
     pollThread.join();
     testing::internal::GetCapturedStderr();
     ASSERT_TRUE(setup);
-    EXPECT_EQ(setup->fingerThresholds.size(), 11u);
+    EXPECT_EQ(setup->fingerThresholds[0], 41);
 }
 
 }  // namespace

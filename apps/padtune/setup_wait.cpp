@@ -14,17 +14,15 @@ constexpr std::chrono::milliseconds PRINTING_POLL_INTERVAL{10};
 
 std::optional<BoardSetup> WaitForSetup(TouchBoardReports& reports, std::uint64_t deadline,
                                        const std::function<void(std::chrono::milliseconds)>& sleep) {
-    std::optional<BoardSetup> received;
     for (;;) {
-        // In this order: the count of a setup that is there is there, too.
-        if (const std::unique_ptr<BoardSetup> setup = reports.TakeSetup()) {
-            received = std::move(*setup);
-        }
+        // In this order: a setup that can be taken has its count stored. One that meets no valid count here
+        // was followed by an invalid one and is void.
+        const std::unique_ptr<BoardSetup> setup = reports.TakeSetup();
         const std::int32_t count = reports.GetButtonCount();
+        if (count > 0 && setup) {
+            return std::move(*setup);
+        }
         if (count > 0) {
-            if (received) {
-                return received;
-            }
             // The poll thread is checking the count still, or printing the setup's lines, for which standard
             // error may take its time.
             sleep(PRINTING_POLL_INTERVAL);
