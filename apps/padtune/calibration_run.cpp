@@ -6,7 +6,6 @@
 #include <mutex>
 #include <optional>
 #include <thread>
-#include <utility>
 
 #include "apps/padtune/setup_wait.h"
 #include "apps/padtune/tick_count.h"
@@ -43,6 +42,21 @@ std::uint32_t MakeDisableMask(const std::vector<ButtonSwitch>& switches) {
     return mask;
 }
 
+/// Writes an output.
+/// @throws what the port throws
+void SetOutput(Port& port, unsigned index, std::uint32_t value) {
+    port.SetOutput(index, value);
+}
+
+/// Writes an output, or prints why that failed.
+void SetOutputOrReport(Port& port, unsigned index, std::uint32_t value) {
+    try {
+        port.SetOutput(index, value);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+    }
+}
+
 }  // namespace
 
 CalibrationRun::CalibrationRun(const RunSettings& settings, TerminationSignals& signals, ScreenPage& page,
@@ -58,33 +72,32 @@ CalibrationRun::CalibrationRun(const RunSettings& settings, TerminationSignals& 
       m_outputs(outputs) {}
 
 void CalibrationRun::Run() {
+    std::optional<BoardSetup> setup;
     try {
-        if (!PrepareBoard()) {
-            return;
-        }
+        setup = PrepareBoard();
     } catch (const Terminated&) {
         return;
     } catch (const std::exception& failure) {
         ShowFailure(failure.what());
         return;
     }
-    DrawBoard();
+    if (!setup) {
+        return;
+    }
 
-    m_phase = Phase::TIMED_LOOP;
+    DrawBoard(*setup);
     try {
         RunTimedLoop();
     } catch (const Terminated&) {
         // The run ends as if its time were over.
     }
-    m_phase = Phase::END;
     ResetBoard();
 }
 
-/// Takes a termination signal if one came. In the last phase there is nothing to leave, but the next signal
-/// then ends the process at once.
-/// @throws Terminated when one came, before the last phase
+/// Takes a termination signal if one came.
+/// @throws Terminated when one came
 void CalibrationRun::LeaveWhenTerminated() {
-    if (m_signals.Take() && m_phase != Phase::END) {
+    if (m_signals.Take()) {
         throw Terminated();
     }
 }
@@ -119,10 +132,12 @@ std::shared_ptr<Port> CalibrationRun::OpenBoardPort(const char* name) {
     }
 }
 
-/// @return false when the run ends here; the page then says why
-bool CalibrationRun::PrepareBoard() {
+/// @return the board's setup; nothing when the run ends here, of which the page then says why
+/// @throws Terminated
+/// @throws what a port throws when the board does not take a command
+std::optional<BoardSetup> CalibrationRun::PrepareBoard() {
     if (!OpenInputs()) {
-        return false;
+        return std::nullopt;
     }
 
     m_outputs.ledSetup = OpenBoardPort("TouchBoard-0-LED-SETUP");
@@ -134,7 +149,7 @@ bool CalibrationRun::PrepareBoard() {
     if (!m_settings.ledMasks.empty()) {
         OpenLed();
     }
-    return m_outputs.ledSetup && RequestSetup();
+    return m_outputs.ledSetup ? RequestSetup() : std::nullopt;
 }
 
 bool CalibrationRun::OpenInputs() {
@@ -170,12 +185,12 @@ void CalibrationRun::ConfigureBoard() {
     for (const ConfigCommand& command : m_settings.configCommands) {
         SendCommand(MakeCommandWord(command.command, command.button, command.value, command.extra));
     }
-    // The masks are not commands: no pause follows them.
+    // The masks are no commands: no pause follows them.
     if (!m_settings.buttonSwitches.empty()) {
-        SetOutput(*m_outputs.ledSetup, OUTPUT_BUTTON_MASK, MakeDisableMask(m_settings.buttonSwitches));
+        SendSetup(OUTPUT_BUTTON_MASK, MakeDisableMask(m_settings.buttonSwitches));
     }
     if (!m_settings.ledSwitches.empty()) {
-        SetOutput(*m_outputs.ledSetup, OUTPUT_LED_MASK, MakeDisableMask(m_settings.ledSwitches));
+        SendSetup(OUTPUT_LED_MASK, MakeDisableMask(m_settings.ledSwitches));
     }
 }
 
@@ -190,31 +205,28 @@ void CalibrationRun::SelectButtons() {
 void CalibrationRun::OpenLed() {
     m_outputs.led = OpenBoardPort("TouchBoard-0-LED");
     if (m_outputs.led) {
-        SetButtonMask(*m_outputs.led, 0, m_settings.ledMasks);
+        SetButtonMask(0, SetOutput);
     } else {
         ShowFailure("Failed to open touch board led port");
     }
 }
 
-bool CalibrationRun::RequestSetup() {
+std::optional<BoardSetup> CalibrationRun::RequestSetup() {
     SendCommand(MakeCommandWord(COMMAND_REQUEST_SETUP, 0, 1));
-
     std::optional<BoardSetup> setup =
         WaitForSetup(m_reports, getTickCount() + SETUP_TIMEOUT,
                      [this](std::chrono::milliseconds duration) { Sleep(duration); });
     if (!setup) {
         ShowFailure("Failed to receive touch board setup");
-        return false;
     }
-    m_setup = *std::move(setup);
-    return true;
+    return setup;
 }
 
-void CalibrationRun::DrawBoard() {
+void CalibrationRun::DrawBoard(const BoardSetup& setup) {
     m_page.DrawIdentity(m_inputs.diagnostics->GetProperties());
-    m_page.DrawParameterTable(m_setup);
+    m_page.DrawParameterTable(setup);
     m_page.LayOutStrip(m_settings.timeoutSeconds);
-    m_page.DrawBoxNames(m_setup);
+    m_page.DrawBoxNames(setup);
 }
 
 void CalibrationRun::RunTimedLoop() {
@@ -242,7 +254,7 @@ void CalibrationRun::RunTimedLoop() {
         if (second != lastSecond) {
             // The entries of second 0 were played when the LED port opened.
             if (second != 0 && m_outputs.led) {
-                SetButtonMask(*m_outputs.led, static_cast<std::int64_t>(second), m_settings.ledMasks);
+                SetButtonMask(static_cast<std::int64_t>(second), SetOutputOrReport);
             }
             m_page.DrawSecond(static_cast<std::int64_t>(second));
             lastSecond = second;
@@ -263,13 +275,39 @@ void CalibrationRun::DrawLiveFrame(std::uint64_t elapsed) {
 
 void CalibrationRun::ResetBoard() {
     m_page.ShowMessage(m_page.GetStripTop(), COLOUR_COMPLETE, "Complete - Board has been reset");
-    SendCommand(MakeCommandWord(COMMAND_RESET, 0, 0));
+    // A signal that comes after the timed loop keeps no board from its reset. It is taken all the same, so
+    // that the next one ends the process at once.
+    m_signals.Take();
+    SetOutputOrReport(*m_outputs.ledSetup, OUTPUT_COMMAND, MakeCommandWord(COMMAND_RESET, 0, 0));
+    try {
+        Pause();
+    } catch (const Terminated&) {
+        // Nothing follows that could be left out.
+    }
 }
 
-/// Plays the LED masks of one second of the run; 0 stands for the time before it.
-void CalibrationRun::SetButtonMask(Port& ledPort, std::int64_t second,
-                                   const std::vector<LedMaskEntry>& ledMasks) {
-    for (const LedMaskEntry& entry : ledMasks) {
+/// Writes an output of the LED-SETUP port.
+/// @throws Terminated instead of writing it
+/// @throws what the port throws
+void CalibrationRun::SendSetup(unsigned output, std::uint32_t value) {
+    LeaveWhenTerminated();
+    SetOutput(*m_outputs.ledSetup, output, value);
+}
+
+/// Sends a command and pauses.
+/// @throws Terminated, before it is sent or after
+/// @throws what the port throws
+void CalibrationRun::SendCommand(std::uint32_t word) {
+    SendSetup(OUTPUT_COMMAND, word);
+    Pause();
+}
+
+/// Plays the LED masks of one second of the run; 0 stands for the time before it. The LED port must be there.
+/// @param setOutput how a mask is written
+/// @throws Terminated
+/// @throws what setOutput throws
+void CalibrationRun::SetButtonMask(std::int64_t second, OutputFunction setOutput) {
+    for (const LedMaskEntry& entry : m_settings.ledMasks) {
         if (entry.second != second) {
             continue;
         }
@@ -279,29 +317,9 @@ void CalibrationRun::SetButtonMask(Port& ledPort, std::int64_t second,
             std::fprintf(stderr, "SetButtonMask: %4d: BT%d: %x\n", static_cast<int>(second), entry.button,
                          entry.mask);
         }
-        SetOutput(ledPort, static_cast<unsigned>(entry.button) - 1, entry.mask);
+        LeaveWhenTerminated();
+        setOutput(*m_outputs.led, static_cast<unsigned>(entry.button) - 1, entry.mask);
         Pause();
-    }
-}
-
-void CalibrationRun::SendCommand(std::uint32_t word) {
-    SetOutput(*m_outputs.ledSetup, OUTPUT_COMMAND, word);
-    Pause();
-}
-
-/// From the timed loop on, a failure is printed and the run goes on: the port remembers the value and sends
-/// it when the board returns.
-/// @throws Terminated instead of sending
-/// @throws what the port throws, before the timed loop
-void CalibrationRun::SetOutput(Port& port, unsigned index, std::uint32_t value) {
-    LeaveWhenTerminated();
-    try {
-        port.SetOutput(index, value);
-    } catch (const std::exception& failure) {
-        if (m_phase == Phase::PREPARATION) {
-            throw;
-        }
-        std::fprintf(stderr, "%s\n", failure.what());
     }
 }
 

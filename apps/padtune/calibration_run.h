@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,39 +38,40 @@ public:
                    LiveState& live, TouchBoardReports& reports, GpioLevels& gpioLevels, BoardInputs& inputs,
                    BoardOutputs& outputs);
 
-    /// Runs from the opening of the ports to the reset of the board. Whatever the board does wrong is shown
-    /// on the page, or from the timed loop on printed to standard error, and the run ends in order. So it
-    /// does after a termination signal: within the timed loop as if the time were over, before it at once. A
-    /// request that the board does not answer is waited for first.
+    /// Runs from the opening of the ports to the reset of the board. A board without a port, or one that does
+    /// not do what it is asked before the timed loop, is told about on the page; what fails from the timed
+    /// loop on is printed to standard error; without any board the title page stays as it is. The run ends in
+    /// order all the same. So it does after a termination signal: within the timed loop as if the time were
+    /// over, before it at once. A request that the board does not answer is waited for first.
     /// @throws std::system_error when the mutex of the live state cannot be locked
     void Run();
 
 private:
-    enum class Phase { PREPARATION, TIMED_LOOP, END };
-
-    /// Thrown when a termination signal came, to leave the phase.
+    /// Thrown when a termination signal came, to leave the preparation or the timed loop.
     struct Terminated {};
+
+    /// Writes an output of a port; SetOutput throws what the port throws, SetOutputOrReport prints it.
+    using OutputFunction = void (*)(ExternalControl::Port& port, unsigned index, std::uint32_t value);
 
     void LeaveWhenTerminated();
     void Sleep(std::chrono::milliseconds duration);
     void Pause();
 
     std::shared_ptr<ExternalControl::Port> OpenBoardPort(const char* name);
-    bool PrepareBoard();
+    std::optional<BoardSetup> PrepareBoard();
     bool OpenInputs();
     void ConfigureBoard();
     void SelectButtons();
     void OpenLed();
-    bool RequestSetup();
-    void DrawBoard();
+    std::optional<BoardSetup> RequestSetup();
+    void DrawBoard(const BoardSetup& setup);
     void RunTimedLoop();
     void DrawLiveFrame(std::uint64_t elapsed);
     void ResetBoard();
 
-    void SetButtonMask(ExternalControl::Port& ledPort, std::int64_t second,
-                       const std::vector<LedMaskEntry>& ledMasks);
+    void SendSetup(unsigned output, std::uint32_t value);
     void SendCommand(std::uint32_t word);
-    void SetOutput(ExternalControl::Port& port, unsigned index, std::uint32_t value);
+    void SetButtonMask(std::int64_t second, OutputFunction setOutput);
     void ShowFailure(const std::string& text);
 
     const RunSettings& m_settings;
@@ -81,7 +83,5 @@ private:
     BoardInputs& m_inputs;
     BoardOutputs& m_outputs;
 
-    BoardSetup m_setup;
     LiveValues m_shown;  ///< the frame's copy of the live values; its memory serves all frames
-    Phase m_phase = Phase::PREPARATION;
 };
