@@ -1,5 +1,9 @@
 #include "apps/padtune/touch_board_reports.h"
 
+#include <fmt/compile.h>
+#include <fmt/format.h>
+
+#include <cstddef>
 #include <cstdio>
 #include <iterator>
 #include <mutex>
@@ -171,32 +175,14 @@ void TouchBoardReports::DecodeDiagnostics() {
     }
 
     const std::uint32_t touchBits = ReadTouchBits();
-    const std::uint64_t milliseconds = MillisecondsSince(m_live.runStart);
-
-    std::vector<ButtonSample> samples;
-    for (unsigned group = 0; group < SAMPLE_GROUPS; ++group) {
-        const std::uint32_t* words = &m_slots[SLOT_FIRST_GROUP + SAMPLE_GROUP_SIZE * group];
-        const std::uint32_t button = Byte(words[0], 0);
-        if (button == 0) {
-            continue;
-        }
-        ButtonSample sample;
-        sample.button = button;
-        sample.value1 = static_cast<std::int32_t>(words[1]);
-        sample.value2 = static_cast<std::int32_t>(words[2]);
-        sample.value3 = static_cast<std::int32_t>(words[3]);
-        sample.value4 = static_cast<std::int32_t>(Byte(words[0], 1));
-        // A button number comes from a byte of the board; the touch bits have 32.
-        sample.touched = button <= 32 && (touchBits >> (button - 1) & 1) != 0;
-        samples.push_back(sample);
-        if (OutputDiagnostics) {
-            PrintSample(sample, milliseconds);
-        }
+    ReadSamples(touchBits);
+    if (OutputDiagnostics) {
+        PrintSamples();
     }
-
     {
+        // Swapped: what the live state had is the memory of the next report.
         const std::lock_guard lock(m_live.mutex);
-        m_live.values.samples = std::move(samples);
+        m_live.values.samples.swap(m_samples);
         m_live.values.touchBits = touchBits;
     }
     m_slots.fill(0);
@@ -214,9 +200,39 @@ std::uint32_t TouchBoardReports::ReadTouchBits() const {
     return remapped;
 }
 
-void TouchBoardReports::PrintSample(const ButtonSample& sample, std::uint64_t milliseconds) const {
-    // value4 comes third and value3 last, as on the page.
-    std::fprintf(stderr, "%2d.%03d: BT%d: %5d %5d %5d %5d %c\n", static_cast<int>(milliseconds / 1000),
-                 static_cast<int>(milliseconds % 1000), static_cast<int>(sample.button), sample.value1,
-                 sample.value2, sample.value4, sample.value3, sample.touched ? '*' : ' ');
+void TouchBoardReports::ReadSamples(std::uint32_t touchBits) {
+    m_samples.clear();
+    m_samples.reserve(SAMPLE_GROUPS);
+    for (unsigned group = 0; group < SAMPLE_GROUPS; ++group) {
+        const std::uint32_t* const words = &m_slots[SLOT_FIRST_GROUP + SAMPLE_GROUP_SIZE * group];
+        const std::uint32_t button = Byte(words[0], 0);
+        if (button == 0) {
+            continue;
+        }
+        ButtonSample& sample = m_samples.emplace_back();
+        sample.button = button;
+        sample.value1 = static_cast<std::int32_t>(words[1]);
+        sample.value2 = static_cast<std::int32_t>(words[2]);
+        sample.value3 = static_cast<std::int32_t>(words[3]);
+        sample.value4 = static_cast<std::int32_t>(Byte(words[0], 1));
+        // A button number comes from a byte of the board; the touch bits have 32.
+        sample.touched = button <= 32 && (touchBits >> (button - 1) & 1) != 0;
+    }
+}
+
+/// Prints the lines of a report in one write. On a pipe such a write stays in one piece as long as it has no
+/// more than 4096 bytes; seven lines of the longest numbers have less than 600.
+void TouchBoardReports::PrintSamples() const {
+    constexpr std::size_t LINES_SIZE = 1024;
+    const std::uint64_t milliseconds = MillisecondsSince(m_live.runStart);
+    const auto second = static_cast<int>(milliseconds / 1000);
+    const auto millisecond = static_cast<int>(milliseconds % 1000);
+    fmt::basic_memory_buffer<char, LINES_SIZE> lines;
+    for (const ButtonSample& sample : m_samples) {
+        // value4 comes third and value3 last, as on the page.
+        fmt::format_to(std::back_inserter(lines), FMT_COMPILE("{:2}.{:03}: BT{}: {:5} {:5} {:5} {:5} {}\n"),
+                       second, millisecond, sample.button, sample.value1, sample.value2, sample.value4,
+                       sample.value3, sample.touched != 0 ? '*' : ' ');
+    }
+    std::fwrite(lines.data(), 1, lines.size(), stderr);
 }

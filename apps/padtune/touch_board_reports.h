@@ -64,12 +64,14 @@ private:
     void ReviewParameters(BoardSetup& setup) const;
     void DecodeDiagnostics();
     std::uint32_t ReadTouchBits() const;
-    void PrintSample(const ButtonSample& sample, std::uint64_t milliseconds) const;
+    void ReadSamples(std::uint32_t touchBits);
+    void PrintSamples() const;
 
     LiveState& m_live;
 
     // Touched on the poll thread only.
     ReportSlots m_slots{};
+    std::vector<ButtonSample> m_samples;  ///< of the report; its memory comes back from the live state
     bool m_remapTouchBits = false;
     bool m_printInfo = true;
 
