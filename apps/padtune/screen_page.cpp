@@ -229,7 +229,7 @@ void ScreenPage::DrawBoxNames(const BoardSetup& setup) {
 void ScreenPage::DrawFrame(const std::vector<ButtonSample>& samples, std::uint32_t touchBits,
                            std::uint32_t gpioLevels, std::int64_t elapsedNanoseconds) {
     m_primary->SetFont(m_primary, m_fontSmall);
-    std::vector<bool> diagnosed(m_boxes.size(), false);
+    std::uint32_t diagnosed = 0;  // bit n: the box of button n+1 shows a sample
     for (const ButtonSample& sample : samples) {
         if (sample.button > m_boxes.size()) {
             std::fprintf(stderr, "Logic error: bd.button %d > %zu\n", static_cast<int>(sample.button),
@@ -240,11 +240,11 @@ void ScreenPage::DrawFrame(const std::vector<ButtonSample>& samples, std::uint32
             continue;  // names no button
         }
         DrawSample(m_boxes[sample.button - 1], sample, gpioLevels);
-        diagnosed[sample.button - 1] = true;
+        diagnosed |= std::uint32_t{1} << (sample.button - 1);
     }
-    for (std::size_t i = 0; i < m_boxes.size(); ++i) {
-        if (!diagnosed[i]) {
-            DrawUndiagnosedBox(m_boxes[i], HasBit(touchBits, m_boxes[i]), gpioLevels);
+    for (const ButtonBox& box : m_boxes) {
+        if (!HasBit(diagnosed, box)) {
+            DrawUndiagnosedBox(box, HasBit(touchBits, box), gpioLevels);
         }
     }
     DrawProgress(elapsedNanoseconds);
