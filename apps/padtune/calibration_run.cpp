@@ -10,12 +10,13 @@
 #include "apps/padtune/setup_wait.h"
 #include "apps/padtune/tick_count.h"
 #include "apps/padtune/touch_board_commands.h"
+#include "lib/platform/monotonic_time.h"
 
 using ExternalControl::Port;
+using strata::NANOSECONDS_PER_SECOND;
 
 namespace {
 
-constexpr std::uint64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr std::uint64_t SETUP_TIMEOUT = 10 * NANOSECONDS_PER_SECOND;
 constexpr std::uint64_t FRAME_INTERVAL = NANOSECONDS_PER_SECOND / 15;
 

@@ -1,5 +1,7 @@
 #include "apps/padtune/page_layout.h"
 
+#include "lib/platform/monotonic_time.h"
+
 namespace {
 
 /// A keypad of three columns and three rows, with a fourth column of two.
@@ -63,7 +65,6 @@ PageRectangle GetProgressOutline(const StripLayout& strip) {
 
 PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elapsedNanoseconds,
                              std::int32_t timeoutSeconds) {
-    constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
     constexpr std::int32_t INSET = 2;
     PageRectangle bar = GetProgressOutline(strip);
     bar.x += INSET;
@@ -72,7 +73,7 @@ PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elapsedNanos
 
     // In a run of some weeks the product can outgrow 64 bits.
     const __int128 product = static_cast<__int128>(bar.width - 2 * INSET) * elapsedNanoseconds;
-    const std::int64_t timeoutNanoseconds = timeoutSeconds * NANOSECONDS_PER_SECOND;
+    const std::int64_t timeoutNanoseconds = timeoutSeconds * strata::NANOSECONDS_PER_SECOND;
     bar.width = timeoutNanoseconds > 0 ? static_cast<std::int32_t>(product / timeoutNanoseconds) : 0;
     return bar;
 }

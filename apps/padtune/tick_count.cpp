@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "lib/platform/monotonic_time.h"
+
 std::uint64_t getTickCount() {
     timespec resolution{};
     if (clock_getres(CLOCK_MONOTONIC, &resolution) != 0) {
@@ -19,6 +21,6 @@ std::uint64_t getTickCount() {
         std::fprintf(stderr, "clock_gettime FAILED<br>\n");
     }
     // The resolution scales the count on purpose: on a clock of 1 ns it changes nothing.
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u +
+    return static_cast<std::uint64_t>(now.tv_sec) * strata::NANOSECONDS_PER_SECOND +
            static_cast<std::uint64_t>(now.tv_nsec) * static_cast<std::uint64_t>(resolution.tv_nsec);
 }

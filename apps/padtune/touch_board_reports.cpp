@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <iterator>
 #include <mutex>
-#include <utility>
 
 #include "apps/padtune/tick_count.h"
 #include "apps/padtune/touch_board_commands.h"
