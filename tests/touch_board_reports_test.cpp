@@ -18,6 +18,7 @@
 #include "apps/padtune/tick_count.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/unique_fd.h"
+#include "tests/report_builder.h"
 
 bool operator==(const BoardParameter& a, const BoardParameter& b) {
     return a.code == b.code && a.value == b.value;
@@ -25,20 +26,13 @@ bool operator==(const BoardParameter& a, const BoardParameter& b) {
 
 namespace {
 
-using Slots = std::array<std::uint32_t, 29>;
-
-/// A valid setup report. Where a word holds codes in its low bytes, the others mean nothing.
-Slots MakeSetup() {
-    Slots slots{0xFFFF, 0xA5A5C2C2, 16, 0x01020BA5};
-    for (unsigned button = 1; button <= 11; ++button) {
-        slots[3 + button] = 40 + button;
-    }
-    const std::uint32_t groups[] = {0x00A5A7A6, 0xFFFFA9A8, 0x80A5ABAA, 0x00FF0000, 0x0000A6A6};
-    for (unsigned slot = 15; slot < slots.size(); ++slot) {
-        const unsigned group = (slot - 15) / 3;
-        slots[slot] = slot % 3 == 0 ? groups[group] : 10 * group + slot % 3;
-    }
-    return slots;
+ReportBuilder MakeSetup() {
+    return ReportBuilder::Setup()
+        .Parameters(0xA6, 1, 0xA7, 2)
+        .Parameters(0xA8, 11, 0xA9, 12)
+        .Parameters(0xAA, 21, 0xAB, 22)
+        .Parameters(0, 31, 0, 32)
+        .Slot(27, 0xA6A6);
 }
 
 class TouchBoardReportsTest : public testing::Test {
@@ -47,16 +41,15 @@ public:
 
 protected:
     /// Delivers a report as the port does, from one index to another.
-    void Deliver(const Slots& slots, unsigned first = 0, unsigned last = 28) {
-        for (unsigned index = first; index <= last; ++index) {
-            reports.OnValue(index, slots[index], 32);
-        }
+    void Deliver(const ReportBuilder& report, unsigned first = 0, unsigned last = ReportBuilder::SLOTS - 1) {
+        report.Deliver([this](unsigned index, std::uint32_t value) { reports.OnValue(index, value, 32); },
+                       first, last);
     }
 
     /// Delivers a report and returns what it printed.
-    std::string Send(const Slots& slots) {
+    std::string Send(const ReportBuilder& report) {
         testing::internal::CaptureStderr();
-        Deliver(slots);
+        Deliver(report);
         return testing::internal::GetCapturedStderr();
     }
 
@@ -89,13 +82,12 @@ TEST_F(TouchBoardReportsTest, ReadsASetupAndPrintsItsInfoOnce) {
 }
 
 TEST_F(TouchBoardReportsTest, ReportsZeroCodesOnlyNearTheFront) {
-    Slots slots = MakeSetup();
-    slots[15] = 0xA600;
-    slots[18] = 0x00A5;
-    slots[21] = 0x00A8;
-    slots[24] = 0x00AC;
     // The third known parameter ends it.
-    EXPECT_THAT(Send(slots),
+    EXPECT_THAT(Send(ReportBuilder::Setup()
+                         .Parameters(0, 1, 0xA6, 2)
+                         .Parameters(0xA5, 11, 0, 12)
+                         .Parameters(0xA8, 21, 0, 22)
+                         .Parameters(0xAC, 31, 0, 32)),
                 testing::EndsWith("ZERO param 0 1\nINFO: NOISE_TH 2\nINFO: FINGER_TH 11\n"
                                   "ZERO param 0 12\nINFO: BASELINE_TH 21\nUNKNOWN param 172 31\n"));
 }
@@ -105,12 +97,10 @@ TEST_F(TouchBoardReportsTest, RefusesAStrangeSetupUntilAValidOneComes) {
                                              {0x04A5u, "Strange button count 4\n"},
                                              {0x0CA5u, "Strange button count 12\n"},
                                              {0x0BA4u, "Invalid button format\n"}}) {
-        Slots strange = MakeSetup();
-        strange[3] = buttons;
-        EXPECT_EQ(Send(strange), complaint);
+        EXPECT_EQ(Send(MakeSetup().Slot(3, buttons)), complaint);
         EXPECT_EQ(reports.GetButtonCount(), -1);
         EXPECT_FALSE(reports.TakeSetup());
-        EXPECT_EQ(Send(Slots{1, 1}), "");
+        EXPECT_EQ(Send(ReportBuilder::Diagnostics(1).Sample(1)), "");
         EXPECT_TRUE(live.values.samples.empty());
 
         Send(MakeSetup());
@@ -121,9 +111,7 @@ TEST_F(TouchBoardReportsTest, RefusesAStrangeSetupUntilAValidOneComes) {
 
 TEST_F(TouchBoardReportsTest, TakesAnythingElseAsDiagnostics) {
     for (const auto& [slot, value] : {std::pair{0u, 0xFFFEu}, {1u, 0xC2C3u}, {1u, 0xC3C2u}, {2u, 48u}}) {
-        Slots slots = MakeSetup();
-        slots[slot] = value;
-        EXPECT_EQ(Send(slots), "");
+        EXPECT_EQ(Send(MakeSetup().Slot(slot, value)), "");
         EXPECT_EQ(reports.GetButtonCount(), -1);
     }
 }
@@ -131,14 +119,16 @@ TEST_F(TouchBoardReportsTest, TakesAnythingElseAsDiagnostics) {
 TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
     Send(MakeSetup());
     OutputDiagnostics = true;
-    Slots slots{0x80000403, 0xFFFF4D02, 100000, static_cast<std::uint32_t>(-70000), 300};
-    slots[5] = 0x01010100;  // no button: the group does not count
-    slots[6] = 1;
-    slots[9] = 33;  // no touch bit: none of the others is its own
-    slots[13] = 32;
-    slots[28] = 9;
-    slots[25] = 3;
-    EXPECT_EQ(Send(slots),
+    // Button 33 has no touch bit: none of the others is its own.
+    const ReportBuilder report = ReportBuilder::Diagnostics(0x80000403)
+                                     .Sample(2, 100000, -70000, 300, 77)
+                                     .Sample(0, 1, 1, 1, 1)
+                                     .Sample(33)
+                                     .Sample(32)
+                                     .Sample(0)
+                                     .Sample(0)
+                                     .Sample(3, 0, 0, 9);
+    EXPECT_EQ(Send(report),
               " 0.000: BT2: 100000 -70000    77   300 *\n 0.000: BT33:     0     0     0     0  \n"
               " 0.000: BT32:     0     0     0     0 *\n 0.000: BT3:     0     0     0     9  \n");
 
@@ -152,20 +142,18 @@ TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
     EXPECT_EQ(live.values.samples[1].touched, 0);
 
     live.runStart = getTickCount() - 12'005'000'000u;
-    EXPECT_THAT(Send(slots), testing::ContainsRegex("^12\\.[0-9]+: BT2"));
+    EXPECT_THAT(Send(report), testing::ContainsRegex("^12\\.[0-9]+: BT2"));
     live.runStart = getTickCount() + 60'000'000'000u;
-    EXPECT_EQ(Send(slots).substr(0, 7), " 0.000:");
+    EXPECT_EQ(Send(report).substr(0, 7), " 0.000:");
 }
 
 TEST_F(TouchBoardReportsTest, RemapsTheTouchBitsOfTheFourButtonBoard) {
-    Slots setup = MakeSetup();
     for (const auto& [format, wire, touched] : {std::array{32u, 0x0008u, 0x2u},
                                                 {32u, 0x0220u, 0x5u},
                                                 {32u, 0xFDD7u, 0x8u},
                                                 {16u, 0x0208u, 0x0208u}}) {
-        setup[2] = format;
-        Send(setup);
-        Send(Slots{wire});
+        Send(MakeSetup().Slot(2, format));
+        Send(ReportBuilder::Diagnostics(wire));
         EXPECT_EQ(live.values.touchBits, touched);
     }
 }
@@ -189,15 +177,14 @@ TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
 
 TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore) {
     // An invalid setup stays in its slots.
-    Slots invalid = MakeSetup();
-    invalid[3] = 0;
-    Send(invalid);
+    Send(MakeSetup().Slot(3, 0));
     Deliver(MakeSetup(), 3);
     EXPECT_EQ(reports.GetButtonCount(), 11);
 
     // The end of one report lost with the beginning of the next, and indexes that come twice.
-    Deliver({4, 3, 31, 32, 33, 2, 21, 22, 23}, 0, 8);
-    Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 4);
+    const auto next = ReportBuilder::Diagnostics(1).Sample(7, 71, 72, 73).Sample(6, 61, 62, 63);
+    Deliver(ReportBuilder::Diagnostics(4).Sample(3, 31, 32, 33).Sample(2, 21, 22, 23), 0, 8);
+    Deliver(next, 4);
     ASSERT_EQ(live.values.samples.size(), 2u);
     EXPECT_EQ(live.values.touchBits, 4u);
     EXPECT_EQ((std::array{live.values.samples[0].value1, live.values.samples[0].value3}),
@@ -205,18 +192,15 @@ TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore
     EXPECT_EQ(live.values.samples[1].value1, 61);
 
     // Nothing of a decoded report is left for one whose beginning is lost.
-    Deliver({1, 7, 71, 72, 73, 6, 61, 62, 63}, 5);
+    Deliver(next, 5);
     ASSERT_EQ(live.values.samples.size(), 1u);
     EXPECT_EQ(live.values.touchBits, 0u);
 }
 
 TEST_F(TouchBoardReportsTest, ASetupIsWaitedForUntilItsLinesArePrintedWhateverCameBefore) {
     // A setup that an invalid one follows before it is looked at.
-    Slots slots = MakeSetup();
-    slots[4] = 1000;
-    Send(slots);
-    slots[3] = 0;
-    Send(slots);
+    Send(MakeSetup().Slot(4, 1000));
+    Send(MakeSetup().Slot(3, 0));
 
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

@@ -8,10 +8,11 @@
 
 #include "apps/padtune/touch_board_commands.h"
 #include "tests/fuzz/fuzz_input.h"
+#include "tests/report_builder.h"
 
 namespace {
 
-constexpr unsigned SLOTS = 29;
+constexpr unsigned SLOTS = ReportBuilder::SLOTS;
 constexpr std::int32_t BUTTONS = 11;
 
 class Checker {
@@ -44,16 +45,12 @@ public:
 
     /// Whatever came before, a board that sends whole reports again is understood.
     void CheckRecovery() {
-        using Report = std::array<std::uint32_t, SLOTS>;
-        const Report setup{0xFFFF, 0xC2C2, 16, BUTTONS << 8 | COMMAND_FINGER_TH};
-        Report diagnostics{0x40};
-        for (unsigned i = 1; i < SLOTS; ++i) {
-            diagnostics[i] = i % 4 == 1 ? i / 4 + 1 : 1000 + i;
+        ReportBuilder diagnostics = ReportBuilder::Diagnostics(0x40);
+        for (unsigned button = 1; button <= 7; ++button) {
+            diagnostics.Sample(button, 1001, 1002, 1003);
         }
-        for (const Report& report : {setup, diagnostics}) {
-            for (unsigned i = 0; i < SLOTS; ++i) {
-                Send(i, report[i]);
-            }
+        for (const ReportBuilder& report : {ReportBuilder::Setup(), diagnostics}) {
+            report.Deliver([this](unsigned index, std::uint32_t value) { Send(index, value); });
         }
         REQUIRE(m_reports.GetButtonCount() == BUTTONS);
         REQUIRE(m_live.values.samples.size() == 7 && m_live.values.touchBits == 0x40);
