@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <climits>
 #include <string>
 #include <thread>
 #include <utility>
@@ -145,6 +147,23 @@ TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
     EXPECT_THAT(Send(report), testing::ContainsRegex("^12\\.[0-9]+: BT2"));
     live.runStart = getTickCount() + 60'000'000'000u;
     EXPECT_EQ(Send(report).substr(0, 7), " 0.000:");
+}
+
+TEST_F(TouchBoardReportsTest, WritesTheLinesOfAReportTogether) {
+    Send(MakeSetup());
+    OutputDiagnostics = true;
+    int ends[2];
+    // Each read from such a pipe gets one write.
+    ASSERT_EQ(pipe2(ends, O_DIRECT), 0);
+    const strata::UniqueFd readEnd(ends[0]);
+    const strata::UniqueFd writeEnd(ends[1]);
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(dup2(writeEnd.Get(), STDERR_FILENO), STDERR_FILENO);
+    Deliver(ReportBuilder::Diagnostics(0).Sample(1).Sample(2));
+    testing::internal::GetCapturedStderr();
+    char text[PIPE_BUF];
+    const ssize_t size = read(readEnd.Get(), text, sizeof text);
+    EXPECT_EQ(std::count(text, text + size, '\n'), 2);
 }
 
 TEST_F(TouchBoardReportsTest, RemapsTheTouchBitsOfTheFourButtonBoard) {
