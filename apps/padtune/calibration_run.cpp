@@ -32,7 +32,8 @@ constexpr unsigned MASK_BITS = 32;
 
 const std::vector<std::int32_t> DEFAULT_DIAGNOSED_BUTTONS = {1, 2, 3, 4};
 
-/// The mask of disabled buttons or LEDs. An --enable- option only makes the mask be sent; it clears nothing.
+/// The mask of disabled buttons or LEDs. An entry of an --enable- option sets no bit, nor does it clear the
+/// bit of a --disable- option, whichever comes first; alone it makes the mask 0.
 std::uint32_t MakeDisableMask(const std::vector<ButtonSwitch>& switches) {
     std::uint32_t mask = 0;
     for (const ButtonSwitch& entry : switches) {
@@ -49,7 +50,9 @@ void SetOutput(Port& port, unsigned index, std::uint32_t value) {
     port.SetOutput(index, value);
 }
 
-/// Writes an output, or prints why that failed.
+/// Writes an output, or prints why that failed. In the timed loop the port of an unplugged board keeps the
+/// value and writes it once the board is back. A value for a pin that the board lacks is lost, and so is a
+/// reset, after which the port is released.
 void SetOutputOrReport(Port& port, unsigned index, std::uint32_t value) {
     try {
         port.SetOutput(index, value);
@@ -103,8 +106,8 @@ void CalibrationRun::LeaveWhenTerminated() {
     }
 }
 
-/// Sleeps, and looks for a termination signal each second and in the end.
-/// @throws Terminated
+/// Sleeps in steps of up to a second and looks for a termination signal after each.
+/// @throws Terminated when one came
 void CalibrationRun::Sleep(std::chrono::milliseconds duration) {
     constexpr std::chrono::milliseconds LONGEST_STEP = std::chrono::seconds(1);
     do {
@@ -115,15 +118,16 @@ void CalibrationRun::Sleep(std::chrono::milliseconds duration) {
     } while (duration.count() > 0);
 }
 
-/// The pause that follows a command.
+/// Sleeps for the pause that follows a command.
 /// @throws Terminated
 void CalibrationRun::Pause() {
     Sleep(std::chrono::milliseconds(m_settings.pauseMilliseconds));
 }
 
-/// Opens a port of the board, null when it is not there. The page says what that means; why the port could
-/// not be opened does not matter to a run that goes on without it.
-/// @throws Terminated instead of opening it
+/// Opens a port of the board. Whatever is wrong with a port, it counts as absent: the page shows only which
+/// one is missing.
+/// @return null when it cannot be opened
+/// @throws Terminated when a termination signal came, instead of opening it
 std::shared_ptr<Port> CalibrationRun::OpenBoardPort(const char* name) {
     LeaveWhenTerminated();
     try {
@@ -133,7 +137,8 @@ std::shared_ptr<Port> CalibrationRun::OpenBoardPort(const char* name) {
     }
 }
 
-/// @return the board's setup; nothing when the run ends here, of which the page then says why
+/// @return the board's setup; nothing when the run ends here. The page says why, unless there is no board at
+/// all.
 /// @throws Terminated
 /// @throws what a port throws when the board does not take a command
 std::optional<BoardSetup> CalibrationRun::PrepareBoard() {
@@ -157,7 +162,7 @@ bool CalibrationRun::OpenInputs() {
     m_inputs.diagnostics = OpenBoardPort("TouchBoard-0-DIAGNOSTICS");
     m_inputs.gpio = OpenBoardPort("TouchBoard-0-GPIO");
     if (!m_inputs.diagnostics && !m_inputs.gpio) {
-        // No board at all: the title page says enough.
+        // Without any board the title page stays as it is, deliberately.
         return false;
     }
     if (!m_inputs.diagnostics) {
@@ -169,7 +174,8 @@ bool CalibrationRun::OpenInputs() {
         return false;
     }
 
-    // The callbacks outlive this object: they hold only what main keeps longer than the ports.
+    // The ports, and with them these callbacks, live longer than this object: the callbacks may use only what
+    // main keeps longer than the ports.
     m_inputs.diagnostics->SetValueCallback(
         [&reports = m_reports](unsigned index, unsigned value, unsigned width) {
             reports.OnValue(index, value, width);
@@ -236,7 +242,7 @@ void CalibrationRun::RunTimedLoop() {
     const auto timeout = static_cast<std::uint64_t>(m_settings.timeoutSeconds);
     const std::uint64_t end = start + timeout * NANOSECONDS_PER_SECOND;
 
-    // No elapsed second equals this one, so the first frame draws the counter.
+    // The run ends before this second, so the first frame finds its own second changed and draws the counter.
     std::uint64_t lastSecond = 2 * timeout;
     std::uint64_t lastFrame = 0;
     for (;;) {
@@ -244,7 +250,8 @@ void CalibrationRun::RunTimedLoop() {
         if (now >= end) {
             return;
         }
-        // Waits by asking the clock again: sleeping would blur the frames and the seconds.
+        // The loop waits for the next frame without sleeping: a sleep that ends late would delay the frame
+        // and the LED masks of a second.
         if (now - lastFrame <= FRAME_INTERVAL) {
             continue;
         }
@@ -253,7 +260,7 @@ void CalibrationRun::RunTimedLoop() {
         DrawLiveFrame(now - start);
         const std::uint64_t second = (now - start) / NANOSECONDS_PER_SECOND;
         if (second != lastSecond) {
-            // The entries of second 0 were played when the LED port opened.
+            // OpenLed played the masks of second 0.
             if (second != 0 && m_outputs.led) {
                 SetButtonMask(static_cast<std::int64_t>(second), SetOutputOrReport);
             }
@@ -276,14 +283,14 @@ void CalibrationRun::DrawLiveFrame(std::uint64_t elapsed) {
 
 void CalibrationRun::ResetBoard() {
     m_page.ShowMessage(m_page.GetStripTop(), COLOUR_COMPLETE, "Complete - Board has been reset");
-    // A signal that comes after the timed loop keeps no board from its reset. It is taken all the same, so
-    // that the next one ends the process at once.
+    // The reset is sent even when a termination signal came after the timed loop. The signal is taken all the
+    // same, so that the next one ends the process at once.
     m_signals.Take();
     SetOutputOrReport(*m_outputs.ledSetup, OUTPUT_COMMAND, MakeCommandWord(COMMAND_RESET, 0, 0));
     try {
         Pause();
     } catch (const Terminated&) {
-        // Nothing follows that could be left out.
+        // The pause was the last step of the run.
     }
 }
 
@@ -303,8 +310,9 @@ void CalibrationRun::SendCommand(std::uint32_t word) {
     Pause();
 }
 
-/// Plays the LED masks of one second of the run; 0 stands for the time before it. The LED port must be there.
-/// @param setOutput how a mask is written
+/// Writes the LED masks of one second of the run, with a pause after each. The LED port must be open.
+/// @param second 0 for the masks that come before the run
+/// @param setOutput writes a mask: SetOutput or SetOutputOrReport
 /// @throws Terminated
 /// @throws what setOutput throws
 void CalibrationRun::SetButtonMask(std::int64_t second, OutputFunction setOutput) {

@@ -18,7 +18,7 @@
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/hardware/external_control.h"
 
-/// The ports that deliver values. Declared apart from the others because they are released later.
+/// The ports that deliver values. They are apart from the others because main releases them later.
 struct BoardInputs {
     std::shared_ptr<ExternalControl::Port> diagnostics;
     std::shared_ptr<ExternalControl::Port> gpio;
@@ -30,8 +30,8 @@ struct BoardOutputs {
     std::shared_ptr<ExternalControl::Port> led;
 };
 
-/// Main thread only. The objects that it is given belong to main, whose order of declarations is the order of
-/// shutting down; the ports that it opens are left in them.
+/// Main thread only. The objects that a run is given must outlive it. They belong to main, which releases
+/// them in a certain order; therefore the run stores the ports that it opens in them.
 class CalibrationRun {
 public:
     CalibrationRun(const RunSettings& settings, TerminationSignals& signals, ScreenPage& page,
@@ -83,5 +83,5 @@ private:
     BoardInputs& m_inputs;
     BoardOutputs& m_outputs;
 
-    LiveValues m_shown;  ///< the frame's copy of the live values; its memory serves all frames
+    LiveValues m_shown;  ///< the frame's copy of the live values; a member to spare allocations
 };

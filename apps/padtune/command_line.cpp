@@ -54,8 +54,8 @@ struct ButtonRange {
     std::int32_t last;
 };
 
-/// Reads "<btn>" or "<btn>-<btn>"; nothing when it is neither. A range of one button is no range; a single
-/// button is taken as it stands.
+/// Reads "<btn>" or "<btn>-<btn>"; nothing when it is neither. The range of one button ("2-2") is refused,
+/// deliberately, and the number of a single button is not checked.
 std::optional<ButtonRange> ReadButtons(const std::string& text) {
     const StringSplitter pieces(text, "-");
     if (pieces.size() == 1) {
@@ -82,7 +82,8 @@ bool AppendForEachButton(std::vector<Entry>& list, const std::optional<ButtonRan
     }
     // Counted in 64 bits: the last button may be the largest number.
     const std::int64_t count = std::int64_t{range->last} - range->first + 1;
-    // All at once: growing little by little towards too many would take the memory of other programs first.
+    // The memory is asked for at once: a list that grew step by step would take the memory of other programs
+    // before it turned out to be too long.
     auto entry = list.size();
     list.resize(entry + static_cast<std::size_t>(count));
     for (std::int64_t button = range->first; button <= range->last; ++button) {

@@ -20,14 +20,16 @@
 
 namespace {
 
-/// What does not come up here shows when DirectFB is started on it, and is reported there.
+/// Starts the player's layer below DirectFB. Its failures are not checked here: starting DirectFB fails then,
+/// and reports it.
 void InitialisePlatformLayer() {
     DFB_Platform_P_Settings settings;
     DFB_Platform_P_GetDefaultSettings(&settings);
     DFB_Platform_P_Init(&settings, nullptr);
 }
 
-/// Loads the file type database once and lets it go; nothing here asks it anything.
+/// Loads libmagic's database of file types and closes it at once. Nothing here uses it, so failures do not
+/// matter.
 void TouchMagicDatabase() {
     if (const magic_t magic = magic_open(MAGIC_SYMLINK | MAGIC_DEVICES)) {
         magic_load(magic, nullptr);
@@ -35,8 +37,8 @@ void TouchMagicDatabase() {
     }
 }
 
-/// The hot-plug monitor brings ports back after the board was unplugged. A player without udev runs without
-/// it.
+/// Starts the hot-plug monitor, which brings ports back after the board was unplugged. A player without udev
+/// does without it.
 void StartHotplugMonitor(std::optional<KestrelObjectGlobals>& objectGlobals) {
     try {
         objectGlobals.emplace();
@@ -48,9 +50,10 @@ void StartHotplugMonitor(std::optional<KestrelObjectGlobals>& objectGlobals) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // The declarations stand in the reverse order of shutting down, which is the order of their destruction
-    // on every way out; what is optional starts later than it is declared. The signals come before any
-    // thread, and one that was taken ends the process.
+    // The objects are declared in the reverse order of shutting down: on every return they are destroyed from
+    // the last to the first. The two optional ones are created later than they are declared, for that order's
+    // sake. The signals are first: they must be blocked before any thread starts, and the destructor of their
+    // object ends the process by the signal that was taken.
     TerminationSignals signals;
     HardwareConfig hardwareConfig;
 

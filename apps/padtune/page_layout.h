@@ -60,6 +60,8 @@ PageRectangle GetProgressOutline(const StripLayout& strip);
 PageRectangle GetProgressBar(const StripLayout& strip, std::int64_t elapsedNanoseconds,
                              std::int32_t timeoutSeconds);
 
-/// The boxes of a board, button n at position n - 1. A grid has boxes only for a board that announced its
-/// count of buttons; a KP120, whose buttons form a cross, announces that count too.
+/// The boxes of a board, button n at position n - 1.
+/// @param keypad the keypad of the board's kind; a grid is laid out only when the board announced eleven
+/// buttons
+/// @param buttonCount as the board announced it, which is eleven for a board with a cross, too
 std::vector<ButtonBox> LayOutButtonBoxes(Keypad keypad, std::int32_t buttonCount, const BoxArea& area);

@@ -1,4 +1,5 @@
-// The program's reports of failed DirectFB calls go by the program's name, not by the file's.
+// The source file that DFBCHECK names in its reports: the program's main source, whichever file the call is
+// in.
 #define DFBCHECK_SOURCE "apps/padtune/padtune"
 
 #include "apps/padtune/screen_page.h"
@@ -26,8 +27,8 @@ constexpr std::uint32_t GREEN = 0x00FF00;
 constexpr std::uint32_t ORANGE = 0xFF7F00;
 constexpr std::uint32_t VALUE_COLOUR = 0xFF7777;
 
-// Where the labels of the parameter table end and its values start, to the right of the widest label's
-// width.
+// In the parameter table: where labels end and where values start. Both are distances from the width of the
+// widest label.
 constexpr std::int32_t LABEL_END = 5;
 constexpr std::int32_t VALUE_START = 7;
 constexpr std::int32_t GAP_AFTER_BOX_NAME = 5;
@@ -42,9 +43,8 @@ std::string FormatRawHeader(int rawHeader) {
     return rawHeader < 0 ? "?" : strprintf("%d", rawHeader);
 }
 
-/// The row of a parameter, if it has one. Complains about a code without a label on standard error each time
-/// it is asked; the table is gone through twice, to measure and to draw, so each such code deliberately gives
-/// two lines.
+/// The row of a parameter, if it has one. Each call with a code that has no label prints a line on standard
+/// error. The table is walked twice, to measure and to draw, so such a code gives two lines, deliberately.
 std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, int rawHeader) {
     if (parameter.code == COMMAND_DIAGNOSE_BUTTON) {
         return std::nullopt;  // marks an unused place of the setup report
@@ -62,9 +62,9 @@ bool HasBit(std::uint32_t bits, const ButtonBox& box) {
     return (bits >> (box.button - 1) & 1) != 0;
 }
 
-/// Leaves the termination signals to the program. On a thread of its own, which waits for them even where
-/// they are blocked, DirectFB would tear down the screen that the main thread draws on. To be called between
-/// DirectFBInit and DirectFBCreate.
+/// Keeps DirectFB from handling the termination signals. DirectFB has a thread that waits for signals,
+/// blocked ones included, and would release the screen while the main thread still draws on it. To be called
+/// between DirectFBInit and DirectFBCreate.
 void KeepDirectFBOffTerminationSignals() {
     std::string numbers;
     for (const int number : TerminationSignals::NUMBERS) {
@@ -72,7 +72,7 @@ void KeepDirectFBOffTerminationSignals() {
     }
     const DFBResult result = DirectFBSetOption("dont-catch", numbers.c_str());
     if (result != DFB_OK) {
-        // No more than the end by a signal depends on it.
+        // The run can do without: only an end by a signal is not orderly then.
         std::fprintf(stderr, "DirectFB catches termination signals: %s\n", DirectFBErrorString(result));
     }
 }
@@ -237,7 +237,7 @@ void ScreenPage::DrawFrame(const std::vector<ButtonSample>& samples, std::uint32
             continue;
         }
         if (sample.button == 0) {
-            continue;  // names no button
+            continue;  // 0 is no button
         }
         DrawSample(m_boxes[sample.button - 1], sample, gpioLevels);
         diagnosed |= std::uint32_t{1} << (sample.button - 1);
@@ -258,7 +258,8 @@ void ScreenPage::DrawSample(const ButtonBox& box, const ButtonSample& sample, st
     DrawText(strprintf("%d", sample.value1), box.x, box.y + line);
     DrawText(strprintf("%d", sample.value2), box.x, box.y + 2 * line);
     DrawText(strprintf("%d", sample.value4), box.x, box.y + 3 * line);
-    // value3 stands last, as in the diagnostic lines, and warns by itself.
+    // value3 is drawn last, as in the diagnostic lines. It is orange when it is not 0 although nobody touches
+    // the button.
     if (sample.value3 != 0 && !touched) {
         SetColour(ORANGE);
     }

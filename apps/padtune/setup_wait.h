@@ -9,10 +9,10 @@
 
 #include "apps/padtune/touch_board_reports.h"
 
-/// Waits until the board's setup has been decoded. Main thread.
-/// @param deadline when to give up on a board that announced no button, in ticks of getTickCount. A setup of
-///        which the count is there is waited for without limit: it follows as soon as its lines are printed,
-///        and what holds these up would hold up the end of the run, too.
+/// Waits until the board's setup has been decoded. Main thread. Once there is a count of buttons, the rest of
+/// the setup is waited for without a limit: it follows as soon as the setup's lines are printed. When nobody
+/// reads standard error, the run could not end in order anyway, for it would wait for the poll thread.
+/// @param deadline when to give up on a board that announced no button, in ticks of getTickCount
 /// @param sleep called to let time pass; what it throws ends the wait
 /// @return the setup; an empty one when only a count of 0 came; nothing when there was no valid one in time
 std::optional<BoardSetup> WaitForSetup(TouchBoardReports& reports, std::uint64_t deadline,

@@ -46,7 +46,7 @@ bool TerminationSignals::Take() {
     return true;
 }
 
-/// Gives the signals their default action back. One that is pending then ends the process here.
+/// Unblocks the signals, so that they have their default action again. A pending one ends the process here.
 void TerminationSignals::Release() const {
     const int error = pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
     PLATFORM_ASSERT(error == 0);

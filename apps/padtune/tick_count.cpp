@@ -20,7 +20,8 @@ std::uint64_t getTickCount() {
     if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) {
         std::fprintf(stderr, "clock_gettime FAILED<br>\n");
     }
-    // The resolution scales the count on purpose: on a clock of 1 ns it changes nothing.
+    // The nanoseconds are multiplied by the clock's resolution, deliberately; on a clock of 1 ns that changes
+    // nothing.
     return static_cast<std::uint64_t>(now.tv_sec) * strata::NANOSECONDS_PER_SECOND +
            static_cast<std::uint64_t>(now.tv_nsec) * static_cast<std::uint64_t>(resolution.tv_nsec);
 }

@@ -37,10 +37,11 @@ constexpr unsigned SLOT_FIRST_GROUP = 1;
 constexpr unsigned SAMPLE_GROUPS = 7;
 constexpr unsigned SAMPLE_GROUP_SIZE = 4;
 
-/// Where the touch bits of the four-button board stand; entry n is the old place of new bit n.
+/// Which bits of a report's first word are the touch bits of the four-button board: entry n for button n+1.
 constexpr unsigned REMAPPED_TOUCH_BITS[] = {9, 3, 5, 4};
 
-/// How many known parameters may precede a zero code that is still worth a line.
+/// A parameter with code 0 is unused; it is reported only where no more known parameters than these come
+/// first.
 constexpr int MAX_KNOWN_BEFORE_ZERO_LINE = 2;
 
 constexpr std::uint32_t Byte(std::uint32_t word, unsigned index) {
@@ -72,8 +73,8 @@ void TouchBoardReports::OnValue(unsigned index, unsigned value, unsigned /*width
         std::fprintf(stderr, "ERROR: Diagnostics %d - OUT OF RANGE\n", static_cast<int>(index));
         return;
     }
-    // Deliberately whatever came before: where the kernel dropped events, which it does without a notice, a
-    // report may lack values or hold those of two instants.
+    // The last index completes the report whatever came before it, deliberately. When its queue overflows,
+    // the kernel drops events without a notice: a report may then lack values or hold those of two reports.
     m_slots[index] = value;
     if (index != SLOT_COUNT - 1) {
         return;
@@ -98,10 +99,11 @@ void TouchBoardReports::DecodeSetup() {
     if (Byte(m_slots[SLOT_BUTTONS], 0) != COMMAND_FINGER_TH) {
         std::fprintf(stderr, "Invalid button format\n");
         m_buttonCount = -1;
-        return;  // the slots stay as they are
+        return;  // deliberately without clearing the slots, here and below
     }
 
-    // Stored before it is checked: main may see a strange count for a moment, but no new setup comes with it.
+    // The count is stored before it is checked. The main thread may see a strange one for a moment, but finds
+    // no setup with it.
     const auto count = static_cast<std::int32_t>(Byte(m_slots[SLOT_BUTTONS], 1));
     m_buttonCount = count;
     if (count != SUPPORTED_BUTTON_COUNT) {
@@ -133,7 +135,7 @@ void TouchBoardReports::ReadThresholds(BoardSetup& setup) const {
 }
 
 void TouchBoardReports::ReadParameters(BoardSetup& setup) const {
-    // The raw header is no parameter of the board; its entry makes room for the page's row.
+    // The raw header is no parameter of the report: this entry gives it the first row of the page's table.
     setup.parameters.push_back({COMMAND_RAW_HEADER, 0});
 
     const unsigned firstSlot = SLOT_FIRST_THRESHOLD + static_cast<unsigned>(setup.buttonCount);
@@ -157,7 +159,7 @@ void TouchBoardReports::ReviewParameters(BoardSetup& setup) const {
             if (knownParameters <= MAX_KNOWN_BEFORE_ZERO_LINE) {
                 std::fprintf(stderr, "ZERO param %d %d\n", 0, parameter.value);
             }
-            // The page leaves this code out.
+            // The page draws no row for this code.
             parameter.code = COMMAND_DIAGNOSE_BUTTON;
         } else {
             // The entry of the raw header has no report name and is reported at every setup report: readers
@@ -179,7 +181,7 @@ void TouchBoardReports::DecodeDiagnostics() {
         PrintSamples();
     }
     {
-        // Swapped: what the live state had is the memory of the next report.
+        // The live state gives the list that it had in return: its memory serves the next report.
         const std::lock_guard lock(m_live.mutex);
         m_live.values.samples.swap(m_samples);
         m_live.values.touchBits = touchBits;
@@ -214,7 +216,7 @@ void TouchBoardReports::ReadSamples(std::uint32_t touchBits) {
         sample.value2 = static_cast<std::int32_t>(words[2]);
         sample.value3 = static_cast<std::int32_t>(words[3]);
         sample.value4 = static_cast<std::int32_t>(Byte(words[0], 1));
-        // A button number comes from a byte of the board; the touch bits have 32.
+        // The board may send any number up to 255; only buttons 1 to 32 have a touch bit.
         sample.touched = button <= 32 && (touchBits >> (button - 1) & 1) != 0;
     }
 }

@@ -71,11 +71,11 @@ private:
 
     // Touched on the poll thread only.
     ReportSlots m_slots{};
-    std::vector<ButtonSample> m_samples;  ///< of the report; its memory comes back from the live state
+    std::vector<ButtonSample> m_samples;  ///< of the report that is being decoded
     bool m_remapTouchBits = false;
     bool m_printInfo = true;
 
-    // A mailbox of one: the poll thread puts, the main thread takes.
+    // The newest setup, owned: put here by the poll thread, taken by the main thread.
     std::atomic<BoardSetup*> m_newestSetup{nullptr};
     std::atomic<std::int32_t> m_buttonCount{-1};
 };
