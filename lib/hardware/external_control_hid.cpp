@@ -72,21 +72,10 @@ std::shared_ptr<PortOnHid> PortOnHid::Open(const Descriptor& descriptor, InputCa
 
 PortOnHid::PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback)
     : m_device(OpenDevice(descriptor.hid_device)),
-      m_capabilities(descriptor.capabilities),
-      m_application(descriptor.application),
-      m_reportId(descriptor.reportId),
-      m_inputField(descriptor.inputField),
-      m_outputField(descriptor.outputField),
-      m_directionField(descriptor.directionField),
-      m_usageBase(descriptor.usageBase),
-      m_count(descriptor.count),
-      m_bitsPerField(descriptor.bitsPerField),
+      m_descriptor(descriptor),
       m_inputCallback(std::move(inputCallback)),
       m_lostCallback(std::move(lostCallback)),
-      m_inverted(descriptor.IsActiveLow()),
-      m_modelCode(descriptor.modelCode),
-      m_headerValue(descriptor.headerValue),
-      m_location(descriptor.location) {
+      m_inverted(descriptor.IsActiveLow()) {
     m_directions = InitReport();
 }
 
@@ -116,7 +105,7 @@ hiddev_usage_ref PortOnHid::MakeUsageRef(std::uint32_t reportType, std::uint32_t
                                          std::uint32_t usageCode, unsigned pin) const {
     hiddev_usage_ref reference{};
     reference.report_type = reportType;
-    reference.report_id = m_reportId;
+    reference.report_id = m_descriptor.reportId;
     reference.field_index = field;
     reference.usage_index = pin;
     reference.usage_code = usageCode + pin;
@@ -128,7 +117,7 @@ std::uint32_t PortOnHid::ReadUsages(std::uint32_t reportType, std::uint32_t fiel
                                     bool inverted, const char* operation) const {
     hiddev_usage_ref_multi usages{};
     usages.uref = MakeUsageRef(reportType, field, usageCode, 0);
-    usages.num_values = std::min<std::uint32_t>(m_count, HID_MAX_MULTI_USAGES);
+    usages.num_values = std::min<std::uint32_t>(m_descriptor.count, HID_MAX_MULTI_USAGES);
     if (ioctl(m_device.Get(), HIDIOCGUSAGES, &usages) < 0) {
         throw ErrnoException(errno, operation);
     }
@@ -155,7 +144,7 @@ void PortOnHid::SubmitUsage(hiddev_usage_ref reference) const {
 }
 
 void PortOnHid::SubmitUsages(hiddev_usage_ref_multi& usages) const {
-    usages.uref = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, 0);
+    usages.uref = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, 0);
     if (ioctl(m_device.Get(), HIDIOCSUSAGES, &usages) < 0) {
         throw ErrnoException(errno, "SetAllLevels");
     }
@@ -165,7 +154,7 @@ void PortOnHid::SubmitUsages(hiddev_usage_ref_multi& usages) const {
 void PortOnHid::FlushOutputs() const {
     hiddev_report_info report{};
     report.report_type = HID_REPORT_TYPE_OUTPUT;
-    report.report_id = m_reportId;
+    report.report_id = m_descriptor.reportId;
     if (ioctl(m_device.Get(), HIDIOCSREPORT, &report) < 0) {
         throw ErrnoException(errno, "FlushOutputs");
     }
@@ -185,25 +174,25 @@ std::uint32_t PortOnHid::InitReport() {
 }
 
 std::uint32_t PortOnHid::ReadAllDirections() const {
-    switch (m_capabilities) {
+    switch (m_descriptor.capabilities) {
         case CAPABILITY_BOTH:
-            return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE, false,
-                              "ReadAllOutputs");
+            return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
+                              m_descriptor.usageBase | DIRECTION_USAGE, false, "ReadAllOutputs");
         case CAPABILITY_OUTPUT:
-            return AllPins(m_count);
+            return AllPins(m_descriptor.count);
         default:
             return 0;
     }
 }
 
 bool PortOnHid::IsDirectionOutput(unsigned pin) const {
-    return GetUsage(MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE,
-                                 pin)) != 0;
+    return GetUsage(MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
+                                 m_descriptor.usageBase | DIRECTION_USAGE, pin)) != 0;
 }
 
 void PortOnHid::SetDirection(unsigned pin, Direction direction) {
-    hiddev_usage_ref reference =
-        MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_directionField, m_usageBase | DIRECTION_USAGE, pin);
+    hiddev_usage_ref reference = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
+                                              m_descriptor.usageBase | DIRECTION_USAGE, pin);
     reference.value = direction == Direction::OUTPUT ? 1 : 0;
     SubmitUsage(reference);
     FlushOutputs();
@@ -222,21 +211,21 @@ std::string PortOnHid::GetVersion() {
 }
 
 std::string PortOnHid::GetProperties() {
-    return FormatBoardProperties(m_modelCode, m_headerValue);
+    return FormatBoardProperties(m_descriptor.modelCode, m_descriptor.headerValue);
 }
 
 void PortOnHid::ConfigureInput(unsigned pin) {
-    if (m_capabilities == CAPABILITY_BOTH) {
+    if (m_descriptor.capabilities == CAPABILITY_BOTH) {
         const std::lock_guard lock(m_commandMutex);
         SetDirection(pin, Direction::INPUT);
-    } else if (m_capabilities != CAPABILITY_INPUT) {
+    } else if (m_descriptor.capabilities != CAPABILITY_INPUT) {
         throw std::runtime_error("Pin cannot be configured as input");
     }
 }
 
 bool PortOnHid::IsInput(unsigned pin) {
-    if (m_capabilities != CAPABILITY_BOTH) {
-        return m_capabilities == CAPABILITY_INPUT;
+    if (m_descriptor.capabilities != CAPABILITY_BOTH) {
+        return m_descriptor.capabilities == CAPABILITY_INPUT;
     }
     const std::lock_guard lock(m_commandMutex);
     return !IsDirectionOutput(pin);
@@ -244,29 +233,31 @@ bool PortOnHid::IsInput(unsigned pin) {
 
 bool PortOnHid::GetInput(unsigned pin) {
     const std::lock_guard lock(m_commandMutex);
-    return (GetUsage(MakeUsageRef(HID_REPORT_TYPE_INPUT, m_inputField, m_usageBase, pin)) != 0) != m_inverted;
+    return (GetUsage(MakeUsageRef(HID_REPORT_TYPE_INPUT, m_descriptor.inputField, m_descriptor.usageBase,
+                                  pin)) != 0) != m_inverted;
 }
 
 unsigned PortOnHid::ReadAllInputs() {
-    if ((m_capabilities & CAPABILITY_INPUT) == 0) {
+    if ((m_descriptor.capabilities & CAPABILITY_INPUT) == 0) {
         return 0;
     }
     const std::lock_guard lock(m_commandMutex);
-    return ReadUsages(HID_REPORT_TYPE_INPUT, m_inputField, m_usageBase, m_inverted, "ReadAllInputs");
+    return ReadUsages(HID_REPORT_TYPE_INPUT, m_descriptor.inputField, m_descriptor.usageBase, m_inverted,
+                      "ReadAllInputs");
 }
 
 void PortOnHid::ConfigureOutput(unsigned pin) {
-    if (m_capabilities == CAPABILITY_BOTH) {
+    if (m_descriptor.capabilities == CAPABILITY_BOTH) {
         const std::lock_guard lock(m_commandMutex);
         SetDirection(pin, Direction::OUTPUT);
-    } else if (m_capabilities != CAPABILITY_OUTPUT) {
+    } else if (m_descriptor.capabilities != CAPABILITY_OUTPUT) {
         throw std::runtime_error("Pin cannot be configured as output");
     }
 }
 
 bool PortOnHid::IsOutput(unsigned pin) {
-    if (m_capabilities != CAPABILITY_BOTH) {
-        return m_capabilities == CAPABILITY_OUTPUT;
+    if (m_descriptor.capabilities != CAPABILITY_BOTH) {
+        return m_descriptor.capabilities == CAPABILITY_OUTPUT;
     }
     const std::lock_guard lock(m_commandMutex);
     return IsDirectionOutput(pin);
@@ -274,13 +265,14 @@ bool PortOnHid::IsOutput(unsigned pin) {
 
 unsigned PortOnHid::ReadAllOutputs() {
     const std::lock_guard lock(m_commandMutex);
-    return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, false, "ReadAllOutputs");
+    return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, false,
+                      "ReadAllOutputs");
 }
 
 void PortOnHid::SetAllLevels(unsigned mask) {
     const std::lock_guard lock(m_commandMutex);
     hiddev_usage_ref_multi usages{};
-    usages.num_values = std::min<std::uint32_t>(m_count, HID_MAX_MULTI_USAGES);
+    usages.num_values = std::min<std::uint32_t>(m_descriptor.count, HID_MAX_MULTI_USAGES);
     for (unsigned pin = 0; pin < usages.num_values; ++pin) {
         usages.values[pin] = (mask & PinBit(pin)) != 0;
         m_outputs[pin] = static_cast<unsigned>(usages.values[pin]);
@@ -291,7 +283,7 @@ void PortOnHid::SetAllLevels(unsigned mask) {
 void PortOnHid::SetOutputs(const unsigned* values, unsigned count) {
     const std::lock_guard lock(m_commandMutex);
     hiddev_usage_ref_multi usages{};
-    usages.num_values = std::min<std::uint32_t>({count, m_count, HID_MAX_MULTI_USAGES});
+    usages.num_values = std::min<std::uint32_t>({count, m_descriptor.count, HID_MAX_MULTI_USAGES});
     for (unsigned pin = 0; pin < usages.num_values; ++pin) {
         const std::uint32_t encoded = Encode(values[pin]);
         usages.values[pin] = static_cast<std::int32_t>(encoded);
@@ -302,7 +294,8 @@ void PortOnHid::SetOutputs(const unsigned* values, unsigned count) {
 
 void PortOnHid::SetOutput(unsigned pin, unsigned value) {
     const std::lock_guard lock(m_commandMutex);
-    hiddev_usage_ref reference = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_outputField, m_usageBase, pin);
+    hiddev_usage_ref reference =
+        MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, pin);
     const std::uint32_t encoded = Encode(value);
     reference.value = static_cast<std::int32_t>(encoded);
     // Remembered before it is sent: a board that is away gets it when it comes back.
@@ -312,7 +305,7 @@ void PortOnHid::SetOutput(unsigned pin, unsigned value) {
 }
 
 std::uint32_t PortOnHid::Encode(unsigned value) const {
-    switch (m_bitsPerField) {
+    switch (m_descriptor.bitsPerField) {
         case 1:
             return value != 0;
         case 8:
@@ -375,12 +368,12 @@ void PortOnHid::OnLostTimer(std::uintptr_t) {
 void PortOnHid::HandleEvent(const hiddev_event& event) {
     // Every descriptor gets the events of all the device's reports. Codes below the base wrap around to large
     // ones.
-    const unsigned index = event.hid - m_usageBase;
-    if (index >= m_count) {
+    const unsigned index = event.hid - m_descriptor.usageBase;
+    if (index >= m_descriptor.count) {
         return;
     }
     const auto value = static_cast<unsigned>(event.value);
-    if (m_bitsPerField == 32 && m_application == APPLICATION_LIGHT_CONTROLLER) {
+    if (m_descriptor.bitsPerField == 32 && m_descriptor.application == APPLICATION_LIGHT_CONTROLLER) {
         m_inputCallback(index, value, 32);
     } else {
         HandleLevel(index, value != 0);
@@ -418,7 +411,7 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
     }
     const std::string node = "usb" + deviceName;
     const auto place = UsbBusOrder::Find(node);
-    if (!place || place->location != m_location) {
+    if (!place || place->location != m_descriptor.location) {
         return;
     }
     // Deliberately without O_CLOEXEC, unlike the first open.

@@ -94,7 +94,7 @@ public:
     /// For Open: opens the device and reads its state.
     PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback);
 
-    unsigned GetPinCount() override { return m_count; }
+    unsigned GetPinCount() override { return m_descriptor.count; }
     std::string GetVersion() override;
     std::string GetProperties() override;
     void ConfigureInput(unsigned pin) override;
@@ -151,15 +151,7 @@ private:
     bool RestoreNextOutput(std::optional<unsigned>& last);
 
     strata::UniqueFd m_device;
-    const std::uint32_t m_capabilities;
-    const std::uint32_t m_application;
-    const std::uint32_t m_reportId;
-    const std::uint32_t m_inputField;
-    const std::uint32_t m_outputField;
-    const std::uint32_t m_directionField;
-    const std::uint32_t m_usageBase;
-    const std::uint32_t m_count;
-    const std::uint32_t m_bitsPerField;
+    const Descriptor m_descriptor;
     std::atomic<std::uint32_t> m_inputs{0};      ///< last level seen of every pin
     std::atomic<std::uint32_t> m_directions{0};  ///< set: the pin is an output
     const InputCallback m_inputCallback;
@@ -167,9 +159,6 @@ private:
         m_valueCallback;  ///< null or callable; changes while callbacks are blocked
     const LostCallback m_lostCallback;
     const bool m_inverted;  ///< a usage value of 0 means level 1
-    const std::uint32_t m_modelCode;
-    const std::uint32_t m_headerValue;
-    const std::string m_location;
     std::atomic<bool> m_lost{false};
     std::atomic<bool> m_closing{false};  ///< the port is being destroyed
 
