@@ -18,9 +18,9 @@ using namespace ExternalControl::Impl;
 
 namespace {
 
-PortOnHid::Descriptor Field(std::uint32_t device, std::uint32_t application, std::uint32_t page,
-                            std::uint32_t capabilities = CAPABILITY_INPUT, std::uint32_t reportId = 1) {
-    PortOnHid::Descriptor field;
+Descriptor Field(std::uint32_t device, std::uint32_t application, std::uint32_t page,
+                 std::uint32_t capabilities = CAPABILITY_INPUT, std::uint32_t reportId = 1) {
+    Descriptor field;
     field.hid_device = device;
     field.application = application;
     field.usageBase = 0xFF000001 | page << 16;
@@ -30,11 +30,11 @@ PortOnHid::Descriptor Field(std::uint32_t device, std::uint32_t application, std
     return field;
 }
 
-std::vector<PortOnHid::DescriptorPtr> MakeDescriptors(const std::vector<PortOnHid::Descriptor>& fields) {
-    std::vector<PortOnHid::DescriptorPtr> descriptors;
+std::vector<DescriptorPtr> MakeDescriptors(const std::vector<Descriptor>& fields) {
+    std::vector<DescriptorPtr> descriptors;
     descriptors.reserve(fields.size());
     for (const auto& field : fields) {
-        descriptors.push_back(std::make_shared<PortOnHid::Descriptor>(field));
+        descriptors.push_back(std::make_shared<Descriptor>(field));
     }
     return descriptors;
 }
@@ -54,11 +54,11 @@ TEST(Finder, LogicalRangesGiveTheWidth) {
 
 TEST(Finder, FieldsOfOneReportMakeOnePort) {
     Finder finder;
-    PortOnHid::Descriptor input = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_INPUT, 7);
+    Descriptor input = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_INPUT, 7);
     input.inputField = 0;
-    PortOnHid::Descriptor output = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_OUTPUT, 7);
+    Descriptor output = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_OUTPUT, 7);
     output.outputField = 3;
-    PortOnHid::Descriptor direction = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_BOTH, 7);
+    Descriptor direction = Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_BOTH, 7);
     direction.directionField = 4;
     for (const auto& field : {input, output, Field(2, APPLICATION_EXPANDER, 0x01, CAPABILITY_INPUT, 8),
                               Field(3, APPLICATION_EXPANDER, 0x01, CAPABILITY_OUTPUT, 7), direction}) {
@@ -80,7 +80,7 @@ TEST(Finder, SortsByPositionKeepingTheFieldsOfADeviceTogether) {
     const UsbPosition positions[] = {{}, {1, 10}, {}, {1, 2}, {1, 10}};
     for (std::uint32_t device = 0; device < std::size(positions); ++device) {
         for (std::uint32_t page : {1, 2}) {
-            PortOnHid::Descriptor field = Field(device, APPLICATION_EXPANDER, page);
+            Descriptor field = Field(device, APPLICATION_EXPANDER, page);
             field.position = positions[device];
             finder.OnFound(field);
         }

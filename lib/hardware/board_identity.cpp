@@ -64,7 +64,7 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
     }
 }
 
-std::optional<BoardAnswer> ReadBoardAnswer(int device, const PortOnHid::Descriptor& setupDesc) {
+std::optional<BoardAnswer> ReadBoardAnswer(int device, const Descriptor& setupDesc) {
     hiddev_usage_ref_multi usages{};
     usages.uref.report_type = HID_REPORT_TYPE_INPUT;
     usages.uref.report_id = setupDesc.reportId;
@@ -85,8 +85,7 @@ std::optional<BoardAnswer> ReadBoardAnswer(int device, const PortOnHid::Descript
     return BoardAnswer{*model, headerValue};
 }
 
-BoardIdentity::BoardIdentity(const PortOnHid::DescriptorPtr& identDesc,
-                             const PortOnHid::DescriptorPtr& setupDesc) {
+BoardIdentity::BoardIdentity(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc) {
     PLATFORM_ASSERT(identDesc->hid_device == setupDesc->hid_device);
 
     const std::string path = strprintf("/dev/usb/hiddev%u", identDesc->hid_device);
@@ -108,7 +107,7 @@ BoardIdentity::BoardIdentity(const PortOnHid::DescriptorPtr& identDesc,
     }
 }
 
-void BoardIdentity::SendRequest(const PortOnHid::Descriptor& identDesc) const {
+void BoardIdentity::SendRequest(const Descriptor& identDesc) const {
     hiddev_usage_ref usage{};
     usage.report_type = HID_REPORT_TYPE_OUTPUT;
     usage.report_id = identDesc.reportId;
@@ -128,7 +127,7 @@ void BoardIdentity::SendRequest(const PortOnHid::Descriptor& identDesc) const {
 }
 
 /// @return whether there was an answer
-bool BoardIdentity::TakeAnswer(const PortOnHid::Descriptor& setupDesc) {
+bool BoardIdentity::TakeAnswer(const Descriptor& setupDesc) {
     const std::optional<BoardAnswer> answer = ReadBoardAnswer(m_device.Get(), setupDesc);
     if (!answer) {
         return false;

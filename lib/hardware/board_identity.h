@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "lib/hardware/external_control_hid.h"
+#include "lib/hardware/external_control_hid_descriptor.h"
 #include "lib/platform/unique_fd.h"
 
 namespace ExternalControl::Impl {
@@ -39,7 +39,7 @@ struct BoardAnswer {
 /// @param setupDesc  the input field that the board answers in
 /// @return nothing when the board has not answered since it was plugged in
 /// @throws ErrnoException "BoardIdentity - Input" when the device fails
-std::optional<BoardAnswer> ReadBoardAnswer(int device, const PortOnHid::Descriptor& setupDesc);
+std::optional<BoardAnswer> ReadBoardAnswer(int device, const Descriptor& setupDesc);
 
 /// The conversation with one board, on one thread.
 class BoardIdentity {
@@ -50,7 +50,7 @@ public:
     /// @param identDesc  the output field that takes commands
     /// @param setupDesc  the input field that answers, of the same device
     /// @throws ErrnoException when the device fails
-    BoardIdentity(const PortOnHid::DescriptorPtr& identDesc, const PortOnHid::DescriptorPtr& setupDesc);
+    BoardIdentity(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc);
 
     /// A BoardModel, or a number that is none.
     std::uint32_t GetModelCode() const { return m_modelCode; }
@@ -58,8 +58,8 @@ public:
     std::uint32_t GetHeaderValue() const { return m_headerValue; }
 
 private:
-    void SendRequest(const PortOnHid::Descriptor& identDesc) const;
-    bool TakeAnswer(const PortOnHid::Descriptor& setupDesc);
+    void SendRequest(const Descriptor& identDesc) const;
+    bool TakeAnswer(const Descriptor& setupDesc);
 
     strata::UniqueFd m_device;
     std::uint32_t m_modelCode = MODEL_UNKNOWN;

@@ -17,6 +17,7 @@
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
 #include "lib/platform/string_operations.h"
+#include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
 namespace {
@@ -48,20 +49,6 @@ strata::UniqueFd OpenDevice(std::uint32_t deviceNumber) {
 }
 
 }  // namespace
-
-std::string PortOnHid::Descriptor::ToString() const {
-    std::string text = strprintf("ID=%u, ", reportId);
-    if ((capabilities & CAPABILITY_INPUT) != 0) {
-        text += strprintf("INPUT=%u, ", inputField);
-    }
-    if ((capabilities & CAPABILITY_OUTPUT) != 0) {
-        text += strprintf("OUTPUT=%u, ", outputField);
-    }
-    if (capabilities == CAPABILITY_BOTH) {
-        text += strprintf("DIRECTION=%u, ", directionField);
-    }
-    return text + strprintf("usage=%x, count=%u, device=%d", usageBase, count, static_cast<int>(hid_device));
-}
 
 std::shared_ptr<PortOnHid> PortOnHid::Open(const Descriptor& descriptor, InputCallback inputCallback,
                                            LostCallback lostCallback) {

@@ -30,59 +30,18 @@
 #include <string>
 
 #include "lib/hardware/external_control.h"
+#include "lib/hardware/external_control_hid_descriptor.h"
 #include "lib/platform/fair_recursive_mutex.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
 #include "lib/platform/unique_fd.h"
-#include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
 
-/// The HID applications of the accessory family.
-constexpr std::uint32_t APPLICATION_EXPANDER = 0xFF660001;
-constexpr std::uint32_t APPLICATION_TOUCH_BOARD = 0xFF770001;
-constexpr std::uint32_t APPLICATION_LIGHT_CONTROLLER = 0xFF880001;
-
-/// Which fields a port has. A direction field counts as both.
-constexpr std::uint32_t CAPABILITY_INPUT = 1;
-constexpr std::uint32_t CAPABILITY_OUTPUT = 2;
-constexpr std::uint32_t CAPABILITY_BOTH = CAPABILITY_INPUT | CAPABILITY_OUTPUT;
-
-/// In a usage code: the usage tells a pin's direction. Pin n has the code (usage base + n) with this bit.
-constexpr std::uint32_t DIRECTION_USAGE = 0x8000;
-
 class PortOnHid final : public Port, public Pollable, public DeviceHotplugUpdateObserver, public TimerClient {
 public:
-    static constexpr std::uint32_t NO_FIELD = 0xFFFFFFFF;
-
-    /// A group of fields that a port can be opened on.
-    struct Descriptor {
-        std::uint32_t hid_device = 0;  ///< N of /dev/usb/hiddevN
-        std::uint32_t capabilities = 0;
-        std::uint32_t application = 0;
-        std::uint32_t reportId = 0;
-        std::uint32_t inputField = NO_FIELD;
-        std::uint32_t outputField = NO_FIELD;
-        std::uint32_t directionField = NO_FIELD;
-        std::uint32_t usageBase = 0;  ///< usage code of pin 0
-        std::uint32_t count = 0;      ///< pins
-        std::uint32_t bitsPerField = 0;
-        std::uint32_t modelCode = 0;    ///< what BoardIdentity found out
-        std::uint32_t headerValue = 0;  ///< the same
-        std::string location;           ///< recognises the board when it comes back; empty: unknown
-        std::string nodeName;
-        UsbPosition position;  ///< empty: unknown
-
-        /// Bits 16 to 23 of the usage code: what the fields are for.
-        std::uint32_t GetUsagePage() const { return usageBase >> 16 & 0xFF; }
-
-        /// Whether a usage value of 0 means level 1 of an input.
-        bool IsActiveLow() const { return application != APPLICATION_TOUCH_BOARD; }
-
-        /// For diagnostics.
-        std::string ToString() const;
-    };
-    using DescriptorPtr = std::shared_ptr<Descriptor>;
+    using Descriptor = Impl::Descriptor;
+    using DescriptorPtr = Impl::DescriptorPtr;
 
     /// Opens a port and attaches it to the PollThread. Any thread but the poll thread. Waits for a callback
     /// that is running, so nothing that one takes may be held; blocks for about 10 seconds when the board

@@ -1,7 +1,6 @@
 #include "lib/hardware/external_control_hid_finder.h"
 
 #include <fcntl.h>
-#include <linux/hiddev.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
@@ -18,8 +17,6 @@
 namespace ExternalControl::Impl {
 namespace {
 
-using Descriptor = PortOnHid::Descriptor;
-using DescriptorPtr = PortOnHid::DescriptorPtr;
 using Descriptors = std::vector<DescriptorPtr>;
 
 constexpr unsigned NODE_COUNT = 16;
@@ -352,7 +349,7 @@ AvailablePorts::AvailablePorts(const Descriptors& descriptors) {
     }
 }
 
-PortOnHid::DescriptorPtr AvailablePorts::Find(const std::string& name) const {
+DescriptorPtr AvailablePorts::Find(const std::string& name) const {
     const auto found = m_ports.find(name);
     return found == m_ports.end() ? nullptr : found->second;
 }

@@ -3,13 +3,15 @@
 // Which HID ports there are. The Finder looks at every hiddev node and describes what a port can be opened
 // on; AvailablePorts gives the ports their names, as "TouchBoard-0-DIAGNOSTICS".
 
+#include <linux/hiddev.h>
+
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "lib/hardware/external_control_hid.h"
+#include "lib/hardware/external_control_hid_descriptor.h"
 #include "lib/platform/string_operations.h"
 #include "lib/platform/unique_fd.h"
 
@@ -37,27 +39,27 @@ public:
 
     /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
     /// @param found  with the capability and the field index of that one field
-    void OnFound(const PortOnHid::Descriptor& found);
+    void OnFound(const Descriptor& found);
 
     /// Sorts by USB position, keeping the order of equal ones. Unknown positions go last.
     void Sort();
 
     /// What was found, in the order of the search until Sort.
-    const std::vector<PortOnHid::DescriptorPtr>& GetDescriptors() const { return m_descriptors; }
+    const std::vector<DescriptorPtr>& GetDescriptors() const { return m_descriptors; }
 
 private:
     void ScanDevice(int device, std::uint32_t deviceNumber);
-    void ScanReports(int device, std::uint32_t reportType, const PortOnHid::Descriptor& common);
-    void ScanField(int device, const hiddev_field_info& field, const PortOnHid::Descriptor& common);
+    void ScanReports(int device, std::uint32_t reportType, const Descriptor& common);
+    void ScanField(int device, const hiddev_field_info& field, const Descriptor& common);
 
-    std::vector<PortOnHid::DescriptorPtr> m_descriptors;
+    std::vector<DescriptorPtr> m_descriptors;
     std::map<std::uint32_t, strata::UniqueFd> m_devices;  ///< by number; those of the Descriptors
 };
 
 /// The ports by name. Made on one thread; then any thread may ask.
 class AvailablePorts {
 public:
-    using Ports = std::map<std::string, PortOnHid::DescriptorPtr, strata::LessIgnoringAsciiCase>;
+    using Ports = std::map<std::string, DescriptorPtr, strata::LessIgnoringAsciiCase>;
 
     /// Finds the boards, asks touch boards for their model, and names the ports. Blocks for some 40 seconds
     /// for each touch board that does not answer.
@@ -67,11 +69,11 @@ public:
     /// Names ports.
     /// @param descriptors  sorted by position
     /// @throws std::runtime_error "Unknown application id!"
-    explicit AvailablePorts(const std::vector<PortOnHid::DescriptorPtr>& descriptors);
+    explicit AvailablePorts(const std::vector<DescriptorPtr>& descriptors);
 
     /// @param name  in upper or lower case
     /// @return null when there is no such port
-    PortOnHid::DescriptorPtr Find(const std::string& name) const;
+    DescriptorPtr Find(const std::string& name) const;
 
     /// All ports by name, in the order of their names.
     const Ports& GetPorts() const { return m_ports; }

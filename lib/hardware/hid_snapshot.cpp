@@ -12,9 +12,9 @@
 namespace ExternalControl::Impl {
 namespace {
 
-std::vector<std::uint32_t> ReadField(int device, const PortOnHid::Descriptor& descriptor,
-                                     std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode) {
-    if (field == PortOnHid::NO_FIELD) {
+std::vector<std::uint32_t> ReadField(int device, const Descriptor& descriptor, std::uint32_t reportType,
+                                     std::uint32_t field, std::uint32_t usageCode) {
+    if (field == Descriptor::NO_FIELD) {
         return {};
     }
     hiddev_usage_ref_multi usages{};
@@ -31,8 +31,8 @@ std::vector<std::uint32_t> ReadField(int device, const PortOnHid::Descriptor& de
 
 }  // namespace
 
-void FetchInputs(int device, const PortOnHid::Descriptor& descriptor) {
-    if (descriptor.inputField == PortOnHid::NO_FIELD) {
+void FetchInputs(int device, const Descriptor& descriptor) {
+    if (descriptor.inputField == Descriptor::NO_FIELD) {
         return;
     }
     hiddev_report_info report{};
@@ -43,7 +43,7 @@ void FetchInputs(int device, const PortOnHid::Descriptor& descriptor) {
     }
 }
 
-HidSnapshot ReadSnapshot(int device, const PortOnHid::Descriptor& descriptor) {
+HidSnapshot ReadSnapshot(int device, const Descriptor& descriptor) {
     return {
         ReadField(device, descriptor, HID_REPORT_TYPE_INPUT, descriptor.inputField, descriptor.usageBase),
         ReadField(device, descriptor, HID_REPORT_TYPE_OUTPUT, descriptor.outputField, descriptor.usageBase),

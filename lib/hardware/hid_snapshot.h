@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "lib/hardware/external_control_hid.h"
+#include "lib/hardware/external_control_hid_descriptor.h"
 
 namespace ExternalControl::Impl {
 
@@ -26,12 +26,12 @@ struct HidSnapshot {
 /// Fetches the report that a port's inputs come in, by the one request that it takes; does nothing for a port
 /// without inputs. Blocks for 10 seconds when the board does not answer, and succeeds all the same.
 /// @throws ErrnoException "GetReport"
-void FetchInputs(int device, const PortOnHid::Descriptor& descriptor);
+void FetchInputs(int device, const Descriptor& descriptor);
 
 /// Reads what the kernel remembers, with one request for each field. Asks the board nothing, unless these
 /// are the first values that anybody reads since it was plugged in: then the kernel fetches all inputs.
 /// @throws ErrnoException "GetUsages"
-HidSnapshot ReadSnapshot(int device, const PortOnHid::Descriptor& descriptor);
+HidSnapshot ReadSnapshot(int device, const Descriptor& descriptor);
 
 /// @return the version of the device, as four hexadecimal digits
 /// @throws ErrnoException

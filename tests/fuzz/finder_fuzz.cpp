@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 
+#include "lib/hardware/external_control_hid.h"
 #include "lib/hardware/external_control_hid_finder.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/player/usb_bus_order.h"
@@ -120,7 +121,7 @@ constexpr Command COMMANDS[] = {
     },
 };
 
-void UsePort(const PortOnHid::Descriptor& descriptor, ModelledHiddev& hiddev, FuzzInput& input) {
+void UsePort(const Descriptor& descriptor, ModelledHiddev& hiddev, FuzzInput& input) {
     const auto check = [&](unsigned pin, unsigned value, unsigned width) {
         REQUIRE(pin < descriptor.count && (width == 32 || (width == 1 && value <= 1 && pin < 32)));
     };
@@ -171,12 +172,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ModelledHiddev hiddev(input);
     try {
         const AvailablePorts available;
-        std::vector<PortOnHid::DescriptorPtr> found;
+        std::vector<DescriptorPtr> found;
         for (const auto& [name, descriptor] : available.GetPorts()) {
             REQUIRE(available.Find(strata::ToLowerAscii(name)) == descriptor);
-            REQUIRE(descriptor->directionField == PortOnHid::NO_FIELD ||
+            REQUIRE(descriptor->directionField == Descriptor::NO_FIELD ||
                     descriptor->capabilities == CAPABILITY_BOTH);
-            REQUIRE(descriptor->inputField == PortOnHid::NO_FIELD ||
+            REQUIRE(descriptor->inputField == Descriptor::NO_FIELD ||
                     (descriptor->capabilities & CAPABILITY_INPUT) != 0);
             found.push_back(descriptor);
         }

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "lib/hardware/external_control_hid.h"
 #include "lib/hardware/external_control_hid_finder.h"
 #include "lib/platform/errno_exception.h"
 #include "tests/guest/board_process.h"
