@@ -16,7 +16,7 @@ bool KnownPort::HasInputs() const {
     return !descriptor || (descriptor->capabilities & ExternalControl::Impl::CAPABILITY_INPUT) != 0;
 }
 
-KnownPorts::KnownPorts() : m_ports{{"vantora", "/dev/input/vantora-gpio", "", nullptr}} {}
+KnownPorts::KnownPorts() : m_ports{{"vantora", "/dev/input/vantora-gpio", "", nullptr, nullptr}} {}
 
 void KnownPorts::FindBoards() {
     m_finder.Scan();
@@ -33,7 +33,7 @@ void KnownPorts::NameBoards() {
     const AvailablePorts available(m_finder.GetDescriptors());
     for (const auto& [name, descriptor] : available.GetPorts()) {
         m_ports.push_back({name, descriptor->nodeName, descriptor->location, descriptor,
-                           m_finder.GetDevice(descriptor->hid_device)});
+                           &m_finder.GetDevice(descriptor->hid_device)});
     }
     m_hasBoards = true;
 }

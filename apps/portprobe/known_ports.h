@@ -16,7 +16,8 @@ struct KnownPort {
     std::string node;      ///< path of the device node
     std::string location;  ///< the USB interface; empty: it is not on the USB
     ExternalControl::Impl::PortOnHid::DescriptorPtr descriptor;  ///< null: the player's own lines
-    int device = -1;  ///< of the board; open as long as the KnownPorts
+    const ExternalControl::Impl::HidDevice* device =
+        nullptr;  ///< of the board; lives as long as the KnownPorts
 
     /// Bits of a value; 1: the port has levels.
     unsigned GetBits() const { return descriptor ? descriptor->bitsPerField : 1; }

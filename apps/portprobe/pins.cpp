@@ -40,7 +40,7 @@ Pins ReadLines(PortOnLinuxInputDriver& lines) {
 
 Pins ReadBoard(const KnownPort& knownPort) {
     const PortOnHid::Descriptor& descriptor = *knownPort.descriptor;
-    const HidSnapshot now = ReadSnapshot(knownPort.device, descriptor);
+    const HidSnapshot now = ReadSnapshot(*knownPort.device, descriptor);
     const bool isInverted = descriptor.IsActiveLow() && !knownPort.HasValues();
 
     Pins pins(std::max({now.inputs.size(), now.outputs.size(), now.directions.size()}));
@@ -67,7 +67,7 @@ Pins FetchPins(const KnownPort& knownPort) {
         const std::shared_ptr<Port> port = Open(knownPort);
         return ReadPins(knownPort, *port);
     }
-    FetchInputs(knownPort.device, *knownPort.descriptor);
+    FetchInputs(*knownPort.device, *knownPort.descriptor);
     return ReadBoard(knownPort);
 }
 

@@ -14,7 +14,6 @@
 #include "apps/portprobe/known_ports.h"
 #include "apps/portprobe/pins.h"
 #include "lib/hardware/board_identity.h"
-#include "lib/hardware/hid_snapshot.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/standard_output.h"
 #include "lib/platform/string_operations.h"
@@ -70,7 +69,7 @@ Row DescribePort(const KnownPort& port) {
     Row row = {port.name, "", "", "", port.node, port.location};
     if (port.descriptor) {
         row[1] = std::to_string(port.descriptor->count);
-        row[2] = ExternalControl::Impl::ReadHidVersion(port.device);
+        row[2] = port.device->GetVersion();
         row[3] = ExternalControl::Impl::FormatBoardProperties(port.descriptor->modelCode,
                                                               port.descriptor->headerValue);
     } else {

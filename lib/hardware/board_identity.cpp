@@ -1,16 +1,11 @@
 #include "lib/hardware/board_identity.h"
 
-#include <fcntl.h>
 #include <linux/hiddev.h>
-#include <sys/ioctl.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "lib/platform/assertion.h"
-#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
 #include "lib/platform/string_operations.h"
 
@@ -64,16 +59,9 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
     }
 }
 
-std::optional<BoardAnswer> ReadBoardAnswer(int device, const Descriptor& setupDesc) {
-    hiddev_usage_ref_multi usages{};
-    usages.uref.report_type = HID_REPORT_TYPE_INPUT;
-    usages.uref.report_id = setupDesc.reportId;
-    usages.uref.field_index = setupDesc.inputField;
-    usages.uref.usage_code = setupDesc.usageBase;
-    usages.num_values = std::min<std::uint32_t>(setupDesc.count, HID_MAX_MULTI_USAGES);
-    if (ioctl(device, HIDIOCGUSAGES, &usages) < 0) {
-        throw ErrnoException(errno, "BoardIdentity - Input");
-    }
+std::optional<BoardAnswer> ReadBoardAnswer(const HidDevice& device, const Descriptor& setupDesc) {
+    const hiddev_usage_ref_multi usages =
+        device.GetUsages(setupDesc.GetInputs(), setupDesc.count, "BoardIdentity - Input");
     if (usages.num_values != ANSWER_VALUES) {
         return std::nullopt;
     }
@@ -88,12 +76,7 @@ std::optional<BoardAnswer> ReadBoardAnswer(int device, const Descriptor& setupDe
 BoardIdentity::BoardIdentity(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc) {
     PLATFORM_ASSERT(identDesc->hid_device == setupDesc->hid_device);
 
-    const std::string path = strprintf("/dev/usb/hiddev%u", identDesc->hid_device);
-    m_device.Reset(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!m_device.IsOpen()) {
-        throw ErrnoException(errno, path);
-    }
-
+    m_device = HidDevice::Open(identDesc->hid_device);
     SendRequest(*identDesc);
     for (unsigned attempt = 0; attempt < ATTEMPTS && !TakeAnswer(*setupDesc); ++attempt) {
         if (attempt != 0 && attempt % ATTEMPTS_PER_REQUEST == 0) {
@@ -108,27 +91,14 @@ BoardIdentity::BoardIdentity(const DescriptorPtr& identDesc, const DescriptorPtr
 }
 
 void BoardIdentity::SendRequest(const Descriptor& identDesc) const {
-    hiddev_usage_ref usage{};
-    usage.report_type = HID_REPORT_TYPE_OUTPUT;
-    usage.report_id = identDesc.reportId;
-    usage.field_index = identDesc.outputField;
-    usage.usage_code = identDesc.usageBase;
-    usage.value = COMMAND_IDENTIFY;
-    if (ioctl(m_device.Get(), HIDIOCSUSAGE, &usage) < 0) {
-        throw ErrnoException(errno, "BoardIdentity - Output");
-    }
-    hiddev_report_info report{};
-    report.report_type = HID_REPORT_TYPE_OUTPUT;
-    report.report_id = identDesc.reportId;
-    if (ioctl(m_device.Get(), HIDIOCSREPORT, &report) < 0) {
-        throw ErrnoException(errno, "BoardIdentity - FlushOutputs");
-    }
+    m_device.SetUsage(identDesc.GetOutputs(), 0, COMMAND_IDENTIFY, "BoardIdentity - Output");
+    m_device.SendReport(identDesc.reportId, "BoardIdentity - FlushOutputs");
     std::this_thread::sleep_for(REQUEST_WAIT);
 }
 
 /// @return whether there was an answer
 bool BoardIdentity::TakeAnswer(const Descriptor& setupDesc) {
-    const std::optional<BoardAnswer> answer = ReadBoardAnswer(m_device.Get(), setupDesc);
+    const std::optional<BoardAnswer> answer = ReadBoardAnswer(m_device, setupDesc);
     if (!answer) {
         return false;
     }

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "lib/hardware/external_control_hid_descriptor.h"
-#include "lib/platform/unique_fd.h"
+#include "lib/hardware/hiddev.h"
 
 namespace ExternalControl::Impl {
 
@@ -35,11 +35,11 @@ struct BoardAnswer {
 };
 
 /// Reads the answer that the kernel remembers; asks the board nothing. Any thread.
-/// @param device     any open hiddev node of the board
+/// @param device     the board, opened in any way
 /// @param setupDesc  the input field that the board answers in
 /// @return nothing when the board has not answered since it was plugged in
 /// @throws ErrnoException "BoardIdentity - Input" when the device fails
-std::optional<BoardAnswer> ReadBoardAnswer(int device, const Descriptor& setupDesc);
+std::optional<BoardAnswer> ReadBoardAnswer(const HidDevice& device, const Descriptor& setupDesc);
 
 /// The conversation with one board, on one thread.
 class BoardIdentity {
@@ -61,7 +61,7 @@ private:
     void SendRequest(const Descriptor& identDesc) const;
     bool TakeAnswer(const Descriptor& setupDesc);
 
-    strata::UniqueFd m_device;
+    HidDevice m_device;
     std::uint32_t m_modelCode = MODEL_UNKNOWN;
     std::uint32_t m_headerValue = 0;
 };

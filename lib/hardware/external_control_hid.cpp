@@ -1,20 +1,14 @@
 #include "lib/hardware/external_control_hid.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
 #include "lib/hardware/board_identity.h"
-#include "lib/hardware/hid_snapshot.h"
-#include "lib/platform/errno_exception.h"
 #include "lib/platform/message.h"
 #include "lib/platform/string_operations.h"
 #include "lib/player/usb_bus_order.h"
@@ -39,15 +33,6 @@ constexpr std::uint32_t AllPins(unsigned count) {
     return count < MASK_PINS ? PinBit(count) - 1 : 0xFFFFFFFF;
 }
 
-strata::UniqueFd OpenDevice(std::uint32_t deviceNumber) {
-    const std::string path = strprintf("/dev/usb/hiddev%u", deviceNumber);
-    strata::UniqueFd device(open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!device.IsOpen()) {
-        throw ErrnoException(errno, path);
-    }
-    return device;
-}
-
 }  // namespace
 
 std::shared_ptr<PortOnHid> PortOnHid::Open(const Descriptor& descriptor, InputCallback inputCallback,
@@ -58,7 +43,7 @@ std::shared_ptr<PortOnHid> PortOnHid::Open(const Descriptor& descriptor, InputCa
 }
 
 PortOnHid::PortOnHid(const Descriptor& descriptor, InputCallback inputCallback, LostCallback lostCallback)
-    : m_device(OpenDevice(descriptor.hid_device)),
+    : m_device(HidDevice::Open(descriptor.hid_device)),
       m_descriptor(descriptor),
       m_inputCallback(std::move(inputCallback)),
       m_lostCallback(std::move(lostCallback)),
@@ -88,26 +73,9 @@ PortOnHid::~PortOnHid() {
 
 // --- Requests to the device ---
 
-hiddev_usage_ref PortOnHid::MakeUsageRef(std::uint32_t reportType, std::uint32_t field,
-                                         std::uint32_t usageCode, unsigned pin) const {
-    hiddev_usage_ref reference{};
-    reference.report_type = reportType;
-    reference.report_id = m_descriptor.reportId;
-    reference.field_index = field;
-    reference.usage_index = pin;
-    reference.usage_code = usageCode + pin;
-    return reference;
-}
-
 /// @return bit n set where value n is non-zero, or where it is zero if inverted
-std::uint32_t PortOnHid::ReadUsages(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
-                                    bool inverted, const char* operation) const {
-    hiddev_usage_ref_multi usages{};
-    usages.uref = MakeUsageRef(reportType, field, usageCode, 0);
-    usages.num_values = std::min<std::uint32_t>(m_descriptor.count, HID_MAX_MULTI_USAGES);
-    if (ioctl(m_device.Get(), HIDIOCGUSAGES, &usages) < 0) {
-        throw ErrnoException(errno, operation);
-    }
+std::uint32_t PortOnHid::ReadMask(const HidField& field, bool inverted, const char* operation) const {
+    const hiddev_usage_ref_multi usages = m_device.GetUsages(field, m_descriptor.count, operation);
     std::uint32_t mask = 0;
     for (unsigned pin = 0; pin < usages.num_values; ++pin) {
         if ((usages.values[pin] != 0) != inverted) {
@@ -117,42 +85,28 @@ std::uint32_t PortOnHid::ReadUsages(std::uint32_t reportType, std::uint32_t fiel
     return mask;
 }
 
-std::int32_t PortOnHid::GetUsage(hiddev_usage_ref reference) const {
-    if (ioctl(m_device.Get(), HIDIOCGUSAGE, &reference) < 0) {
-        throw ErrnoException(errno, "GetUsage");
-    }
-    return reference.value;
+bool PortOnHid::IsUsageSet(const HidField& field, unsigned pin) const {
+    return m_device.GetUsage(field, pin, "GetUsage") != 0;
 }
 
-void PortOnHid::SubmitUsage(hiddev_usage_ref reference) const {
-    if (ioctl(m_device.Get(), HIDIOCSUSAGE, &reference) < 0) {
-        throw ErrnoException(errno, "SubmitUsage");
-    }
+void PortOnHid::SubmitUsage(const HidField& field, unsigned pin, std::uint32_t value) const {
+    m_device.SetUsage(field, pin, static_cast<std::int32_t>(value), "SubmitUsage");
+    FlushOutputs();
 }
 
-void PortOnHid::SubmitUsages(hiddev_usage_ref_multi& usages) const {
-    usages.uref = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, 0);
-    if (ioctl(m_device.Get(), HIDIOCSUSAGES, &usages) < 0) {
-        throw ErrnoException(errno, "SetAllLevels");
-    }
+void PortOnHid::SubmitOutputs(hiddev_usage_ref_multi& usages) const {
+    m_device.SetUsages(m_descriptor.GetOutputs(), usages, "SetAllLevels");
     FlushOutputs();
 }
 
 void PortOnHid::FlushOutputs() const {
-    hiddev_report_info report{};
-    report.report_type = HID_REPORT_TYPE_OUTPUT;
-    report.report_id = m_descriptor.reportId;
-    if (ioctl(m_device.Get(), HIDIOCSREPORT, &report) < 0) {
-        throw ErrnoException(errno, "FlushOutputs");
-    }
+    m_device.SendReport(m_descriptor.reportId, "FlushOutputs");
 }
 
 /// @return the directions that the device has, as a mask
 std::uint32_t PortOnHid::InitReport() {
     const std::lock_guard lock(m_commandMutex);
-    if (ioctl(m_device.Get(), HIDIOCINITREPORT, 0) < 0) {
-        throw ErrnoException(errno, "InitReport");
-    }
+    m_device.FetchAllReports("InitReport");
     // The poll thread may report a change between the reading and the storing: then it is read again.
     std::uint32_t before = m_inputs;
     while (!m_inputs.compare_exchange_strong(before, ReadAllInputs())) {
@@ -163,8 +117,7 @@ std::uint32_t PortOnHid::InitReport() {
 std::uint32_t PortOnHid::ReadAllDirections() const {
     switch (m_descriptor.capabilities) {
         case CAPABILITY_BOTH:
-            return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
-                              m_descriptor.usageBase | DIRECTION_USAGE, false, "ReadAllOutputs");
+            return ReadMask(m_descriptor.GetDirections(), false, "ReadAllOutputs");
         case CAPABILITY_OUTPUT:
             return AllPins(m_descriptor.count);
         default:
@@ -173,16 +126,11 @@ std::uint32_t PortOnHid::ReadAllDirections() const {
 }
 
 bool PortOnHid::IsDirectionOutput(unsigned pin) const {
-    return GetUsage(MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
-                                 m_descriptor.usageBase | DIRECTION_USAGE, pin)) != 0;
+    return IsUsageSet(m_descriptor.GetDirections(), pin);
 }
 
 void PortOnHid::SetDirection(unsigned pin, Direction direction) {
-    hiddev_usage_ref reference = MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.directionField,
-                                              m_descriptor.usageBase | DIRECTION_USAGE, pin);
-    reference.value = direction == Direction::OUTPUT ? 1 : 0;
-    SubmitUsage(reference);
-    FlushOutputs();
+    SubmitUsage(m_descriptor.GetDirections(), pin, direction == Direction::OUTPUT ? 1 : 0);
     if (direction == Direction::OUTPUT) {
         m_directions |= PinBit(pin);
     } else {
@@ -194,7 +142,7 @@ void PortOnHid::SetDirection(unsigned pin, Direction direction) {
 
 std::string PortOnHid::GetVersion() {
     const std::lock_guard lock(m_commandMutex);
-    return ReadHidVersion(m_device.Get());
+    return m_device.GetVersion();
 }
 
 std::string PortOnHid::GetProperties() {
@@ -220,8 +168,7 @@ bool PortOnHid::IsInput(unsigned pin) {
 
 bool PortOnHid::GetInput(unsigned pin) {
     const std::lock_guard lock(m_commandMutex);
-    return (GetUsage(MakeUsageRef(HID_REPORT_TYPE_INPUT, m_descriptor.inputField, m_descriptor.usageBase,
-                                  pin)) != 0) != m_inverted;
+    return IsUsageSet(m_descriptor.GetInputs(), pin) != m_inverted;
 }
 
 unsigned PortOnHid::ReadAllInputs() {
@@ -229,8 +176,7 @@ unsigned PortOnHid::ReadAllInputs() {
         return 0;
     }
     const std::lock_guard lock(m_commandMutex);
-    return ReadUsages(HID_REPORT_TYPE_INPUT, m_descriptor.inputField, m_descriptor.usageBase, m_inverted,
-                      "ReadAllInputs");
+    return ReadMask(m_descriptor.GetInputs(), m_inverted, "ReadAllInputs");
 }
 
 void PortOnHid::ConfigureOutput(unsigned pin) {
@@ -252,8 +198,7 @@ bool PortOnHid::IsOutput(unsigned pin) {
 
 unsigned PortOnHid::ReadAllOutputs() {
     const std::lock_guard lock(m_commandMutex);
-    return ReadUsages(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, false,
-                      "ReadAllOutputs");
+    return ReadMask(m_descriptor.GetOutputs(), false, "ReadAllOutputs");
 }
 
 void PortOnHid::SetAllLevels(unsigned mask) {
@@ -264,7 +209,7 @@ void PortOnHid::SetAllLevels(unsigned mask) {
         usages.values[pin] = (mask & PinBit(pin)) != 0;
         m_outputs[pin] = static_cast<unsigned>(usages.values[pin]);
     }
-    SubmitUsages(usages);
+    SubmitOutputs(usages);
 }
 
 void PortOnHid::SetOutputs(const unsigned* values, unsigned count) {
@@ -276,19 +221,15 @@ void PortOnHid::SetOutputs(const unsigned* values, unsigned count) {
         usages.values[pin] = static_cast<std::int32_t>(encoded);
         m_outputs[pin] = encoded;
     }
-    SubmitUsages(usages);
+    SubmitOutputs(usages);
 }
 
 void PortOnHid::SetOutput(unsigned pin, unsigned value) {
     const std::lock_guard lock(m_commandMutex);
-    hiddev_usage_ref reference =
-        MakeUsageRef(HID_REPORT_TYPE_OUTPUT, m_descriptor.outputField, m_descriptor.usageBase, pin);
     const std::uint32_t encoded = Encode(value);
-    reference.value = static_cast<std::int32_t>(encoded);
     // Remembered before it is sent: a board that is away gets it when it comes back.
     m_outputs[pin] = encoded;
-    SubmitUsage(reference);
-    FlushOutputs();
+    SubmitUsage(m_descriptor.GetOutputs(), pin, encoded);
 }
 
 std::uint32_t PortOnHid::Encode(unsigned value) const {
@@ -320,16 +261,13 @@ void PortOnHid::OnActivity(short) {
     // Whatever woke the thread, reading tells: events that were queued when the device went come first, then
     // the error.
     hiddev_event events[EVENTS_PER_READ];
-    const ssize_t length = read(m_device.Get(), events, sizeof events);
-    if (length < 0) {
-        if (errno != EAGAIN) {
-            PLATFORM_MESSAGE("PortOnHid::OnActivity read error: %m\n");
-            OnLost();
-        }
+    const auto count = m_device.ReadEvents(events, EVENTS_PER_READ);
+    if (!count) {
+        PLATFORM_MESSAGE("PortOnHid::OnActivity read error: %m\n");
+        OnLost();
         return;
     }
-    const std::size_t count = static_cast<std::size_t>(length) / sizeof(hiddev_event);
-    std::for_each(events, events + count, [this](const hiddev_event& event) { HandleEvent(event); });
+    std::for_each(events, events + *count, [this](const hiddev_event& event) { HandleEvent(event); });
 }
 
 void PortOnHid::OnLost() {
@@ -401,9 +339,8 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
     if (!place || place->location != m_descriptor.location) {
         return;
     }
-    // Deliberately without O_CLOEXEC, unlike the first open.
-    strata::UniqueFd device(open(("/dev/" + node).c_str(), O_RDWR | O_NONBLOCK));
-    if (!device.IsOpen()) {
+    std::optional<HidDevice> device = HidDevice::Reopen("/dev/" + node);
+    if (!device) {
         // Gone again, or not for us. The lost timer goes on.
         return;
     }
@@ -415,7 +352,7 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
     pollThread->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
     {
         const std::lock_guard lock(m_commandMutex);
-        std::swap(m_device, device);
+        std::swap(m_device, *device);
         // Cleared before the port is attached: the new device may be lost at once.
         m_lost = false;
     }
@@ -428,7 +365,7 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
         pollThread->Attach(this, POLLIN);
     }
     // The old one: under no lock, for another opener's request may hold this up.
-    device.Reset();
+    device->Close();
     RestoreDevice();
 }
 

@@ -31,10 +31,10 @@
 
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/external_control_hid_descriptor.h"
+#include "lib/hardware/hiddev.h"
 #include "lib/platform/fair_recursive_mutex.h"
 #include "lib/platform/kestrel_object_globals.h"
 #include "lib/platform/poll_thread.h"
-#include "lib/platform/unique_fd.h"
 
 namespace ExternalControl::Impl {
 
@@ -69,7 +69,7 @@ public:
     void SetOutput(unsigned pin, unsigned value) override;
     void SetValueCallback(InputCallback callback) override;
 
-    int GetFd() override { return m_device.Get(); }
+    int GetFd() override { return m_device.GetFd(); }
     void OnActivity(short revents) override;
 
     /// Not from a callback: a LostCallback that destroys its port cancels the timer that called it, and ends
@@ -86,13 +86,10 @@ private:
 
     void Start();
 
-    hiddev_usage_ref MakeUsageRef(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
-                                  unsigned pin) const;
-    std::uint32_t ReadUsages(std::uint32_t reportType, std::uint32_t field, std::uint32_t usageCode,
-                             bool inverted, const char* operation) const;
-    std::int32_t GetUsage(hiddev_usage_ref reference) const;
-    void SubmitUsage(hiddev_usage_ref reference) const;
-    void SubmitUsages(hiddev_usage_ref_multi& usages) const;
+    std::uint32_t ReadMask(const HidField& field, bool inverted, const char* operation) const;
+    bool IsUsageSet(const HidField& field, unsigned pin) const;
+    void SubmitUsage(const HidField& field, unsigned pin, std::uint32_t value) const;
+    void SubmitOutputs(hiddev_usage_ref_multi& usages) const;
     void FlushOutputs() const;
     std::uint32_t InitReport();
     std::uint32_t ReadAllDirections() const;
@@ -109,7 +106,7 @@ private:
     void RestoreDirection(unsigned pin, std::uint32_t found);
     bool RestoreNextOutput(std::optional<unsigned>& last);
 
-    strata::UniqueFd m_device;
+    HidDevice m_device;
     const Descriptor m_descriptor;
     std::atomic<std::uint32_t> m_inputs{0};      ///< last level seen of every pin
     std::atomic<std::uint32_t> m_directions{0};  ///< set: the pin is an output

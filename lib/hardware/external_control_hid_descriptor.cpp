@@ -1,8 +1,22 @@
 #include "lib/hardware/external_control_hid_descriptor.h"
 
+#include <linux/hiddev.h>
+
 #include "lib/platform/string_operations.h"
 
 namespace ExternalControl::Impl {
+
+HidField Descriptor::GetInputs() const {
+    return {HID_REPORT_TYPE_INPUT, reportId, inputField, usageBase};
+}
+
+HidField Descriptor::GetOutputs() const {
+    return {HID_REPORT_TYPE_OUTPUT, reportId, outputField, usageBase};
+}
+
+HidField Descriptor::GetDirections() const {
+    return {HID_REPORT_TYPE_OUTPUT, reportId, directionField, usageBase | DIRECTION_USAGE};
+}
 
 std::string Descriptor::ToString() const {
     std::string text = strprintf("ID=%u, ", reportId);

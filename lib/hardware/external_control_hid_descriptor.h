@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "lib/hardware/hiddev.h"
 #include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
@@ -48,6 +49,11 @@ struct Descriptor {
 
     /// Whether a usage value of 0 means level 1 of an input.
     bool IsActiveLow() const { return application != APPLICATION_TOUCH_BOARD; }
+
+    // Where the values of the pins are; only for a port that has the field.
+    HidField GetInputs() const;
+    HidField GetOutputs() const;
+    HidField GetDirections() const;
 
     /// For diagnostics.
     std::string ToString() const;

@@ -1,17 +1,12 @@
 #include "lib/hardware/external_control_hid_finder.h"
 
-#include <fcntl.h>
-#include <sys/ioctl.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 
 #include "lib/hardware/board_identity.h"
 #include "lib/platform/assertion.h"
-#include "lib/platform/errno_exception.h"
-#include "lib/platform/unique_fd.h"
 #include "lib/player/usb_bus_order.h"
 
 namespace ExternalControl::Impl {
@@ -32,15 +27,16 @@ constexpr std::uint32_t PAGE_TOUCH_LED = 0x41;
 constexpr std::uint32_t PAGE_EXPANDER_DIP = 0x80;
 constexpr std::uint32_t PAGE_LIGHT_CONTROL = 0x40;
 
+constexpr std::uint32_t APPLICATIONS[] = {APPLICATION_EXPANDER, APPLICATION_TOUCH_BOARD,
+                                          APPLICATION_LIGHT_CONTROLLER};
+
 /// The last of the device's applications that is one of ours.
-std::optional<std::uint32_t> FindApplication(int device, unsigned applicationCount) {
+std::optional<std::uint32_t> FindApplication(const HidDevice& device, unsigned applicationCount) {
     std::optional<std::uint32_t> found;
     for (unsigned index = 0; index < applicationCount; ++index) {
-        // The usage is the result of the call, and negative for all of ours; only -1 is an error.
-        const int result = ioctl(device, HIDIOCAPPLICATION, index);
-        const auto application = static_cast<std::uint32_t>(result);
-        if (result != -1 && (application == APPLICATION_EXPANDER || application == APPLICATION_TOUCH_BOARD ||
-                             application == APPLICATION_LIGHT_CONTROLLER)) {
+        const std::optional<std::uint32_t> application = device.GetApplication(index);
+        if (std::find(std::begin(APPLICATIONS), std::end(APPLICATIONS), application) !=
+            std::end(APPLICATIONS)) {
             found = application;
         }
     }
@@ -156,15 +152,14 @@ std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int3
 
 void Finder::Scan() {
     for (std::uint32_t deviceNumber = 0; deviceNumber < NODE_COUNT; ++deviceNumber) {
-        const std::string path = strprintf("/dev/usb/hiddev%u", deviceNumber);
-        strata::UniqueFd device(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        if (!device.IsOpen()) {
+        std::optional<HidDevice> device = HidDevice::OpenToLook(deviceNumber);
+        if (!device) {
             continue;
         }
         const std::size_t known = m_descriptors.size();
-        ScanDevice(device.Get(), deviceNumber);
+        ScanDevice(*device, deviceNumber);
         if (m_descriptors.size() != known) {
-            m_devices[deviceNumber] = std::move(device);
+            m_devices[deviceNumber] = std::move(*device);
         }
     }
     Sort();
@@ -182,11 +177,8 @@ void Finder::FindModels() {
     }
 }
 
-void Finder::ScanDevice(int device, std::uint32_t deviceNumber) {
-    hiddev_devinfo info{};
-    if (ioctl(device, HIDIOCGDEVINFO, &info) < 0) {
-        throw ErrnoException(errno);
-    }
+void Finder::ScanDevice(const HidDevice& device, std::uint32_t deviceNumber) {
+    const hiddev_devinfo info = device.GetDeviceInfo();
     const auto vendor = static_cast<std::uint16_t>(info.vendor);
     if (std::find(std::begin(VENDORS), std::end(VENDORS), vendor) == std::end(VENDORS)) {
         return;
@@ -213,40 +205,29 @@ void Finder::ScanDevice(int device, std::uint32_t deviceNumber) {
     }
 }
 
-void Finder::ScanReports(int device, std::uint32_t reportType, const Descriptor& common) {
-    hiddev_report_info report{};
-    report.report_type = reportType;
-    report.report_id = HID_REPORT_ID_FIRST;
-    while (ioctl(device, HIDIOCGREPORTINFO, &report) >= 0) {
-        for (std::uint32_t index = 0; index < report.num_fields; ++index) {
-            hiddev_field_info field{};
-            field.report_type = reportType;
-            field.report_id = report.report_id;
-            field.field_index = index;
-            if (ioctl(device, HIDIOCGFIELDINFO, &field) < 0) {
-                throw ErrnoException(errno);
-            }
-            // The kernel answers with another number in the place of the index.
-            field.field_index = index;
-            ScanField(device, field, common);
+void Finder::ScanReports(const HidDevice& device, std::uint32_t reportType, const Descriptor& common) {
+    std::uint32_t wanted = HID_REPORT_ID_FIRST;
+    while (const auto report = device.FindReport(reportType, wanted)) {
+        for (std::uint32_t index = 0; index < report->num_fields; ++index) {
+            ScanField(device, device.GetFieldInfo({reportType, report->report_id, index}), common);
         }
-        report.report_id |= HID_REPORT_ID_NEXT;
+        wanted = report->report_id | HID_REPORT_ID_NEXT;
     }
 }
 
-void Finder::ScanField(int device, const hiddev_field_info& field, const Descriptor& common) {
+void Finder::ScanField(const HidDevice& device, const hiddev_field_info& field, const Descriptor& common) {
     const auto bits = BitsPerField(field.logical_minimum, field.logical_maximum);
-    hiddev_usage_ref usage{};
-    usage.report_type = field.report_type;
-    usage.report_id = field.report_id;
-    usage.field_index = field.field_index;
-    if (!bits || ioctl(device, HIDIOCGUCODE, &usage) < 0) {
+    if (!bits) {
+        return;
+    }
+    const auto usageCode = device.FindUsageCode({field.report_type, field.report_id, field.field_index});
+    if (!usageCode) {
         return;
     }
 
     Descriptor found = common;
     found.reportId = field.report_id;
-    found.usageBase = usage.usage_code;
+    found.usageBase = *usageCode;
     found.count = field.maxusage;
     found.bitsPerField = *bits;
     switch (field.report_type) {
@@ -255,10 +236,10 @@ void Finder::ScanField(int device, const hiddev_field_info& field, const Descrip
             found.inputField = field.field_index;
             break;
         case HID_REPORT_TYPE_OUTPUT:
-            if ((usage.usage_code & DIRECTION_USAGE) != 0) {
+            if ((*usageCode & DIRECTION_USAGE) != 0) {
                 found.capabilities = CAPABILITY_BOTH;
                 found.directionField = field.field_index;
-                found.usageBase = usage.usage_code & ~DIRECTION_USAGE;
+                found.usageBase = *usageCode & ~DIRECTION_USAGE;
             } else {
                 found.capabilities = CAPABILITY_OUTPUT;
                 found.outputField = field.field_index;

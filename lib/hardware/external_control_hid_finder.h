@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "lib/hardware/external_control_hid_descriptor.h"
+#include "lib/hardware/hiddev.h"
 #include "lib/platform/string_operations.h"
-#include "lib/platform/unique_fd.h"
 
 namespace ExternalControl::Impl {
 
@@ -34,8 +34,8 @@ public:
     /// @throws ErrnoException when a device fails
     void FindModels();
 
-    /// @return the descriptor of a node that Scan found something at; open until the end of the Finder
-    int GetDevice(std::uint32_t deviceNumber) const { return m_devices.at(deviceNumber).Get(); }
+    /// @return the node that Scan found a Descriptor at; open until the end of the Finder
+    const HidDevice& GetDevice(std::uint32_t deviceNumber) const { return m_devices.at(deviceNumber); }
 
     /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
     /// @param found  with the capability and the field index of that one field
@@ -48,12 +48,12 @@ public:
     const std::vector<DescriptorPtr>& GetDescriptors() const { return m_descriptors; }
 
 private:
-    void ScanDevice(int device, std::uint32_t deviceNumber);
-    void ScanReports(int device, std::uint32_t reportType, const Descriptor& common);
-    void ScanField(int device, const hiddev_field_info& field, const Descriptor& common);
+    void ScanDevice(const HidDevice& device, std::uint32_t deviceNumber);
+    void ScanReports(const HidDevice& device, std::uint32_t reportType, const Descriptor& common);
+    void ScanField(const HidDevice& device, const hiddev_field_info& field, const Descriptor& common);
 
     std::vector<DescriptorPtr> m_descriptors;
-    std::map<std::uint32_t, strata::UniqueFd> m_devices;  ///< by number; those of the Descriptors
+    std::map<std::uint32_t, HidDevice> m_devices;  ///< by number; those of the Descriptors
 };
 
 /// The ports by name. Made on one thread; then any thread may ask.

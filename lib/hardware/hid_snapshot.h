@@ -5,14 +5,14 @@
 // board sends only while somebody has the node open, so levels that came at another time are missing until
 // they are fetched.
 //
-// All functions take the descriptor of any open hiddev node of the board; any thread. They fail with the
-// operation's name, and with ENODEV once the board is unplugged.
+// Both functions take the board's device, opened in any way; any thread. They fail with the operation's name,
+// and with ENODEV once the board is unplugged.
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "lib/hardware/external_control_hid_descriptor.h"
+#include "lib/hardware/hiddev.h"
 
 namespace ExternalControl::Impl {
 
@@ -26,15 +26,11 @@ struct HidSnapshot {
 /// Fetches the report that a port's inputs come in, by the one request that it takes; does nothing for a port
 /// without inputs. Blocks for 10 seconds when the board does not answer, and succeeds all the same.
 /// @throws ErrnoException "GetReport"
-void FetchInputs(int device, const Descriptor& descriptor);
+void FetchInputs(const HidDevice& device, const Descriptor& descriptor);
 
 /// Reads what the kernel remembers, with one request for each field. Asks the board nothing, unless these
 /// are the first values that anybody reads since it was plugged in: then the kernel fetches all inputs.
 /// @throws ErrnoException "GetUsages"
-HidSnapshot ReadSnapshot(int device, const Descriptor& descriptor);
-
-/// @return the version of the device, as four hexadecimal digits
-/// @throws ErrnoException
-std::string ReadHidVersion(int device);
+HidSnapshot ReadSnapshot(const HidDevice& device, const Descriptor& descriptor);
 
 }  // namespace ExternalControl::Impl
