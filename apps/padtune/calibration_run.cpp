@@ -10,6 +10,7 @@
 #include "apps/padtune/setup_wait.h"
 #include "apps/padtune/tick_count.h"
 #include "apps/padtune/touch_board_commands.h"
+#include "lib/hardware/open_port.h"
 #include "lib/platform/monotonic_time.h"
 
 using ExternalControl::Port;

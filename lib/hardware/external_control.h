@@ -2,10 +2,9 @@
 
 // External control ports: one addressable group of pins or values on a device outside the player, such as the
 // LEDs of a touch board, or the player's own lines. Every consumer talks to a port through
-// ExternalControl::Port and gets it by name from OpenPort.
+// ExternalControl::Port and gets it by name from OpenPort (open_port.h).
 
 #include <functional>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -119,21 +118,5 @@ protected:
     Port() = default;
     ~Port() = default;
 };
-
-/// Opens a port by its name; the case of ASCII letters does not matter:
-/// - "vantora": the player's own lines;
-/// - "VX1000-compatible": a flat port of own lines and of an expander's, for older software;
-/// - any other, such as "TouchBoard-0-LED": a board. The boards are looked for once in a process, at the
-///   first such call: what is plugged in later cannot be opened.
-/// Any thread, not from a callback, nor while something is held that one takes. A board that does not answer
-/// blocks the call for about 10 seconds, and the first call, which asks touch boards for their model, for
-/// some 40 more.
-/// @param inputCallback  gets the inputs; required
-/// @param lostCallback   may be empty; only boards call it
-/// @return the port, attached to the PollThread; must be released before that ends
-/// @throws std::runtime_error "External control port not found"
-/// @throws ErrnoException when a device fails, or the player's own lines are not there
-std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
-                               LostCallback lostCallback);
 
 }  // namespace ExternalControl

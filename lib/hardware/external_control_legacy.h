@@ -10,6 +10,7 @@
 #include <string>
 
 #include "lib/hardware/external_control.h"
+#include "lib/hardware/open_port.h"
 
 namespace ExternalControl::Impl {
 

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "lib/hardware/external_control_input_driver.h"
+#include "lib/hardware/open_port.h"
 #include "lib/platform/string_operations.h"
 #include "tests/guest/board_process.h"
 

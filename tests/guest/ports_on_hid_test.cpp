@@ -14,6 +14,7 @@
 
 #include "lib/hardware/external_control_hid.h"
 #include "lib/hardware/external_control_hid_finder.h"
+#include "lib/hardware/open_port.h"
 #include "lib/platform/errno_exception.h"
 #include "tests/guest/board_process.h"
 
@@ -104,7 +105,7 @@ TEST_F(PortsOnHid, TheTableOfPortsIsBuiltOnce) {
         try {
             OpenPort(name, Ignore, {});
             ADD_FAILURE() << name;
-        } catch (const std::runtime_error& e) {
+        } catch (const PortNotFoundException& e) {
             EXPECT_STREQ(e.what(), "External control port not found");
         }
     }

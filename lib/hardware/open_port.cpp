@@ -1,7 +1,6 @@
-#include "lib/hardware/external_control.h"
+#include "lib/hardware/open_port.h"
 
 #include <mutex>
-#include <stdexcept>
 #include <utility>
 
 #include "lib/hardware/external_control_hid.h"
@@ -24,7 +23,7 @@ std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCa
     }
     const Impl::PortOnHid::DescriptorPtr descriptor = availablePorts->Find(name);
     if (!descriptor) {
-        throw std::runtime_error("External control port not found");
+        throw PortNotFoundException();
     }
     return Impl::PortOnHid::Open(*descriptor, std::move(inputCallback), std::move(lostCallback));
 }
@@ -33,7 +32,7 @@ std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCa
 
 std::shared_ptr<Port> OpenPort(const std::string& name, InputCallback inputCallback,
                                LostCallback lostCallback) {
-    // Without the lock of the boards: the second opens boards itself.
+    // Without the mutex of the boards' table: LegacyPort opens its own boards through OpenPort.
     if (strata::EqualIgnoringAsciiCase(name, "vantora")) {
         return Impl::PortOnLinuxInputDriver::Open(std::move(inputCallback));
     }
