@@ -94,6 +94,20 @@ TEST(Finder, SortsByPositionKeepingTheFieldsOfADeviceTogether) {
     EXPECT_EQ(order, "3.1 3.2 1.1 1.2 4.1 4.2 0.1 0.2 2.1 2.2 ");
 }
 
+TEST(Finder, WhatABoardAnswersIsKnownOfAllItsPortsOnly) {
+    Finder finder;
+    for (const std::uint32_t device : {5, 3}) {
+        finder.OnFound(Field(device, APPLICATION_TOUCH_BOARD, 0x01));
+        finder.OnFound(Field(device, APPLICATION_TOUCH_BOARD, 0x02));
+    }
+    finder.OnIdentified(5, {MODEL_LARGE_A, 90});
+    for (const auto& descriptor : finder.GetDescriptors()) {
+        const bool isIdentified = descriptor->hid_device == 5;
+        EXPECT_EQ(descriptor->modelCode, isIdentified ? MODEL_LARGE_A : MODEL_UNKNOWN);
+        EXPECT_EQ(descriptor->headerValue, isIdentified ? 90u : 0u);
+    }
+}
+
 TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
     auto descriptors = MakeDescriptors({
         Field(5, APPLICATION_TOUCH_BOARD, 0x00),
@@ -112,8 +126,6 @@ TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
         Field(3, APPLICATION_TOUCH_BOARD, 0x01),
         Field(3, APPLICATION_TOUCH_BOARD, 0x41),
     });
-    descriptors[2]->modelCode = MODEL_LARGE_A;
-    descriptors[2]->headerValue = 90;
     const AvailablePorts ports(descriptors);
 
     const std::pair<const char*, int> names[] = {
@@ -137,9 +149,6 @@ TEST(AvailablePorts, NamesPortsByApplicationBoardAndReport) {
          {"TouchBoard-1-LED", "TouchBoard-0-LED ", "TouchBoard-0", "Expander-1-GPIO", ""}) {
         EXPECT_EQ(ports.Find(name), nullptr) << name;
     }
-    EXPECT_EQ(descriptors[4]->modelCode, MODEL_LARGE_A);
-    EXPECT_EQ(descriptors[4]->headerValue, 90u);
-    EXPECT_EQ(descriptors[13]->modelCode, MODEL_UNKNOWN);
 
     EXPECT_THROW(AvailablePorts(MakeDescriptors({Field(0, 0x00010002, 0x01)})), std::runtime_error);
 }

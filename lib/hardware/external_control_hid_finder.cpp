@@ -72,32 +72,26 @@ std::vector<IdentityPair> FindIdentityPairs(const Descriptors& descriptors) {
     return pairs;
 }
 
-/// Asks a touch board for its model; the setup Descriptor keeps the answer.
-void Identify(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc) {
-    const BoardIdentity identity(identDesc, setupDesc);
-    setupDesc->modelCode = identity.GetModelCode();
-    setupDesc->headerValue = identity.GetHeaderValue();
+BoardAnswer AskForModel(const IdentityPair& pair) {
+    const BoardIdentity identity(pair.identDesc, pair.setupDesc);
+    return {identity.GetModelCode(), identity.GetHeaderValue()};
 }
 
-Descriptors FindBoards() {
-    Finder finder;
-    finder.Scan();
-    for (const auto& [identDesc, setupDesc] : FindIdentityPairs(finder.GetDescriptors())) {
-        Identify(identDesc, setupDesc);
-    }
-    return finder.GetDescriptors();
-}
-
-/// Counts the boards of one application.
+/// Counts the boards of one application: a field moves the count on when its board is not the one recorded
+/// last.
 class BoardIndex {
 public:
-    unsigned Count(std::uint32_t deviceNumber) {
+    /// @param isRecorded  whether the field's board is recorded
+    /// @return the index of the field's board
+    unsigned Count(std::uint32_t deviceNumber, bool isRecorded) {
         if (m_recorded && *m_recorded != deviceNumber) {
             ++m_index;
         }
+        if (isRecorded) {
+            m_recorded = deviceNumber;
+        }
         return m_index;
     }
-    void Record(std::uint32_t deviceNumber) { m_recorded = deviceNumber; }
 
 private:
     unsigned m_index = 0;
@@ -124,8 +118,10 @@ const char* TouchBoardReportName(std::uint32_t usagePage) {
     }
 }
 
-/// Fields of these pages do not move the count of touch boards on. It is deliberate: names in the field rely
-/// on it.
+/// Whether a field of a touch board records its board for the count. Deliberately not the fields of these
+/// three pages, although they move the count on: so does the next field of the same board then, once more.
+/// The ports of a second board, in the order GPIO, DIAGNOSTICS, LED, have the indexes 1, 2 and 2. Names in
+/// the field rely on it.
 bool RecordsTouchBoard(std::uint32_t usagePage) {
     return usagePage != PAGE_TOUCH_GPIO && usagePage != PAGE_TOUCH_LED_SETUP && usagePage != PAGE_TOUCH_LED;
 }
@@ -165,15 +161,17 @@ void Finder::Scan() {
     Sort();
 }
 
+void Finder::AskForModels() {
+    for (const IdentityPair& pair : FindIdentityPairs(m_descriptors)) {
+        OnIdentified(pair.setupDesc->hid_device, AskForModel(pair));
+    }
+}
+
 void Finder::FindModels() {
-    for (const auto& [identDesc, setupDesc] : FindIdentityPairs(m_descriptors)) {
-        const auto answer = ReadBoardAnswer(GetDevice(setupDesc->hid_device), *setupDesc);
-        if (answer) {
-            setupDesc->modelCode = answer->modelCode;
-            setupDesc->headerValue = answer->headerValue;
-        } else {
-            Identify(identDesc, setupDesc);
-        }
+    for (const IdentityPair& pair : FindIdentityPairs(m_descriptors)) {
+        const std::uint32_t deviceNumber = pair.setupDesc->hid_device;
+        const auto remembered = ReadBoardAnswer(GetDevice(deviceNumber), *pair.setupDesc);
+        OnIdentified(deviceNumber, remembered ? *remembered : AskForModel(pair));
     }
 }
 
@@ -276,6 +274,15 @@ void Finder::OnFound(const Descriptor& found) {
     merged.capabilities |= found.capabilities;
 }
 
+void Finder::OnIdentified(std::uint32_t deviceNumber, const BoardAnswer& answer) {
+    for (const DescriptorPtr& descriptor : m_descriptors) {
+        if (descriptor->hid_device == deviceNumber && descriptor->application == APPLICATION_TOUCH_BOARD) {
+            descriptor->modelCode = answer.modelCode;
+            descriptor->headerValue = answer.headerValue;
+        }
+    }
+}
+
 void Finder::Sort() {
     std::stable_sort(m_descriptors.begin(), m_descriptors.end(),
                      [](const DescriptorPtr& a, const DescriptorPtr& b) {
@@ -285,8 +292,6 @@ void Finder::Sort() {
                          return a->position < b->position;
                      });
 }
-
-AvailablePorts::AvailablePorts() : AvailablePorts(FindBoards()) {}
 
 AvailablePorts::AvailablePorts(const Descriptors& descriptors) {
     BoardIndex expanders;
@@ -299,28 +304,21 @@ AvailablePorts::AvailablePorts(const Descriptors& descriptors) {
         switch (descriptor->application) {
             case APPLICATION_EXPANDER: {
                 const char* report = page == PAGE_EXPANDER_DIP ? "DIP" : "GPIO";
-                m_ports.emplace(FormatPortName("Expander", expanders.Count(device), report), descriptor);
-                expanders.Record(device);
+                m_ports.emplace(FormatPortName("Expander", expanders.Count(device, true), report),
+                                descriptor);
                 break;
             }
             case APPLICATION_LIGHT_CONTROLLER: {
                 const char* report = page == PAGE_LIGHT_CONTROL ? "CONTROL" : "DIAGNOSTICS";
-                m_ports.emplace(FormatPortName("LightController", lightControllers.Count(device), report),
-                                descriptor);
-                lightControllers.Record(device);
+                m_ports.emplace(
+                    FormatPortName("LightController", lightControllers.Count(device, true), report),
+                    descriptor);
                 break;
             }
             case APPLICATION_TOUCH_BOARD: {
-                if (const DescriptorPtr setup = FindSetupDescriptor(descriptors, device)) {
-                    descriptor->modelCode = setup->modelCode;
-                    descriptor->headerValue = setup->headerValue;
-                }
-                const unsigned index = touchBoards.Count(device);
+                const unsigned index = touchBoards.Count(device, RecordsTouchBoard(page));
                 if (const char* report = TouchBoardReportName(page)) {
                     m_ports.emplace(FormatPortName("TouchBoard", index, report), descriptor);
-                }
-                if (RecordsTouchBoard(page)) {
-                    touchBoards.Record(device);
                 }
                 break;
             }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/hardware/board_identity.h"
 #include "lib/hardware/external_control_hid_descriptor.h"
 #include "lib/hardware/hiddev.h"
 #include "lib/platform/string_operations.h"
@@ -25,12 +26,16 @@ std::optional<std::uint32_t> BitsPerField(std::int32_t logicalMinimum, std::int3
 class Finder {
 public:
     /// Looks at the nodes /dev/usb/hiddev0 to hiddev15, and sorts what it finds. Blocks for some 60 ms a
-    /// board. Nodes that cannot be opened and devices of others are passed over.
+    /// board, and for 10 seconds a board that does not answer, if nobody has asked it for usages since it was
+    /// plugged in. Nodes that cannot be opened and devices of others are passed over.
     /// @throws ErrnoException when a device does not tell what it is
     void Scan();
 
-    /// Gives each touch board's setup Descriptor its model. Only boards that have not told it since they were
-    /// plugged in are asked: for some 40 seconds each, when they do not answer.
+    /// Asks each touch board for its model: for some 40 seconds when it does not answer.
+    /// @throws ErrnoException when a device fails
+    void AskForModels();
+
+    /// The same, but asks only those that have not told it since they were plugged in.
     /// @throws ErrnoException when a device fails
     void FindModels();
 
@@ -40,6 +45,9 @@ public:
     /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
     /// @param found  with the capability and the field index of that one field
     void OnFound(const Descriptor& found);
+
+    /// Gives all Descriptors of a touch board what the board has answered.
+    void OnIdentified(std::uint32_t deviceNumber, const BoardAnswer& answer);
 
     /// Sorts by USB position, keeping the order of equal ones. Unknown positions go last.
     void Sort();
@@ -60,11 +68,6 @@ private:
 class AvailablePorts {
 public:
     using Ports = std::map<std::string, DescriptorPtr, strata::LessIgnoringAsciiCase>;
-
-    /// Finds the boards, asks touch boards for their model, and names the ports. Blocks for some 40 seconds
-    /// for each touch board that does not answer.
-    /// @throws ErrnoException when a device fails
-    AvailablePorts();
 
     /// Names ports.
     /// @param descriptors  sorted by position

@@ -19,7 +19,10 @@ std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCa
 
     const std::lock_guard lock(mutex);
     if (!availablePorts) {
-        availablePorts = std::make_unique<Impl::AvailablePorts>();
+        Impl::Finder finder;
+        finder.Scan();
+        finder.AskForModels();
+        availablePorts = std::make_unique<Impl::AvailablePorts>(finder.GetDescriptors());
     }
     const Impl::PortOnHid::DescriptorPtr descriptor = availablePorts->Find(name);
     if (!descriptor) {

@@ -171,7 +171,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     boards = &input;
     ModelledHiddev hiddev(input);
     try {
-        const AvailablePorts available;
+        Finder finder;
+        finder.Scan();
+        finder.AskForModels();
+        const AvailablePorts available(finder.GetDescriptors());
         std::vector<DescriptorPtr> found;
         for (const auto& [name, descriptor] : available.GetPorts()) {
             REQUIRE(available.Find(strata::ToLowerAscii(name)) == descriptor);

@@ -50,9 +50,16 @@ struct AnnouncementCount final : DeviceHotplugUpdateObserver {
     void OnDeviceDisappeared(const std::string&) override {}
 };
 
+DescriptorPtr FindAvailable(const std::string& name) {
+    Finder finder;
+    finder.Scan();
+    finder.AskForModels();
+    return AvailablePorts(finder.GetDescriptors()).Find(name);
+}
+
 std::shared_ptr<PortOnHid> OpenAvailable(const std::string& name, InputCallback input = Ignore,
                                          LostCallback lost = {}) {
-    const auto descriptor = AvailablePorts().Find(name);
+    const auto descriptor = FindAvailable(name);
     if (!descriptor) {
         throw std::runtime_error("no port " + name);
     }
@@ -109,7 +116,7 @@ TEST_F(PortsOnHid, TheTableOfPortsIsBuiltOnce) {
             EXPECT_STREQ(e.what(), "External control port not found");
         }
     }
-    EXPECT_TRUE(AvailablePorts().Find("TouchBoard-1-GPIO"));
+    EXPECT_TRUE(FindAvailable("TouchBoard-1-GPIO"));
 }
 
 TEST_F(PortsOnHid, BoardsAreNumberedByPositionAndIdentified) {
@@ -126,7 +133,7 @@ TEST_F(PortsOnHid, BoardsAreNumberedByPositionAndIdentified) {
     EXPECT_EQ(gpio->GetVersion().size(), 4u);
     EXPECT_EQ(OpenAvailable("TouchBoard-1-GPIO")->GetProperties(),
               "hardware=KP120;header=yes;revision=A;rheader=21");
-    EXPECT_FALSE(AvailablePorts().Find("TouchBoard-2-GPIO"));
+    EXPECT_FALSE(FindAvailable("TouchBoard-2-GPIO"));
 }
 
 TEST_F(PortsOnHid, ABoardThatRefusesToAnswerStillHasPorts) {
