@@ -32,7 +32,7 @@ public:
     HidDevice() = default;
 
     /// Opens a node for reading, without waiting for anything but the device's own start, and for requests of
-    /// all kinds. Like the other two ways of opening it blocks for some 50 ms when nobody else has the node
+    /// all kinds. Like the other two ways of opening it blocks for some 60 ms when nobody else has the node
     /// open.
     /// @param number  N of /dev/usb/hiddevN
     /// @throws ErrnoException with the path

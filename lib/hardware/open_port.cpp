@@ -18,8 +18,10 @@ std::shared_ptr<Port> OpenHidPort(const std::string& name, InputCallback inputCa
     static std::unique_ptr<const Impl::AvailablePorts> availablePorts;
 
     const std::lock_guard lock(mutex);
+    // Outlives the first opening of a port: as long as it keeps the boards' nodes open, opening one of them
+    // again takes no time.
+    Impl::Finder finder;
     if (!availablePorts) {
-        Impl::Finder finder;
         finder.Scan();
         finder.AskForModels();
         availablePorts = std::make_unique<Impl::AvailablePorts>(finder.GetDescriptors());
