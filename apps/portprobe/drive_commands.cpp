@@ -22,8 +22,8 @@
 namespace {
 
 using ExternalControl::PinNotAvailableException;
+using ExternalControl::PlayerLines;
 using ExternalControl::Port;
-using ExternalControl::Impl::PortOnLinuxInputDriver;
 
 constexpr unsigned VALUE_BITS = std::numeric_limits<unsigned>::digits;
 constexpr unsigned PARAMETER_MAX = std::numeric_limits<std::uint8_t>::max();
@@ -32,12 +32,12 @@ constexpr unsigned PARAMETER_MAX = std::numeric_limits<std::uint8_t>::max();
 class OpenedPort {
 public:
     explicit OpenedPort(const std::string& name)
-        : m_known(m_ports.Find(name)), m_port(Open(m_known)), m_pins(ReadPins(m_known, *m_port)) {}
+        : m_known(FindKnownPort(name)), m_port(Open(m_known)), m_pins(ReadPins(m_known, *m_port)) {}
 
     Port* operator->() const { return m_port.get(); }
 
     /// @return null for the port of a board
-    PortOnLinuxInputDriver* GetLines() const { return dynamic_cast<PortOnLinuxInputDriver*>(m_port.get()); }
+    PlayerLines* GetLines() const { return dynamic_cast<PlayerLines*>(m_port.get()); }
 
     /// @return the greatest value of a pin
     unsigned GetValueMax() const {
@@ -55,14 +55,14 @@ public:
         for (const auto& [number, value] : values) {
             GetPin(number);
             if (value > max) {
-                throw UsageError(strprintf("VALUE %u: %s takes 0 to %u", value, m_known.name.c_str(), max));
+                throw UsageError(
+                    strprintf("VALUE %u: %s takes 0 to %u", value, m_known.GetName().c_str(), max));
             }
         }
     }
 
 private:
-    KnownPorts m_ports;
-    const KnownPort m_known;
+    const ListedPort m_known;
     const std::shared_ptr<Port> m_port;
     const Pins m_pins;
 };
@@ -176,7 +176,7 @@ void SwitchFunctions(const Request& request) {
 
 void SetParameters(const Request& request) {
     const OpenedPort port(request.names[0]);
-    PortOnLinuxInputDriver* const lines = port.GetLines();
+    PlayerLines* const lines = port.GetLines();
     if (lines == nullptr) {
         throw std::runtime_error("the pins of this port have no parameter");
     }

@@ -5,24 +5,23 @@
 
 #include "apps/portprobe/request.h"
 #include "lib/hardware/external_control_input_driver.h"
-#include "lib/hardware/hid_snapshot.h"
 #include "lib/platform/string_operations.h"
 
 namespace {
 
+using ExternalControl::PlayerLines;
 using ExternalControl::Port;
-using ExternalControl::Impl::HidSnapshot;
-using ExternalControl::Impl::PortOnHid;
-using ExternalControl::Impl::PortOnLinuxInputDriver;
+using ExternalControl::PortKind;
+using ExternalControl::PortValues;
 
 std::optional<std::uint32_t> LevelIf(bool isThere, std::uint32_t mask, unsigned number) {
     return isThere ? std::optional(mask >> number & 1) : std::nullopt;
 }
 
-Pins ReadLines(PortOnLinuxInputDriver& lines) {
+Pins ReadLines(PlayerLines& lines) {
     const std::uint32_t switchable = lines.GetSwitchablePins();
     const std::uint32_t offered = lines.GetOfferedInputs() | lines.GetOfferedOutputs() | switchable;
-    const PortOnLinuxInputDriver::Snapshot now = lines.ReadSnapshot();
+    const PlayerLines::Snapshot now = lines.ReadSnapshot();
     const std::uint32_t inputs = (lines.GetOfferedInputs() & ~switchable) | (switchable & ~now.directions);
     const std::uint32_t outputs = (lines.GetOfferedOutputs() & ~switchable) | (switchable & now.directions);
 
@@ -38,10 +37,8 @@ Pins ReadLines(PortOnLinuxInputDriver& lines) {
     return pins;
 }
 
-Pins ReadBoard(const KnownPort& knownPort) {
-    const PortOnHid::Descriptor& descriptor = *knownPort.descriptor;
-    const HidSnapshot now = ReadSnapshot(*knownPort.device, descriptor);
-    const bool isInverted = descriptor.IsActiveLow() && !knownPort.HasValues();
+Pins ReadBoard(const ListedPort& knownPort) {
+    const PortValues now = knownPort.ReadValues();
 
     Pins pins(std::max({now.inputs.size(), now.outputs.size(), now.directions.size()}));
     for (unsigned number = 0; number < pins.size(); ++number) {
@@ -50,8 +47,7 @@ Pins ReadBoard(const KnownPort& knownPort) {
         const bool isSwitchedToOutput = isSwitchable && now.directions[number] != 0;
         pin.kind = isSwitchable ? PinKind::SWITCHABLE : PinKind::FIXED;
         if (!now.inputs.empty() && !isSwitchedToOutput) {
-            const std::uint32_t value = now.inputs[number];
-            pin.input = isInverted ? std::uint32_t{value == 0} : value;
+            pin.input = now.inputs[number];
         }
         if (!now.outputs.empty() && (!isSwitchable || isSwitchedToOutput)) {
             pin.output = now.outputs[number];
@@ -62,23 +58,23 @@ Pins ReadBoard(const KnownPort& knownPort) {
 
 }  // namespace
 
-Pins FetchPins(const KnownPort& knownPort) {
-    if (!knownPort.descriptor) {
+Pins FetchPins(const ListedPort& knownPort) {
+    if (knownPort.GetKind() == PortKind::LINES) {
         const std::shared_ptr<Port> port = Open(knownPort);
         return ReadPins(knownPort, *port);
     }
-    FetchInputs(*knownPort.device, *knownPort.descriptor);
+    knownPort.FetchInputs();
     return ReadBoard(knownPort);
 }
 
-Pins ReadPins(const KnownPort& knownPort, Port& port) {
-    if (auto* const lines = dynamic_cast<PortOnLinuxInputDriver*>(&port)) {
+Pins ReadPins(const ListedPort& knownPort, Port& port) {
+    if (auto* const lines = dynamic_cast<PlayerLines*>(&port)) {
         return ReadLines(*lines);
     }
     return ReadBoard(knownPort);
 }
 
-std::string FormatPin(const KnownPort& knownPort, unsigned number, const Pin& pin) {
+std::string FormatPin(const ListedPort& knownPort, unsigned number, const Pin& pin) {
     std::string text = strprintf("%s %u", knownPort.HasValues() ? "value" : "pin", number);
     const auto append = [&](const char* direction, const std::optional<std::uint32_t>& value) {
         if (value) {
@@ -98,17 +94,17 @@ std::string FormatPin(const KnownPort& knownPort, unsigned number, const Pin& pi
     return text;
 }
 
-void CheckNumber(const KnownPort& knownPort, const Pins& pins, unsigned number) {
+void CheckNumber(const ListedPort& knownPort, const Pins& pins, unsigned number) {
     if (number >= pins.size()) {
-        throw UsageError(strprintf("PIN %u: %s has %zu pins, numbered from 0", number, knownPort.name.c_str(),
-                                   pins.size()));
+        throw UsageError(strprintf("PIN %u: %s has %zu pins, numbered from 0", number,
+                                   knownPort.GetName().c_str(), pins.size()));
     }
 }
 
-const Pin& GetPin(const KnownPort& knownPort, const Pins& pins, unsigned number) {
+const Pin& GetPin(const ListedPort& knownPort, const Pins& pins, unsigned number) {
     CheckNumber(knownPort, pins, number);
     if (pins[number].kind == PinKind::ABSENT) {
-        throw UsageError(strprintf("PIN %u: %s does not have this one", number, knownPort.name.c_str()));
+        throw UsageError(strprintf("PIN %u: %s does not have this one", number, knownPort.GetName().c_str()));
     }
     return pins[number];
 }

@@ -30,18 +30,18 @@ using Pins = std::vector<Pin>;
 /// the inputs come in: the kernel knows the rest. Needs the PollThread. Blocks for 10 seconds when a board
 /// does not answer; its inputs are those that it sent last then.
 /// @throws ErrnoException when the device fails
-Pins FetchPins(const KnownPort& knownPort);
+Pins FetchPins(const ListedPort& knownPort);
 
 /// Reads the pins of an open port, of which the kernel knows everything.
 /// @param knownPort  the same port
 /// @throws ErrnoException when the device fails
-Pins ReadPins(const KnownPort& knownPort, ExternalControl::Port& port);
+Pins ReadPins(const ListedPort& knownPort, ExternalControl::Port& port);
 
 /// Describes a pin, as "pin 8 output level 1 switchable" or "value 3 input 0x0000012C fixed".
-std::string FormatPin(const KnownPort& knownPort, unsigned number, const Pin& pin);
+std::string FormatPin(const ListedPort& knownPort, unsigned number, const Pin& pin);
 
 /// @throws UsageError when the port does not count so many pins
-void CheckNumber(const KnownPort& knownPort, const Pins& pins, unsigned number);
+void CheckNumber(const ListedPort& knownPort, const Pins& pins, unsigned number);
 
 /// @throws UsageError when the port has no such pin, or it is absent
-const Pin& GetPin(const KnownPort& knownPort, const Pins& pins, unsigned number);
+const Pin& GetPin(const ListedPort& knownPort, const Pins& pins, unsigned number);

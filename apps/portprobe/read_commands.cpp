@@ -13,7 +13,7 @@
 
 #include "apps/portprobe/known_ports.h"
 #include "apps/portprobe/pins.h"
-#include "lib/hardware/board_identity.h"
+#include "lib/hardware/open_port.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/standard_output.h"
 #include "lib/platform/string_operations.h"
@@ -32,30 +32,31 @@ bool IsAbsence(const std::exception& failure) {
 }
 
 /// Shows every port that there is. One that fails is reported to standard error, and the others are shown.
-/// @param find  how the boards are found
+/// @param list  how the ports are found
 /// @return whether there were ports and none failed
-bool ForEachPort(const char* command, void (KnownPorts::*find)(),
-                 const std::function<void(const KnownPort&)>& show) {
+bool ForEachPort(const char* command, std::vector<ListedPort> (*list)(),
+                 const std::function<void(const ListedPort&)>& show) {
     bool hasTrouble = false;
     const auto reportTrouble = [&hasTrouble](const std::string& subject, const std::exception& failure) {
         std::fprintf(stderr, "portprobe: %s: %s\n", subject.c_str(), failure.what());
         hasTrouble = true;
     };
 
-    KnownPorts ports;
+    std::vector<ListedPort> ports;
     try {
-        (ports.*find)();
+        ports = list();
     } catch (const ErrnoException& failure) {
         reportTrouble("boards", failure);
+        ports.emplace_back();  // the player's own lines
     }
     bool hasPorts = false;
-    for (const KnownPort& port : ports.GetAll()) {
+    for (const ListedPort& port : ports) {
         try {
             show(port);
             hasPorts = true;
         } catch (const std::exception& failure) {
             if (!IsAbsence(failure)) {
-                reportTrouble(port.name, failure);
+                reportTrouble(port.GetName(), failure);
             }
         }
     }
@@ -65,15 +66,14 @@ bool ForEachPort(const char* command, void (KnownPorts::*find)(),
     return hasPorts && !hasTrouble;
 }
 
-Row DescribePort(const KnownPort& port) {
-    Row row = {port.name, "", "", "", port.node, port.location};
-    if (port.descriptor) {
-        row[1] = std::to_string(port.descriptor->count);
-        row[2] = port.device->GetVersion();
-        row[3] = ExternalControl::Impl::FormatBoardProperties(port.descriptor->modelCode,
-                                                              port.descriptor->headerValue);
-    } else {
+Row DescribePort(const ListedPort& port) {
+    Row row = {port.GetName(), "", "", "", port.GetNode(), port.GetLocation()};
+    if (port.GetKind() == ExternalControl::PortKind::LINES) {
         row[1] = std::to_string(Open(port)->GetPinCount());
+    } else {
+        row[1] = std::to_string(port.GetPinCount());
+        row[2] = port.ReadVersion();
+        row[3] = port.GetProperties();
     }
     std::replace(row.begin(), row.end(), std::string(), std::string(NO_TEXT));
     return row;
@@ -105,8 +105,8 @@ std::string FormatNumber(const Pin& pin) {
 
 bool List() {
     std::vector<Row> rows = {HEADER};
-    const bool isDone = ForEachPort("list", &KnownPorts::FindBoardsAndModels,
-                                    [&rows](const KnownPort& port) { rows.push_back(DescribePort(port)); });
+    const bool isDone = ForEachPort("list", ExternalControl::ListPortsWithModels,
+                                    [&rows](const ListedPort& port) { rows.push_back(DescribePort(port)); });
     if (rows.size() > 1) {
         PrintTable(rows);
         FlushStandardOutput();
@@ -115,9 +115,10 @@ bool List() {
 }
 
 bool Info() {
-    const bool isDone = ForEachPort("info", &KnownPorts::FindBoards, [](const KnownPort& port) {
+    const bool isDone = ForEachPort("info", ExternalControl::ListPorts, [](const ListedPort& port) {
         const Pins pins = FetchPins(port);
-        std::printf("%s - %zu %s\n", port.name.c_str(), pins.size(), port.HasValues() ? "values" : "pins");
+        std::printf("%s - %zu %s\n", port.GetName().c_str(), pins.size(),
+                    port.HasValues() ? "values" : "pins");
         for (unsigned number = 0; number < pins.size(); ++number) {
             std::printf("    %s\n", FormatPin(port, number, pins[number]).c_str());
         }
@@ -127,8 +128,7 @@ bool Info() {
 }
 
 void Get(const Request& request) {
-    KnownPorts ports;
-    const KnownPort port = ports.Find(request.names[0]);
+    const ListedPort port = FindKnownPort(request.names[0]);
     const Pins pins = FetchPins(port);
     std::vector<unsigned> numbers = request.pins;
     if (numbers.empty()) {

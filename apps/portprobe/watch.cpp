@@ -32,7 +32,7 @@ constexpr int NOTHING = -1;  // in the place of a descriptor
 class Watcher {
 public:
     Watcher(const Request& request, const StopSignals& stopSignals)
-        : m_request(request), m_stopSignals(stopSignals), m_lines(m_knownPorts, request.count) {}
+        : m_request(request), m_stopSignals(stopSignals), m_lines(m_labels, request.count) {}
 
     void Run();
 
@@ -47,7 +47,7 @@ private:
 
     const Request& m_request;
     const StopSignals& m_stopSignals;
-    std::vector<KnownPort> m_knownPorts;
+    std::vector<PortLabel> m_labels;
     ChangeQueue m_queue;
     WatchLines m_lines;
     std::vector<std::unique_ptr<WatchedPort>> m_ports;
@@ -70,7 +70,7 @@ void Watcher::Run() {
             return;
         }
         if (m_lines.IsEmpty() && m_lostPort) {
-            throw Trouble(m_knownPorts[*m_lostPort].name, "the device has been gone for 10 seconds");
+            throw Trouble(m_labels[*m_lostPort].name, "the device has been gone for 10 seconds");
         }
         if (!Wait()) {
             ReportUnprinted();
@@ -80,19 +80,20 @@ void Watcher::Run() {
 }
 
 void Watcher::OpenPorts() {
-    KnownPorts ports;
+    std::vector<ListedPort> ports;  // only here, for they keep the boards' nodes open
     for (const std::string& name : m_request.names) {
-        About(name, [&] { m_knownPorts.push_back(ports.Find(name)); });
+        About(name, [&] { ports.push_back(FindKnownPort(name)); });
     }
-    for (unsigned number = 0; number < m_knownPorts.size(); ++number) {
-        const KnownPort& port = m_knownPorts[number];
-        About(port.name, [&] {
+    for (unsigned number = 0; number < ports.size(); ++number) {
+        const ListedPort& port = ports[number];
+        m_labels.push_back({port.GetName(), port.HasValues()});
+        About(port.GetName(), [&] {
             m_ports.push_back(std::make_unique<WatchedPort>(port, number, m_request, m_queue));
-            m_ports.back()->Start();
+            m_ports.back()->Start(port);
         });
     }
     // Opening can take long: tells from when on every change is printed or counted.
-    for (const KnownPort& port : m_knownPorts) {
+    for (const PortLabel& port : m_labels) {
         std::fprintf(stderr, "portprobe: %s: watching\n", port.name.c_str());
     }
 }

@@ -10,12 +10,12 @@
 
 namespace {
 
-std::string FormatChange(const KnownPort& port, const Change& change) {
+std::string FormatChange(const PortLabel& port, const Change& change) {
     if (change.kind == Change::Kind::DROPPED) {
         return "dropped";
     }
-    const std::string text = port.HasValues() ? strprintf("value %u 0x%08X", change.pin, change.value)
-                                              : strprintf("pin %u level %u", change.pin, change.value);
+    const std::string text = port.hasValues ? strprintf("value %u 0x%08X", change.pin, change.value)
+                                            : strprintf("pin %u level %u", change.pin, change.value);
     return change.kind == Change::Kind::INITIAL ? text + " initial" : text;
 }
 

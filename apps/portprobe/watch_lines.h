@@ -10,13 +10,18 @@
 #include <vector>
 
 #include "apps/portprobe/change_queue.h"
-#include "apps/portprobe/known_ports.h"
+
+/// A port as its lines show it.
+struct PortLabel {
+    std::string name;
+    bool hasValues = false;  ///< or levels
+};
 
 class WatchLines {
 public:
     /// @param ports  by the numbers that the changes have
     /// @param limit  how many changes are to be printed; nothing: all
-    WatchLines(const std::vector<KnownPort>& ports, std::optional<unsigned> limit)
+    WatchLines(const std::vector<PortLabel>& ports, std::optional<unsigned> limit)
         : m_ports(ports), m_left(limit) {}
 
     bool IsEmpty() const { return m_lines.empty(); }
@@ -42,7 +47,7 @@ private:
     void AppendLine(const strata::monotonic_time& time, unsigned port, const std::string& what,
                     unsigned long changeCount);
 
-    const std::vector<KnownPort>& m_ports;
+    const std::vector<PortLabel>& m_ports;
     std::optional<unsigned> m_left;
     std::deque<Line> m_lines;
 };

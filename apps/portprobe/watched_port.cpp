@@ -9,43 +9,47 @@
 
 namespace {
 
-using ExternalControl::Impl::PortOnLinuxInputDriver;
+using ExternalControl::PlayerLines;
 
 constexpr unsigned WIDTH_LEVEL = 1;
 
 }  // namespace
 
-WatchedPort::WatchedPort(const KnownPort& knownPort, unsigned number, const Request& request,
+WatchedPort::WatchedPort(const ListedPort& listedPort, unsigned number, const Request& request,
                          ChangeQueue& queue)
-    : m_knownPort(knownPort), m_number(number), m_pins(request.pins), m_edges(request.edges), m_queue(queue) {
-    if (!knownPort.HasInputs()) {
+    : m_hasValues(listedPort.HasValues()),
+      m_number(number),
+      m_pins(request.pins),
+      m_edges(request.edges),
+      m_queue(queue) {
+    if (!listedPort.HasInputs()) {
         throw std::runtime_error("has no inputs to watch");
     }
-    if (knownPort.HasValues() && m_edges != Edges::BOTH) {
-        throw UsageError(strprintf("--edges: %s has values, not levels", knownPort.name.c_str()));
+    if (m_hasValues && m_edges != Edges::BOTH) {
+        throw UsageError(strprintf("--edges: %s has values, not levels", listedPort.GetName().c_str()));
     }
     // A port of values also reports levels, which only tell whether a value is zero, and some report their
     // values to both callbacks: each kind of port is listened to in one place.
     const auto onLevel = [this](unsigned pin, unsigned value, unsigned width) {
-        if (width == WIDTH_LEVEL && !m_knownPort.HasValues()) {
+        if (width == WIDTH_LEVEL && !m_hasValues) {
             OnValue(pin, value);
         }
     };
-    m_port = Open(knownPort, onLevel, [this] { m_queue.SetDeviceLost(m_number); });
-    if (knownPort.HasValues()) {
+    m_port = listedPort.Open(onLevel, [this] { m_queue.SetDeviceLost(m_number); });
+    if (m_hasValues) {
         m_port->SetValueCallback([this](unsigned pin, unsigned value, unsigned) { OnValue(pin, value); });
     }
-    if (auto* const lines = dynamic_cast<PortOnLinuxInputDriver*>(m_port.get())) {
+    if (auto* const lines = dynamic_cast<PlayerLines*>(m_port.get())) {
         m_lines = lines;
         lines->SetDroppedCallback([this] { OnDropped(); });
     }
 }
 
-void WatchedPort::Start() {
+void WatchedPort::Start(const ListedPort& listedPort) {
     const strata::monotonic_time now = strata::get_monotonic_time();
-    const Pins pins = ReadPins(m_knownPort, *m_port);
+    const Pins pins = ReadPins(listedPort, *m_port);
     for (const unsigned pin : m_pins) {
-        GetPin(m_knownPort, pins, pin);
+        GetPin(listedPort, pins, pin);
     }
     const auto noCallbacks = PollThread::GetInstance()->BlockCallbacks();
     for (unsigned pin = 0; pin < pins.size(); ++pin) {

@@ -22,12 +22,12 @@ public:
     /// @throws UsageError when the port has no such pins, or no edges
     /// @throws std::runtime_error when it has no inputs
     /// @throws ErrnoException when the device fails
-    WatchedPort(const KnownPort& knownPort, unsigned number, const Request& request, ChangeQueue& queue);
+    WatchedPort(const ListedPort& listedPort, unsigned number, const Request& request, ChangeQueue& queue);
 
-    /// Puts what the inputs have now into the queue; from then on the changes follow. Main thread, while the
-    /// KnownPorts live that the port came from.
+    /// Puts what the inputs have now into the queue; from then on the changes follow. Main thread.
+    /// @param listedPort  the same port
     /// @throws ErrnoException when the device fails
-    void Start();
+    void Start(const ListedPort& listedPort);
 
 private:
     bool Wants(unsigned pin) const;
@@ -37,12 +37,12 @@ private:
     void OnValue(unsigned pin, unsigned value);
     void OnDropped();
 
-    const KnownPort m_knownPort;
+    const bool m_hasValues;
     const unsigned m_number;
     const std::vector<unsigned> m_pins;  ///< empty: all
     const Edges m_edges;
     ChangeQueue& m_queue;
-    const ExternalControl::Impl::PortOnLinuxInputDriver* m_lines = nullptr;  ///< null: the port is a board's
+    const ExternalControl::PlayerLines* m_lines = nullptr;  ///< null: the port is a board's
     // These two are for the poll thread, or for a thread that has blocked the callbacks.
     std::map<unsigned, unsigned> m_last;  ///< by pin, as received last
     bool m_isStarted = false;

@@ -155,7 +155,7 @@ void Finder::Scan() {
         const std::size_t known = m_descriptors.size();
         ScanDevice(*device, deviceNumber);
         if (m_descriptors.size() != known) {
-            m_devices[deviceNumber] = std::move(*device);
+            m_devices[deviceNumber] = std::make_shared<const HidDevice>(std::move(*device));
         }
     }
     Sort();
@@ -170,7 +170,7 @@ void Finder::AskForModels() {
 void Finder::FindModels() {
     for (const IdentityPair& pair : FindIdentityPairs(m_descriptors)) {
         const std::uint32_t deviceNumber = pair.setupDesc->hid_device;
-        const auto remembered = ReadBoardAnswer(GetDevice(deviceNumber), *pair.setupDesc);
+        const auto remembered = ReadBoardAnswer(*GetDevice(deviceNumber), *pair.setupDesc);
         OnIdentified(deviceNumber, remembered ? *remembered : AskForModel(pair));
     }
 }

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,8 +40,11 @@ public:
     /// @throws ErrnoException when a device fails
     void FindModels();
 
-    /// @return the node that Scan found a Descriptor at; open until the end of the Finder
-    const HidDevice& GetDevice(std::uint32_t deviceNumber) const { return m_devices.at(deviceNumber); }
+    /// @return the node that Scan found a Descriptor at; open as long as the Finder, or longer if it is
+    /// shared
+    std::shared_ptr<const HidDevice> GetDevice(std::uint32_t deviceNumber) const {
+        return m_devices.at(deviceNumber);
+    }
 
     /// Takes in one field: adds it to the Descriptor of the same fields, or as a new one.
     /// @param found  with the capability and the field index of that one field
@@ -61,7 +65,8 @@ private:
     void ScanField(const HidDevice& device, const hiddev_field_info& field, const Descriptor& common);
 
     std::vector<DescriptorPtr> m_descriptors;
-    std::map<std::uint32_t, HidDevice> m_devices;  ///< by number; those of the Descriptors
+    std::map<std::uint32_t, std::shared_ptr<const HidDevice>>
+        m_devices;  ///< by number; those of the Descriptors
 };
 
 /// The ports by name. Made on one thread; then any thread may ask.

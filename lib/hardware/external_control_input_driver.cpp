@@ -24,8 +24,6 @@
 namespace ExternalControl::Impl {
 namespace {
 
-constexpr const char* DEVICE_PATH = "/dev/input/vantora-gpio";
-
 // The codes of pin 0; those of the other pins follow. Levels have the same codes as keys and as LEDs.
 constexpr unsigned LEVEL_CODE = 8;
 constexpr unsigned DIRECTION_CODE = 40;

@@ -25,6 +25,9 @@ namespace ExternalControl::Impl {
 
 class PortOnLinuxInputDriver final : public Port, public Pollable, public TimerClient {
 public:
+    /// The node of the driver.
+    static constexpr const char* DEVICE_PATH = "/dev/input/vantora-gpio";
+
     /// Opens the port and attaches it to the PollThread. Any thread.
     /// @throws ErrnoException when there is no such device or it fails
     static std::shared_ptr<PortOnLinuxInputDriver> Open(InputCallback inputCallback);
@@ -159,3 +162,11 @@ private:
 };
 
 }  // namespace ExternalControl::Impl
+
+namespace ExternalControl {
+
+/// The port of the player's own lines, for programs that use more of it than ports have in common: by a
+/// dynamic_cast of what opened as "vantora".
+using PlayerLines = Impl::PortOnLinuxInputDriver;
+
+}  // namespace ExternalControl
