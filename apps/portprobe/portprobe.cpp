@@ -30,26 +30,10 @@ void StartHotplugMonitor(std::optional<KestrelObjectGlobals>& objectGlobals) {
     }
 }
 
-int Run(const Request& request) {
-    if (request.command == Command::HELP) {
-        PrintHelp();
-        return STATUS_DONE;
-    }
-    if (request.command == Command::VERSION) {
-        PrintVersion();
-        return STATUS_DONE;
-    }
-    // Before any thread starts. The commands that end by themselves can be ended by the signals as usual.
-    std::optional<StopSignals> stopSignals;
-    if (request.RunsUntilStopped()) {
-        stopSignals.emplace();
-    }
-    // In the reverse order of shutting down.
-    const HardwareConfig hardwareConfig;
-    std::optional<KestrelObjectGlobals> objectGlobals;
-    StartHotplugMonitor(objectGlobals);
-    const PollThread pollThread;
-
+/// Runs a command that needs ports.
+/// @param stopSignals  for the commands that run until they are stopped
+/// @return the exit status
+int RunOnPorts(const Request& request, const std::optional<StopSignals>& stopSignals) {
     switch (request.command) {
         case Command::HELP:
         case Command::VERSION:
@@ -81,6 +65,28 @@ int Run(const Request& request) {
             break;
     }
     return STATUS_DONE;
+}
+
+int Run(const Request& request) {
+    if (request.command == Command::HELP) {
+        PrintHelp();
+        return STATUS_DONE;
+    }
+    if (request.command == Command::VERSION) {
+        PrintVersion();
+        return STATUS_DONE;
+    }
+    // Before any thread starts. The commands that end by themselves can be ended by the signals as usual.
+    std::optional<StopSignals> stopSignals;
+    if (request.RunsUntilStopped()) {
+        stopSignals.emplace();
+    }
+    // In the reverse order of shutting down.
+    const HardwareConfig hardwareConfig;
+    std::optional<KestrelObjectGlobals> objectGlobals;
+    StartHotplugMonitor(objectGlobals);
+    const PollThread pollThread;
+    return RunOnPorts(request, stopSignals);
 }
 
 }  // namespace

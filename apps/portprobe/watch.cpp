@@ -1,16 +1,8 @@
 #include "apps/portprobe/watch.h"
 
-#include <poll.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
-#include <iterator>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,65 +10,44 @@
 #include "apps/portprobe/known_ports.h"
 #include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch_lines.h"
+#include "apps/portprobe/watch_wait.h"
 #include "apps/portprobe/watched_port.h"
-#include "lib/platform/errno_exception.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr int FOREVER = -1;
-constexpr int AT_ONCE = 0;
-constexpr int NOTHING = -1;  // in the place of a descriptor
 
 class Watcher {
 public:
     Watcher(const Request& request, const StopSignals& stopSignals)
-        : m_request(request), m_stopSignals(stopSignals), m_lines(m_labels, request.count) {}
+        : m_request(request),
+          m_stopSignals(stopSignals),
+          m_wait(stopSignals, m_queue),
+          m_lines(m_labels, request.count) {}
 
     void Run();
 
 private:
     void OpenPorts();
+    void PrintUntilStopped();
+    void PrintRest();
     void TakeChanges();
-    void Stop();
-    bool IsTimeOver() const { return m_deadline && Clock::now() >= *m_deadline; }
-    int GetPollTimeout() const;
-    bool Wait();
     void ReportUnprinted();
 
     const Request& m_request;
     const StopSignals& m_stopSignals;
     std::vector<PortLabel> m_labels;
     ChangeQueue m_queue;
+    WatchWait m_wait;
     WatchLines m_lines;
     std::vector<std::unique_ptr<WatchedPort>> m_ports;
-    std::optional<Clock::time_point> m_deadline;
     std::optional<unsigned> m_lostPort;
-    bool m_isStopped = false;
 };
 
 void Watcher::Run() {
     m_stopSignals.DoInterruptibly([this] { OpenPorts(); });
-    if (m_request.timeoutSeconds) {
-        m_deadline = Clock::now() + std::chrono::seconds(*m_request.timeoutSeconds);
-    }
-    for (;;) {
-        if (!m_isStopped && IsTimeOver()) {
-            Stop();
-        }
-        TakeChanges();
-        if (m_lines.IsEmpty() && (m_isStopped || m_lines.IsComplete())) {
-            return;
-        }
-        if (m_lines.IsEmpty() && m_lostPort) {
-            throw Trouble(m_labels[*m_lostPort].name, "the device has been gone for 10 seconds");
-        }
-        if (!Wait()) {
-            ReportUnprinted();
-            return;
-        }
-    }
+    m_wait.StartTime(m_request.timeoutSeconds);
+    PrintUntilStopped();
+    m_ports.clear();
+    PrintRest();
 }
 
 void Watcher::OpenPorts() {
@@ -98,6 +69,40 @@ void Watcher::OpenPorts() {
     }
 }
 
+/// Until a signal, the end of the time, or the last of the changes that were wanted.
+/// @throws Trouble when the device of a port is gone for good
+void Watcher::PrintUntilStopped() {
+    while (!m_wait.IsTimeOver()) {
+        TakeChanges();
+        if (m_lines.IsEmpty() && m_lines.IsComplete()) {
+            return;
+        }
+        if (m_lines.IsEmpty() && m_lostPort) {
+            throw Trouble(m_labels[*m_lostPort].name, "the device has been gone for 10 seconds");
+        }
+        const bool hasLines = !m_lines.IsEmpty();
+        const auto [isStopped, isReady] =
+            m_wait.WaitFor(hasLines ? WatchWait::Need::ROOM : WatchWait::Need::CHANGES);
+        if (hasLines && isReady) {
+            m_lines.WriteOne();
+        }
+        if (isStopped) {
+            return;
+        }
+    }
+}
+
+/// The lines that came until now are still written as far as standard output takes them.
+void Watcher::PrintRest() {
+    for (TakeChanges(); !m_lines.IsEmpty(); TakeChanges()) {
+        if (!WatchWait::HasRoom()) {
+            ReportUnprinted();
+            return;
+        }
+        m_lines.WriteOne();
+    }
+}
+
 /// What comes while there are lines to write stays in the queue.
 void Watcher::TakeChanges() {
     if (m_lines.IsEmpty()) {
@@ -105,44 +110,6 @@ void Watcher::TakeChanges() {
         m_lines.Append(content);
         m_lostPort = m_lostPort ? m_lostPort : content.lostPort;
     }
-}
-
-/// The lines that came until now are still written as far as standard output takes them.
-void Watcher::Stop() {
-    m_isStopped = true;
-    m_ports.clear();
-}
-
-int Watcher::GetPollTimeout() const {
-    if (m_isStopped) {
-        return AT_ONCE;
-    }
-    if (!m_deadline) {
-        return FOREVER;
-    }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*m_deadline - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), AT_ONCE));
-}
-
-/// Waits for what the watch needs next, and does it.
-/// @return false when the watch is stopped and standard output takes no more
-bool Watcher::Wait() {
-    pollfd wanted[] = {
-        {m_isStopped ? NOTHING : m_stopSignals.GetFd(), POLLIN, 0},
-        {m_lines.IsEmpty() ? m_queue.GetFd() : NOTHING, POLLIN, 0},
-        {m_lines.IsEmpty() ? NOTHING : STDOUT_FILENO, POLLOUT, 0},
-    };
-    const int readyCount = poll(wanted, std::size(wanted), GetPollTimeout());
-    if (readyCount < 0 && errno != EINTR) {
-        throw ErrnoException(errno, "poll");
-    }
-    if (readyCount > 0 && wanted[2].revents != 0) {
-        m_lines.WriteOne();
-    }
-    if (readyCount > 0 && wanted[0].revents != 0) {
-        Stop();
-    }
-    return readyCount != 0 || !m_isStopped;
 }
 
 void Watcher::ReportUnprinted() {
