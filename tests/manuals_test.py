@@ -1,10 +1,12 @@
 #!/usr/bin/python3
-"""Manual pages and documents say what the programs' own help says."""
+"""Manual pages, documents and completions say what the programs' own help says."""
 
 import os
 import pathlib
+import pty
 import re
 import subprocess
+import tempfile
 import unittest
 
 TOP = pathlib.Path(__file__).resolve().parents[1]
@@ -72,6 +74,100 @@ class Manuals(unittest.TestCase):
             with self.subTest(document):
                 self.assertEqual(set(options_of_help(name)) - words, set())
                 self.assertEqual(words - known, set())
+
+
+class Shell:
+    """An interactive bash at a terminal, with the completions of the tree."""
+
+    def __init__(self, directory, path):
+        process, self._terminal = pty.fork()
+        if process == 0:
+            os.chdir(directory)
+            os.execvpe("bash", ["bash", "--norc", "--noprofile", "-i"],
+                       {"PATH": f"{path}:{os.environ['PATH']}", "TERM": "dumb", "PS1": "", "HOME": directory})
+        self._process = process
+        self._run(". /usr/share/bash-completion/bash_completion")
+        for completion in sorted((TOP / "completions").iterdir()):
+            self._run(f". {completion}")
+        self._run("""bind -x '"\\C-t": printf "\\n<%s>\\n" "$READLINE_LINE"; READLINE_LINE='""")
+
+    def _run(self, line):
+        os.write(self._terminal, line.encode() + b"\n echo \\<done\\>\n")
+        self._read_answer()
+
+    def _read_answer(self):
+        answer = b""
+        while not (match := re.search(rb"\n<(.*)>\r", answer)):
+            answer += os.read(self._terminal, 4096)
+        return match[1].decode()
+
+    def complete(self, line):
+        """The words that bash puts in the place of the last one, all that there are."""
+        os.write(self._terminal, line.encode() + b"\x1b*\x14")
+        words = self._read_answer()
+        start = line[:max(line.rfind(" "), line.rfind("=")) + 1]
+        assert words.startswith(start), (line, words)
+        return words.removeprefix(start).split()
+
+    def close(self):
+        os.close(self._terminal)
+        os.waitpid(self._process, 0)
+
+
+class Completion(unittest.TestCase):
+    def setUp(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        self.path = pathlib.Path(directory, "bin")
+        self.path.mkdir()
+        for name, command in PROGRAMS.items():
+            (self.path / name).symlink_to(command[-1])
+        for name in ("log1", "log2"):
+            pathlib.Path(directory, name).touch()
+        self.shell = Shell(directory, self.path)
+        self.addCleanup(self.shell.close)
+
+    def replace_portprobe(self, list_script):
+        """Ports that this machine has not: `list` does what the script says, everything else is portprobe's."""
+        (self.path / "portprobe").unlink()
+        script = f'#!/bin/sh\n[ "$1" = list ] || exec {BUILD}/portprobe "$@"\n{list_script}\n'
+        (self.path / "portprobe").write_text(script)
+        (self.path / "portprobe").chmod(0o755)
+
+    def test_words_are_completed(self):
+        self.replace_portprobe("echo 'NAME PINS'; echo 'vantora 13'; echo 'TouchBoard-0-LED 11'; echo oops >&2; exit 1")
+        models = re.search(r"a board: ((?:[\w-]+,? )+[\w-]+);", subprocess.run(
+            [*PROGRAMS["virtual-player"], "--help"], stdout=subprocess.PIPE, text=True,
+            env={**os.environ, "COLUMNS": "1000"}).stdout)[1].split(", ")
+        for line, words in (
+            ("padtune ", sorted(options_of_help("padtune"))),
+            ("padtune --timeout 5 --enable-", ["--enable-button", "--enable-led"]),
+            ("padtune --timeout --enable-", ["--enable-"]),
+            ("portprobe p", ["parameter", "pulse"]),
+            ("portprobe watch ", ["TouchBoard-0-LED", "vantora"]),
+            ("portprobe --count 3 watch vantora T", ["TouchBoard-0-LED"]),
+            ("portprobe get vantora T", ["T"]),
+            ("portprobe watch --", ["--count=", "--edges=", "--pins=", "--timeout="]),
+            ("portprobe pulse --", ["--period=", "--steps="]),
+            ("portprobe watch --edges=", ["both", "falling", "rising"]),
+            ("padreport --", sorted([*options_of_help("padreport"), "--help", "--version"])),
+            ("padreport --signal ", ["1", "2", "3", "4"]),
+            ("padreport --compare log1 l", ["log1", "log2"]),
+            ("padreport --follow l", ["l"]),
+            ("virtual-player --", sorted([*options_of_help("virtual-player"), "--help", "--"])),
+            ("virtual-player --board ", sorted(models)),
+            ("virtual-player --scenario l", ["log1", "log2"]),
+            ("virtual-player --build b", ["bin"]),
+            ("virtual-player --board KP120 -- p", ["padtune", "portprobe"]),
+            ("virtual-player -- padtune --timeout 4 --led-", ["--led-bits", "--led-mask"]),
+        ):
+            with self.subTest(line):
+                self.assertEqual(sorted(self.shell.complete(line)), sorted(words))
+
+    def test_ports_that_do_not_come_at_once_are_left_out(self):
+        # As if it hung in a request to a board, which no signal ends.
+        self.replace_portprobe("trap '' TERM; echo 'vantora 13'; sleep 600 & echo $! >sleeper; wait; wait")
+        self.assertEqual(self.shell.complete("portprobe watch v"), ["vantora"])
+        subprocess.run(["sh", "-c", f"kill $(cat {self.path.parent}/sleeper)"], check=True)
 
 
 if __name__ == "__main__":
