@@ -170,8 +170,8 @@ def _make_base(packages):
     return archive.content()
 
 
-def kernel_and_base():
-    """The paths of the kernel and of the base archive, which is made now if the cache has none.
+def kernel_and_base(tell=lambda what: None):
+    """The paths of the kernel and of the base archive, which is made now, and told so, if the cache has none.
 
     Raises FileNotFoundError when scripts/setup has not been run.
     """
@@ -182,6 +182,7 @@ def kernel_and_base():
     recipe = _digest(pathlib.Path(__file__), TOP / "virtual_player/guest/init")
     base = root.parent / f"{root.name}-guest-{recipe}.cpio"
     if not base.exists():
+        tell("making the player's image")
         with tempfile.NamedTemporaryFile(dir=base.parent, delete=False) as unfinished:
             try:
                 unfinished.write(_make_base(_Packages(root)))

@@ -218,11 +218,12 @@ class VirtualPlayer:
     files       {path in the guest: path here} of more files to take along
     window      whether the screen is shown in a window
     processors  how many processors the guest has
+    tell        called with what begins ("booting the player") while it is entered, and with None at the end
     """
 
     def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), gpio=False,
                  device_tree=None, build=DEFAULT_BUILD, files=None, window=False,
-                 processors=1):
+                 processors=1, tell=lambda what: None):
         self._screen = screen
         self._video_mode = video_mode
         self._models = boards
@@ -231,6 +232,7 @@ class VirtualPlayer:
         self._build = pathlib.Path(build)
         self._files = dict(files or {})
         self._window = window
+        self._tell = tell
         self._machine = (*MACHINE, "-smp", str(processors))
         self._qemu = None
         self._commands = {}
@@ -258,6 +260,8 @@ class VirtualPlayer:
         except BaseException:
             self.stop()
             raise
+        finally:
+            self._tell(None)
         return self
 
     def __exit__(self, *exception):
@@ -355,7 +359,8 @@ class VirtualPlayer:
     # --- the machine ---
 
     def _boot(self):
-        kernel, base = guest_image.kernel_and_base()
+        kernel, base = guest_image.kernel_and_base(self._tell)
+        self._tell("booting the player")
         # Whatever may be wrong with these shows before there is something to close.
         overlay = self._overlay()
         device_tree = self._make_device_tree()
@@ -380,7 +385,8 @@ class VirtualPlayer:
                                           start_new_session=True)
             threading.Thread(target=self._receive, daemon=True).start()
             if not self.wait_for(lambda: self._ready, BOOT_TIMEOUT):
-                raise PlayerError(f"the guest is not up after {BOOT_TIMEOUT} s; its console:\n{self._last_words()}")
+                raise PlayerError(f"the guest is not up after {BOOT_TIMEOUT} s; try again when this machine has less "
+                                  f"to do; its console:\n{self._last_words()}")
         self._qmp_stream = self._qmp.makefile("rw")
         self._qmp_stream.readline()
         self._qmp_execute("qmp_capabilities")
