@@ -36,6 +36,9 @@ PROGRAMS = (AGENT, BOARD_PROGRAM, GPIO_PROGRAM, "padtune", "portprobe")
 # The guest's machine, as far as its device tree depends on it.
 MACHINE = ("qemu-system-aarch64", "-accel", "tcg", "-cpu", "cortex-a53", "-m", "512", "-nodefaults")
 
+# Puts an end to QEMU also when this process is killed. It counts the thread that starts QEMU as the parent.
+DIE_WITH_PARENT = ("setpriv", "--pdeathsig", "KILL", "--")
+
 ENVIRONMENT = {
     "PATH": "/usr/local/bin:/usr/bin:/usr/sbin",
     "HOME": "/",
@@ -206,7 +209,8 @@ class Board(Device):
 
 
 class VirtualPlayer:
-    """A context manager: entered, the guest is up and its boards are attached; left, nothing remains.
+    """A context manager: entered, the guest is up and its boards are attached; left, nothing remains. The thread that
+    enters it must live as long.
 
     screen      (width, height) of the frame buffer
     video_mode  content of /var/run/video.mode, or None for no such file
@@ -380,7 +384,7 @@ class VirtualPlayer:
                 dtb.flush()
                 command += ["-dtb", f"/dev/fd/{dtb.fileno()}"]
             inherited = (port_end.fileno(), monitor_end.fileno(), initrd.fileno(), dtb.fileno())
-            self._qemu = subprocess.Popen(command, pass_fds=inherited,
+            self._qemu = subprocess.Popen([*DIE_WITH_PARENT, *command], pass_fds=inherited,
                                           stdin=subprocess.DEVNULL, stdout=self._console, stderr=self._console,
                                           start_new_session=True)
             threading.Thread(target=self._receive, daemon=True).start()
@@ -498,8 +502,11 @@ class VirtualPlayer:
         try:
             self._qemu.wait(STOP_TIMEOUT)
         except subprocess.TimeoutExpired:
+            pass
+        finally:
+            # It has ended, or has had its time, or who waits for it wants no more of it.
             self._qemu.kill()
             self._qemu.wait()
-        self._qemu = None
-        for resource in (self._agent, self._qmp, self._console):
-            resource.close()
+            self._qemu = None
+            for resource in (self._agent, self._qmp, self._console):
+                resource.close()
