@@ -9,9 +9,6 @@ else()
     set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 endif()
 
-find_package(Threads REQUIRED)
-find_package(PkgConfig REQUIRED)
-
 add_library(padtune_options INTERFACE)
 target_include_directories(padtune_options INTERFACE ${CMAKE_SOURCE_DIR})
 target_compile_options(padtune_options INTERFACE

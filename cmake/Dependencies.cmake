@@ -1,0 +1,62 @@
+# Everything that the programs and their tests are built with, each with the Debian package that has it. What is missing
+# is told at once, all of it, with the command that installs it.
+
+set(missingPackages)
+
+# library(PACKAGE NAME ARGUMENT...) looks for a library by find_package(NAME ARGUMENT...).
+macro(library package name)
+    find_package(${name} QUIET ${ARGN})
+    if(NOT ${name}_FOUND)
+        list(APPEND missingPackages ${package})
+    endif()
+endmacro()
+
+# module(PACKAGE PREFIX NAME) looks for a library by its pkg-config file; it is the target PkgConfig::PREFIX then.
+macro(module package prefix name)
+    if(PKG_CONFIG_FOUND)
+        pkg_check_modules(${prefix} QUIET IMPORTED_TARGET ${name})
+        if(NOT ${prefix}_FOUND)
+            list(APPEND missingPackages ${package})
+        endif()
+    endif()
+endmacro()
+
+find_package(Threads REQUIRED)
+library(pkg-config PkgConfig)
+foreach(component thread system chrono)
+    library(libboost-${component}-dev Boost 1.74 COMPONENTS ${component})
+endforeach()
+library(libfmt-dev fmt)
+library(nlohmann-json3-dev nlohmann_json)
+library(zlib1g-dev ZLIB)
+find_library(MAGIC_LIBRARY magic)
+if(NOT MAGIC_LIBRARY)
+    list(APPEND missingPackages libmagic-dev)
+endif()
+module(libdirectfb-dev DIRECTFB directfb)
+module(libubootenv-dev LIBUBOOTENV libubootenv)
+module(libudev-dev UDEV libudev)
+if(PADTUNE_BUILD_VIRTUAL_PLAYER AND CMAKE_CROSSCOMPILING)
+    module(libfuse3-dev FUSE3 fuse3)
+endif()
+if(PADTUNE_BUILD_TESTS)
+    library(libgtest-dev GTest)
+    library(python3 Python3 COMPONENTS Interpreter)
+endif()
+
+# The programs do without the tracer.
+if(PKG_CONFIG_FOUND)
+    pkg_check_modules(LTTNG_UST QUIET IMPORTED_TARGET lttng-ust)
+    if(NOT LTTNG_UST_FOUND)
+        message(STATUS "Without liblttng-ust-dev failed assertions will leave no trace events")
+    endif()
+endif()
+
+if(missingPackages)
+    list(REMOVE_DUPLICATES missingPackages)
+    list(JOIN missingPackages " " missingPackages)
+    if(CMAKE_CROSSCOMPILING)
+        message(FATAL_ERROR "Missing for arm64: ${missingPackages}\nList them in packages.txt and run scripts/setup.")
+    endif()
+    message(FATAL_ERROR "Missing: ${missingPackages}\nRun scripts/setup, or: apt-get install ${missingPackages}")
+endif()
