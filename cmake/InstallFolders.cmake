@@ -3,5 +3,7 @@
 
 include(GNUInstallDirs)
 
+# Headers keep their paths from the source root below this folder: they include each other by them.
+set(PLATFORM_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/strata)
 
 install(FILES docs/60-touch-board.rules DESTINATION lib/udev/rules.d COMPONENT padtune)
