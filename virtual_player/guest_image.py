@@ -5,11 +5,13 @@ overlay for each start with the programs to run.
 """
 
 import hashlib
+import io
 import os
 import pathlib
 import re
 import stat
 import subprocess
+import tarfile
 import tempfile
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
@@ -55,6 +57,10 @@ GROUPS = ("root", "tty", "disk", "lp", "audio", "video", "kvm", "render", "input
           "kmem")
 
 
+class PackageError(Exception):
+    """A file is not a Debian package that the player can have."""
+
+
 class Archive:
     """A cpio archive as the kernel reads it ("newc")."""
 
@@ -87,6 +93,22 @@ class Archive:
     def add_file(self, path, data, mode=0o644):
         self._add(path, stat.S_IFREG | mode, data)
 
+    def add_package(self, deb):
+        """What a Debian package holds; its scripts are not run.
+
+        Raises PackageError when it is none, or one for another machine.
+        """
+        architecture = _dpkg_deb("--field", str(deb), "Architecture").decode().strip()
+        if architecture not in ("all", "arm64"):
+            raise PackageError(f"{deb} is for {architecture}, the player is arm64: scripts/package arm64")
+        with tarfile.open(fileobj=io.BytesIO(_dpkg_deb("--fsys-tarfile", str(deb)))) as content:
+            for member in content:
+                path = os.path.normpath(member.name)
+                if member.issym():
+                    self.add_link(path, member.linkname)
+                elif member.isfile():
+                    self.add_file(path, content.extractfile(member).read(), member.mode)
+
     def add_character_device(self, path, major, minor):
         self._add(path, stat.S_IFCHR | 0o600, device=(major, minor))
 
@@ -97,6 +119,13 @@ class Archive:
 
 def _digest(*paths):
     return hashlib.sha256(b"".join(path.read_bytes() for path in paths)).hexdigest()[:16]
+
+
+def _dpkg_deb(*arguments):
+    try:
+        return subprocess.run(("dpkg-deb", *arguments), check=True, capture_output=True).stdout
+    except subprocess.CalledProcessError as error:
+        raise PackageError(error.stderr.decode(errors="replace").strip()) from error
 
 
 def _output(*command):

@@ -31,7 +31,8 @@ DEFAULT_BUILD = TOP / "build" / "arm64"
 AGENT = "virtual_player/agent"
 BOARD_PROGRAM = "virtual_player/board/usb-board"
 GPIO_PROGRAM = "virtual_player/gpio/gpio-lines"
-PROGRAMS = (AGENT, BOARD_PROGRAM, GPIO_PROGRAM, "padtune", "portprobe")
+OWN_PROGRAMS = (AGENT, BOARD_PROGRAM, GPIO_PROGRAM)
+PROGRAMS = ("padtune", "portprobe")
 
 # The guest's machine, as far as its device tree depends on it.
 MACHINE = ("qemu-system-aarch64", "-accel", "tcg", "-cpu", "cortex-a53", "-m", "512", "-nodefaults")
@@ -219,13 +220,15 @@ class VirtualPlayer:
     device_tree what the guest's device tree has besides QEMU's own: {path of a node: {property: value}}, values as
                 for device_tree.make(); None: nothing
     build       build folder that the programs come from
+    packages    Debian packages; when there are any, the guest has what they hold, and of the build folder only the
+                programs of the virtual player itself
     files       {path in the guest: path here} of more files to take along
     window      whether the screen is shown in a window
     processors  how many processors the guest has
     tell        called with what begins ("booting the player") while it is entered, and with None at the end
     """
 
-    def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), gpio=False,
+    def __init__(self, screen=(1280, 720), video_mode="1280x720x60p", boards=("KP480",), packages=(), gpio=False,
                  device_tree=None, build=DEFAULT_BUILD, files=None, window=False,
                  processors=1, tell=lambda what: None):
         self._screen = screen
@@ -234,6 +237,7 @@ class VirtualPlayer:
         self._has_gpio = gpio
         self._device_tree = device_tree
         self._build = pathlib.Path(build)
+        self._packages = packages
         self._files = dict(files or {})
         self._window = window
         self._tell = tell
@@ -428,7 +432,8 @@ class VirtualPlayer:
 
     def _overlay(self):
         archive = guest_image.Archive()
-        files = {f"/usr/local/bin/{pathlib.Path(program).name}": self._build / program for program in PROGRAMS}
+        programs = OWN_PROGRAMS if self._packages else OWN_PROGRAMS + PROGRAMS
+        files = {f"/usr/local/bin/{pathlib.Path(program).name}": self._build / program for program in programs}
         if not files["/usr/local/bin/agent"].exists():
             raise PlayerError(f"{self._build} has no agent: build it with `cmake --preset arm64 && cmake --build "
                               "--preset arm64`")
@@ -436,6 +441,11 @@ class VirtualPlayer:
             source = pathlib.Path(source)
             if source.exists() or target in self._files:
                 archive.add_file(target.lstrip("/"), source.read_bytes(), source.stat().st_mode & 0o777)
+        try:
+            for package in self._packages:
+                archive.add_package(package)
+        except guest_image.PackageError as error:
+            raise PlayerError(str(error)) from error
         if self._video_mode is not None:
             archive.add_file("etc/video.mode", self._video_mode.encode())
         return archive.content()

@@ -40,6 +40,7 @@ class GuestTestCase(unittest.TestCase):
     DEVICE_TREE = None
     SCREEN = (1280, 720)
     VIDEO_MODE = "1280x720x60p"
+    PACKAGES = ()  # files of Debian packages to run, rather than what is in the build folder
     FILES = {}  # more files to take along: {path in the guest: path below the build folder}
 
     @classmethod
@@ -48,7 +49,8 @@ class GuestTestCase(unittest.TestCase):
         files = {target: build / source for target, source in cls.FILES.items()}
         cls.player = cls.enterClassContext(VirtualPlayer(screen=cls.SCREEN, video_mode=cls.VIDEO_MODE,
                                                          boards=cls.BOARDS, gpio=cls.GPIO, device_tree=cls.DEVICE_TREE,
-                                                         build=build, files=files))
+                                                         build=build, packages=cls.PACKAGES,
+                                                         files=files))
 
     @classmethod
     def tearDownClass(cls):
