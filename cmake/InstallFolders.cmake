@@ -7,3 +7,11 @@ include(GNUInstallDirs)
 set(PLATFORM_HEADERS ${CMAKE_INSTALL_INCLUDEDIR}/strata)
 
 install(FILES docs/60-touch-board.rules DESTINATION lib/udev/rules.d COMPONENT padtune)
+
+# Without those of the virtual player, which is run where it was built.
+foreach(program padtune portprobe padreport)
+    install(FILES ${CMAKE_BINARY_DIR}/man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT padtune)
+    install(FILES completions/${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        COMPONENT padtune)
+endforeach()
+install(FILES ${CMAKE_BINARY_DIR}/man/vantora-player.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT padtune)

@@ -22,6 +22,13 @@ WHERE_THEY_BELONG = (
     "/usr/bin/padreport",
     "/usr/lib/aarch64-linux-gnu/libvantora_platform_tracepoint.so",
     "/usr/lib/udev/rules.d/60-touch-board.rules",
+    "/usr/share/bash-completion/completions/padtune",
+    "/usr/share/bash-completion/completions/portprobe",
+    "/usr/share/bash-completion/completions/padreport",
+    "/usr/share/man/man1/padtune.1.gz",
+    "/usr/share/man/man1/portprobe.1.gz",
+    "/usr/share/man/man1/padreport.1.gz",
+    "/usr/share/man/man5/vantora-player.5.gz",
 )
 
 RUN = "padtune --timeout 8 --button 1-11 --output-diagnostics demo --finger-threshold 1-11,40"
