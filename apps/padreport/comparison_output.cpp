@@ -3,7 +3,7 @@
 #include <optional>
 #include <vector>
 
-#include "apps/padreport/report_text.h"
+#include "apps/padreport/report_parts.h"
 #include "apps/padreport/text_format.h"
 #include "apps/padreport/text_table.h"
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "apps/padreport/report_text.h"
+#include "apps/padreport/report_parts.h"
 
 namespace padreport {
 

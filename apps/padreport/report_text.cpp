@@ -1,8 +1,8 @@
 #include "apps/padreport/report_text.h"
 
-#include <optional>
-
+#include "apps/padreport/report_parts.h"
 #include "apps/padreport/text_format.h"
+#include "apps/padreport/text_table.h"
 #include "lib/platform/string_operations.h"
 
 namespace padreport {
@@ -11,133 +11,26 @@ namespace {
 
 constexpr std::size_t INDENT = 4;
 
-/// The rules behind the figures; the headers say more.
-constexpr const char* RULES[] = {
-    "Values 1 to 4: in the order of padtune's lines. At rest: lines without a star; touched: lines with "
-    "one; those within 50 ms of a change of the star are left out, unless it changes again within 200 ms.",
-    "Spread: interquartile range / 1.349, which for normal noise is the standard deviation. Unit: the "
-    "spread at rest, at least 1. Sep., the separation: from the median at rest to the median touched, in "
-    "units. Drift: of the value at rest, a minute.",
-    "Gap: more than 3 median intervals, and 20 ms, between two lines of a button.",
-    "Verdict: overlapping when a value at rest is as high as one touched. Safe when two margins, each "
-    "of 3 units and at least an eighth of the rise from median to median, lie between the highest at rest "
-    "and the lowest touched, and the threshold in force, if it lies between the medians, has a margin on "
-    "either side. Tight otherwise.",
-    "Proposed threshold: the middle of the widest range without any sample between the median at rest "
-    "and the median touched, if it is two margins wide (with the unit of the samples below it). Moved: "
-    "samples that it would put on the other side. Which of its values the board compares with the "
-    "threshold is not known here.",
-};
-
-std::string FormatMedian(const SideFigures& side) {
-    return FormatDecimal(side.median.value, 0);
-}
-
-Style GetStyle(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::SAFE:
-            return Style::GOOD;
-        case Verdict::TIGHT:
-        case Verdict::NEVER_TOUCHED:
-            return Style::WARNING;
-        case Verdict::OVERLAPPING:
-        case Verdict::ALWAYS_TOUCHED:
-            break;
-    }
-    return Style::BAD;
-}
-
 std::string RenderHeading(const std::string& text, const Terminal& terminal) {
     return '\n' + Paint(text, Style::HEADING, terminal) + '\n';
 }
 
-std::string RenderTitle(const LogReport& report, const Terminal& terminal) {
-    const LogFigures& figures = report.figures;
-    std::uint64_t untimed = 0;
-    for (const ButtonFigures& button : figures.buttons) {
-        untimed += button.untimedSamples;
-    }
-    std::string text = FormatNumberOf(figures.runs, "run") + ", " + FormatSeconds(figures.timedMilliseconds) +
-                       " s, " + FormatNumberOf(figures.GetSampleCount(), "sample") + " of " +
-                       FormatNumberOf(figures.buttons.size(), "button");
-    if (untimed > 0) {
-        text += ", " + FormatCount(untimed) + " of them from before the live page, without a time";
-    }
-    return Paint(figures.name, Style::HEADING, terminal) + '\n' + Wrap(text, terminal);
-}
-
-std::string RenderInfo(const BoardInfo& info, const Terminal& terminal) {
+template <class Paragraphs>
+std::string WrapAll(const Paragraphs& paragraphs, const Terminal& terminal) {
     std::string text;
-    for (const auto& [name, value] : info.parameters) {
-        text += strprintf("%s %d, ", name.c_str(), value);
+    for (const std::string_view paragraph : paragraphs) {
+        text += Wrap(paragraph, terminal, INDENT);
     }
-    if (!info.thresholds.empty()) {
-        text += "finger thresholds ";
-        for (const auto& [button, value] : info.thresholds) {
-            text += strprintf("%u: %d, ", button, value);
-        }
-    }
-    if (text.empty()) {
-        return "Board: no INFO lines\n";
-    }
-    text.resize(text.size() - 2);
-    return Wrap("Board: " + text, terminal, INDENT);
+    return text;
 }
 
 std::string RenderVerdicts(const LogReport& report, const Terminal& terminal) {
-    TextTable table({
-        {"", "Button", 0, true},
-        {"", "Verdict", 0, true},
-        {"Highest and lowest", "at rest", 2},
-        {"", "touched", 2},
-        {"", "Clearance", 1},
-        {"Threshold", "now", 1},
-        {"", "margin", 2},
-        {"", "proposed", 0},
-        {"", "margin", 0},
-        {"", "moved", 3},
-    });
-    for (std::size_t i = 0; i < report.judgements.size(); ++i) {
-        const ButtonFigures& button = report.figures.buttons[i];
-        const Judgement& judgement = report.judgements[i];
-        const ValueFigures& signal = button.values[report.signal];
-        const auto& threshold = judgement.threshold;
-        table.AddRow({
-            FormatButton(button.button),
-            MakeVerdictCell(judgement.verdict),
-            signal.rest ? std::to_string(signal.rest->max) : NOT_KNOWN,
-            signal.touched ? std::to_string(signal.touched->min) : NOT_KNOWN,
-            judgement.clearance ? std::to_string(*judgement.clearance) : NOT_KNOWN,
-            button.threshold ? std::to_string(*button.threshold) : NOT_KNOWN,
-            judgement.marginNow ? std::to_string(*judgement.marginNow) : NOT_KNOWN,
-            threshold ? std::to_string(threshold->value) : "none",
-            threshold ? std::to_string(threshold->GetMargin()) : NOT_KNOWN,
-            threshold ? FormatCount(threshold->moved) : NOT_KNOWN,
-        });
-    }
     return RenderHeading(strprintf("Verdicts by value %u", report.signal + 1), terminal) +
-           table.Render(terminal);
+           MakeVerdictTable(report).Render(terminal);
 }
 
 std::string RenderRemarks(const LogReport& report, const Terminal& terminal) {
-    std::string text;
-    for (const Remark& remark : report.remarks) {
-        text += Wrap(FormatButton(remark.button) + " is " + remark.what + ": " + remark.text + ".", terminal,
-                     INDENT);
-    }
-    for (std::size_t i = 0; i < report.judgements.size(); ++i) {
-        const std::string button = FormatButton(report.figures.buttons[i].button);
-        const Judgement& judgement = report.judgements[i];
-        if (!judgement.threshold && judgement.reason != NoThreshold::ONE_SIDE_ONLY) {
-            text += button + ": " + GetNoThresholdText(judgement.reason) + ".\n";
-        } else if (judgement.threshold && !judgement.threshold->CanBeSet()) {
-            text += Wrap(
-                strprintf("%s: the threshold %lld cannot be set: commands to the board carry %lld to %lld.",
-                          button.c_str(), static_cast<long long>(judgement.threshold->value),
-                          static_cast<long long>(THRESHOLD_MIN), static_cast<long long>(THRESHOLD_MAX)),
-                terminal, INDENT);
-        }
-    }
+    const std::string text = WrapAll(ListRemarks(report), terminal);
     return text.empty() ? text : '\n' + text;
 }
 
@@ -146,172 +39,34 @@ std::string RenderCommand(const LogReport& report, const Terminal& terminal) {
     if (command.empty()) {
         return {};
     }
-    return strprintf("\nTo set the proposed thresholds, if value %u is what the board compares:\n\n",
-                     report.signal + 1) +
-           WrapPieces(command, terminal, INDENT, " \\");
+    return '\n' + DescribeCommand(report) + "\n\n" + WrapPieces(command, terminal, INDENT, " \\");
 }
 
-std::string RenderButtons(const LogReport& report, const Terminal& terminal) {
-    TextTable table({
-        {"", "Button", 0, true},
-        {"", "Samples", 1},
-        {"", "per s", 0},
-        {"Gaps", "count", 0},
-        {"", "longest s", 2},
-        {"Touches", "count", 0},
-        {"", "shortest s", 1},
-        {"", "median s", 1},
-        {"", "longest s", 2},
-    });
-    for (const ButtonFigures& button : report.figures.buttons) {
-        const auto& lengths = button.touchLengths;
-        table.AddRow({
-            FormatButton(button.button),
-            FormatCount(button.samples),
-            button.rate ? FormatDecimal(*button.rate) : NOT_KNOWN,
-            FormatCount(button.gaps),
-            button.gaps > 0 ? FormatSeconds(button.longestGap) : NOT_KNOWN,
-            FormatCount(button.touches),
-            lengths ? FormatSeconds(lengths->shortest) : NOT_KNOWN,
-            lengths ? FormatSeconds(lengths->median) : NOT_KNOWN,
-            lengths ? FormatSeconds(lengths->longest) : NOT_KNOWN,
-        });
-    }
-    return RenderHeading("Buttons", terminal) + table.Render(terminal);
+std::string RenderButtons(const LogFigures& figures, const Terminal& terminal) {
+    return RenderHeading("Buttons", terminal) + MakeButtonTable(figures).Render(terminal);
 }
 
-void AppendSide(std::vector<Cell>& cells, const std::optional<SideFigures>& side) {
-    if (!side) {
-        cells.insert(cells.end(), 4, NOT_KNOWN);
-        return;
-    }
-    cells.emplace_back(std::to_string(side->min));
-    cells.emplace_back(FormatMedian(*side));
-    cells.emplace_back(std::to_string(side->max));
-    cells.emplace_back(FormatDecimal(side->spread.value));
-}
-
-std::string RenderValues(const LogReport& report, const Terminal& terminal) {
-    TextTable table({
-        {"", "Button", 0, true},
-        {"", "Value", 0},
-        {"At rest", "min", 2},
-        {"", "median", 0},
-        {"", "max", 2},
-        {"", "spread", 1},
-        {"Touched", "min", 2},
-        {"", "median", 0},
-        {"", "max", 2},
-        {"", "spread", 3},
-        {"", "Sep.", 0},
-        {"", "Drift", 3},
-    });
-    for (const ButtonFigures& button : report.figures.buttons) {
-        for (unsigned value = 0; value < VALUE_COUNT; ++value) {
-            const ValueFigures& figures = button.values[value];
-            std::vector<Cell> cells;
-            cells.emplace_back(value == 0 ? FormatButton(button.button) : std::string());
-            cells.emplace_back(std::to_string(value + 1));
-            AppendSide(cells, figures.rest);
-            AppendSide(cells, figures.touched);
-            cells.emplace_back(figures.separation ? FormatDecimal(figures.separation->value) : NOT_KNOWN);
-            cells.emplace_back(figures.driftPerMinute ? strprintf("%+.1f", *figures.driftPerMinute)
-                                                      : NOT_KNOWN);
-            table.AddRow(std::move(cells));
-        }
-    }
-    return RenderHeading("Values", terminal) + table.Render(terminal);
-}
-
-/// @return empty where there is nothing to quote
-std::string MakeQuote(const LineCount& count) {
-    return count.firstText.empty() ? std::string() : ": \"" + count.firstText + '"';
-}
-
-std::string RenderLines(const LogFigures& figures, const Terminal& terminal) {
-    std::string text;
-    for (const LineKindText& kind : LINE_KIND_TEXTS) {
-        const LineCount& count = CountOf(figures.lines, kind.kind);
-        if (count.count > 0 && !kind.isTrouble) {
-            text += (text.empty() ? "" : ", ") + std::string(kind.text) + ' ' + FormatCount(count.count);
-            if (!count.firstText.empty()) {
-                text += " (first in line " + FormatCount(count.firstLine) + MakeQuote(count) + ')';
-            }
-        }
-    }
-    return Wrap("Lines: " + (text.empty() ? "none" : text), terminal, INDENT);
-}
-
-std::string RenderRules(const Terminal& terminal) {
-    std::string text = RenderHeading("Rules", terminal);
-    for (const char* const rule : RULES) {
-        text += Wrap(rule, terminal, INDENT);
-    }
-    return text;
+std::string RenderTroubles(const LogFigures& figures, const Terminal& terminal) {
+    return WrapAll(ListTroubles(figures), terminal);
 }
 
 }  // namespace
 
-Cell MakeVerdictCell(Verdict verdict) {
-    return {GetVerdictText(verdict), GetStyle(verdict)};
-}
-
-std::vector<std::string> MakeThresholdCommand(const LogReport& report) {
-    std::vector<std::string> command;
-    for (std::size_t i = 0; i < report.judgements.size(); ++i) {
-        const auto& threshold = report.judgements[i].threshold;
-        if (threshold && threshold->CanBeSet()) {
-            command.push_back(strprintf("--finger-threshold %u,%lld", report.figures.buttons[i].button,
-                                        static_cast<long long>(threshold->value)));
-        }
-    }
-    if (!command.empty()) {
-        command.insert(command.begin(), "padtune");
-    }
-    return command;
-}
-
-std::string RenderTroubles(const LogFigures& figures, const Terminal& terminal) {
-    std::string text;
-    const auto say = [&](const std::string& what, std::uint64_t count, std::uint64_t firstLine,
-                         const std::string& more) {
-        if (count > 0) {
-            text +=
-                Wrap(what + ": " + FormatCount(count) + ", first in line " + FormatCount(firstLine) + more,
-                     terminal, INDENT);
-        }
-    };
-    if (!figures.readTrouble.empty()) {
-        text += Wrap("The log could not be read to its end: " + figures.readTrouble, terminal, INDENT);
-    }
-    for (const LineKindText& kind : LINE_KIND_TEXTS) {
-        if (kind.isTrouble) {
-            const LineCount& count = CountOf(figures.lines, kind.kind);
-            say(kind.text, count.count, count.firstLine, MakeQuote(count));
-        }
-    }
-    say("Stamps that fall", figures.fallingStamps.count, figures.fallingStamps.firstLine,
-        "; another run begins there");
-    say("Stamps more than a minute after the one before", figures.jumps.count, figures.jumps.firstLine,
-        "; nothing is measured across");
-    if (figures.hasChangedInfo) {
-        text += Wrap("INFO lines differ from run to run: the figures mix them, those of the last are shown",
-                     terminal, INDENT);
-    }
-    return text;
-}
-
 std::string RenderReport(const LogReport& report, const Terminal& terminal) {
     const LogFigures& figures = report.figures;
-    const std::string log = RenderHeading("The log", terminal) + RenderLines(figures, terminal) +
+    const std::string name = Paint(figures.name, Style::HEADING, terminal) + '\n';
+    const std::string log = RenderHeading("The log", terminal) +
+                            Wrap(DescribeLines(figures), terminal, INDENT) +
                             RenderTroubles(figures, terminal);
     if (!report.HasSamples()) {
-        return Paint(figures.name, Style::HEADING, terminal) + "\nNo samples.\n" + log;
+        return name + "No samples.\n" + log;
     }
-    return RenderTitle(report, terminal) + RenderInfo(figures.info, terminal) +
-           RenderVerdicts(report, terminal) + RenderRemarks(report, terminal) +
-           RenderCommand(report, terminal) + RenderButtons(report, terminal) +
-           RenderValues(report, terminal) + log + RenderRules(terminal);
+    return name + Wrap(DescribeRuns(figures), terminal) +
+           Wrap(DescribeBoard(figures.info), terminal, INDENT) + RenderVerdicts(report, terminal) +
+           RenderRemarks(report, terminal) + RenderCommand(report, terminal) +
+           RenderButtons(figures, terminal) + RenderHeading("Values", terminal) +
+           MakeValueTable(figures).Render(terminal) + log + RenderHeading("Rules", terminal) +
+           WrapAll(REPORT_RULES, terminal);
 }
 
 std::string RenderLiveReport(const LogReport& report, const Terminal& terminal) {
@@ -326,7 +81,7 @@ std::string RenderLiveReport(const LogReport& report, const Terminal& terminal) 
     if (!report.HasSamples()) {
         return text + "No samples yet.\n";
     }
-    return text + RenderVerdicts(report, terminal) + RenderButtons(report, terminal) +
+    return text + RenderVerdicts(report, terminal) + RenderButtons(report.figures, terminal) +
            RenderTroubles(report.figures, terminal);
 }
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <tuple>
 
-#include "apps/padreport/report_text.h"
+#include "apps/padreport/report_parts.h"
 #include "apps/padreport/text_format.h"
 
 namespace padreport {
