@@ -111,11 +111,11 @@ ValueFigures MakeValueFigures(const ButtonStatistics& statistics, unsigned value
 
 void AddIntervals(const ValueCounts& intervals, ButtonFigures& figures) {
     const Quantiles quantiles = intervals.GetQuantiles();
-    const std::int64_t limit =
+    figures.gapLimit =
         std::max<std::int64_t>(GAP_MILLISECONDS_MIN, std::int64_t{GAP_INTERVALS} * quantiles.median);
     intervals.ForEach([&](std::int32_t interval, std::uint64_t count) {
         figures.timedMilliseconds += interval * static_cast<std::int64_t>(count);
-        if (interval > limit) {
+        if (interval > figures.gapLimit) {
             figures.gaps += count;
             figures.longestGap = interval;
         }

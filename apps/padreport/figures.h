@@ -69,6 +69,7 @@ struct ButtonFigures {
     std::optional<double> rate;
     std::uint64_t gaps = 0;
     std::int64_t longestGap = 0;
+    std::int64_t gapLimit = 0;           ///< a longer interval is a gap
     std::int64_t timedMilliseconds = 0;  ///< all intervals together
     std::uint64_t touches = 0;
     std::optional<Lengths> touchLengths;    ///< of the touches that were seen from beginning to end

@@ -22,8 +22,8 @@ LogReport MakeLogReport(std::string name, std::string readTrouble, const LogRead
     return report;
 }
 
-LogReport ReadLogReport(const std::string& path, unsigned signal) {
-    LogStatistics statistics;
+LogReport ReadLogReport(const std::string& path, unsigned signal, ValueHistory* history) {
+    LogStatistics statistics(history);
     LogReader reader(statistics);
     std::string trouble;
     try {

@@ -30,6 +30,7 @@ LogReport MakeLogReport(std::string name, std::string readTrouble, const LogRead
 /// Reads a whole log, and judges it. One that cannot be opened gives a report without samples.
 /// @param path of a file, or STANDARD_INPUT
 /// @param signal index of the value, from 0
-LogReport ReadLogReport(const std::string& path, unsigned signal);
+/// @param history receives what the values did over time; nullptr where that is not wanted
+LogReport ReadLogReport(const std::string& path, unsigned signal, ValueHistory* history = nullptr);
 
 }  // namespace padreport

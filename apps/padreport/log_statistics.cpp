@@ -15,6 +15,9 @@ void LogStatistics::OnSample(const Sample& sample) {
         button = std::make_unique<ButtonStatistics>();
     }
     button->Add(sample, step.isTimed);
+    if (m_history != nullptr && step.isTimed) {
+        m_history->Add(sample, step.beginsStretch, m_timeline.GetRuns());
+    }
 }
 
 void LogStatistics::OnThreshold(unsigned button, std::int32_t value) {

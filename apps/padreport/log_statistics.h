@@ -15,6 +15,7 @@
 #include "apps/padreport/button_statistics.h"
 #include "apps/padreport/log_reader.h"
 #include "apps/padreport/timeline.h"
+#include "apps/padreport/value_history.h"
 
 namespace padreport {
 
@@ -29,6 +30,9 @@ struct BoardInfo {
 
 class LogStatistics : public LogRecords {
 public:
+    /// @param history receives the timed samples; must outlive the statistics; nullptr where none is wanted
+    explicit LogStatistics(ValueHistory* history = nullptr) : m_history(history) {}
+
     void OnSample(const Sample& sample) override;
     void OnThreshold(unsigned button, std::int32_t value) override;
     void OnParameter(std::string_view name, std::int32_t value) override;
@@ -51,6 +55,7 @@ private:
     void BeginInfo(bool isRepeated);
     void EndStretch();
 
+    ValueHistory* m_history;
     Timeline m_timeline;
     std::map<unsigned, std::unique_ptr<ButtonStatistics>> m_buttons;
     BoardInfo m_info;
