@@ -51,6 +51,9 @@ public:
     /// @param cells one for each column
     void AddRow(std::vector<Cell> cells) { m_rows.push_back(std::move(cells)); }
 
+    const std::vector<Column>& GetColumns() const { return m_columns; }
+    const std::vector<std::vector<Cell>>& GetRows() const { return m_rows; }
+
     /// @return lines, each with its line feed
     std::string Render(const Terminal& terminal) const;
 
