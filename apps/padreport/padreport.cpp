@@ -1,23 +1,31 @@
 // padreport turns the diagnostic lines of padtune into a decision: which buttons are safe, which thresholds
 // part touch from rest, what a change did, which of many players is next. Start-up, outputs, exit statuses.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/padreport/comparison_output.h"
 #include "apps/padreport/follow.h"
 #include "apps/padreport/log_report.h"
+#include "apps/padreport/page.h"
 #include "apps/padreport/report_csv.h"
 #include "apps/padreport/report_json.h"
 #include "apps/padreport/report_text.h"
 #include "apps/padreport/request.h"
 #include "apps/padreport/summary.h"
 #include "apps/padreport/terminal.h"
+#include "lib/platform/posix_helpers.h"
 #include "lib/platform/standard_output.h"
 #include "lib/platform/stop_signals.h"
+#include "lib/platform/unique_fd.h"
 
 namespace padreport {
 
@@ -47,6 +55,34 @@ std::vector<LogReport> ReadReports(const Request& request) {
         Complain(reports.back());
     }
     return reports;
+}
+
+void WriteFile(const std::string& path, const std::string& text) {
+    constexpr mode_t MODE = 0666;  // less what the user's umask takes away
+    strata::UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, MODE));
+    if (!file.IsOpen()) {
+        throw ErrnoException(errno, path);
+    }
+    try {
+        write_all_throw(file.Get(), text.data(), text.size());
+    } catch (const ErrnoException& failure) {
+        throw ErrnoException(failure.GetErrno(), path);
+    }
+    if (close(file.Release()) != 0) {
+        throw ErrnoException(errno, path);
+    }
+}
+
+/// A log without samples gives no page: what stands in the file stays.
+int WritePage(const Request& request) {
+    ValueHistory history;
+    const LogReport report = ReadLogReport(request.files[0], request.signal, &history);
+    Complain(report);
+    if (!report.HasSamples()) {
+        return STATUS_NO_SAMPLES;
+    }
+    WriteFile(request.page, RenderPage(report, std::move(history)));
+    return STATUS_DONE;
 }
 
 int PrintReports(const Request& request) {
@@ -108,7 +144,7 @@ int Follow(const Request& request) {
 int Run(const Request& request) {
     switch (request.task) {
         case Task::REPORT:
-            return PrintReports(request);
+            return request.format == Format::HTML ? WritePage(request) : PrintReports(request);
         case Task::COMPARE:
             return PrintComparison(request);
         case Task::SUMMARY:

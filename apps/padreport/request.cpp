@@ -30,6 +30,8 @@ const char* const HELP_TEXT =
     "    --csv            one row for each value of each button (not for --compare,\n"
     "                     --summary, --follow)\n"
     "    --json           everything, for programs (not for --follow)\n"
+    "    --html FILE      a page for a browser, with the values over time, goes to FILE (for\n"
+    "                     one LOG)\n"
     "    -h, --help       this text\n"
     "    --version        the version\n"
     "\n"
@@ -45,9 +47,11 @@ enum OptionCode {
     OPTION_FOLLOW,
     OPTION_CSV,
     OPTION_JSON,
+    OPTION_HTML,
     OPTION_VERSION
 };
 
+// clang-format off
 constexpr option OPTIONS[] = {
     {"compare", no_argument, nullptr, OPTION_COMPARE},
     {"summary", no_argument, nullptr, OPTION_SUMMARY},
@@ -55,10 +59,12 @@ constexpr option OPTIONS[] = {
     {"signal", required_argument, nullptr, 's'},
     {"csv", no_argument, nullptr, OPTION_CSV},
     {"json", no_argument, nullptr, OPTION_JSON},
+    {"html", required_argument, nullptr, OPTION_HTML},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, OPTION_VERSION},
     {nullptr, 0, nullptr, 0},
 };
+// clang-format on
 
 // The colon in front tells a missing argument from an unknown option, and keeps getopt_long from printing.
 constexpr const char* SHORT_OPTIONS = ":s:h";
@@ -82,7 +88,7 @@ void SetTask(Request& request, Task task) {
 
 void SetFormat(Request& request, Format format) {
     if (request.format != Format::TEXT && request.format != format) {
-        throw UsageError("type only one of --csv, --json");
+        throw UsageError("type only one of --csv, --html, --json");
     }
     request.format = format;
 }
@@ -90,6 +96,9 @@ void SetFormat(Request& request, Format format) {
 void CheckFormat(const Request& request) {
     if (request.format == Format::CSV && request.task != Task::REPORT) {
         throw UsageError("--csv: type it without --compare, --summary, --follow");
+    }
+    if (request.format == Format::HTML && (request.task != Task::REPORT || request.files.size() > 1)) {
+        throw UsageError("--html: type it with one log, as in 'padreport --html FILE LOG'");
     }
     if (request.format == Format::JSON && request.task == Task::FOLLOW) {
         throw UsageError("--json: type it without --follow");
@@ -163,6 +172,10 @@ Request ParseCommandLine(int argc, char** argv) {
             case OPTION_JSON:
                 SetFormat(request, Format::JSON);
                 break;
+            case OPTION_HTML:
+                SetFormat(request, Format::HTML);
+                request.page = optarg;
+                break;
             case 's':
                 request.signal = ParseSignal(optarg);
                 break;
@@ -173,7 +186,8 @@ Request ParseCommandLine(int argc, char** argv) {
                 request.task = Task::VERSION;
                 return request;
             case ':':
-                throw UsageError(std::string(argv[optind - 1]) + ": type a number after it");
+                throw UsageError(std::string(argv[optind - 1]) + ": type " +
+                                 (optopt == OPTION_HTML ? "a file" : "a number") + " after it");
             default:
                 throw UsageError(GetUnknownOption(argv) +
                                  ": unknown; type 'padreport --help' for what there is");

@@ -17,12 +17,13 @@ enum class Task {
     VERSION,
 };
 
-enum class Format { TEXT, CSV, JSON };
+enum class Format { TEXT, CSV, JSON, HTML };
 
 /// What the user wants.
 struct Request {
     Task task = Task::REPORT;
     Format format = Format::TEXT;
+    std::string page;     ///< the file to write, for HTML
     unsigned signal = 3;  ///< index of the value that verdicts and thresholds are about, from 0
     std::vector<std::string>
         files;  ///< at least one for REPORT and SUMMARY, two for COMPARE, none for FOLLOW
