@@ -21,6 +21,7 @@
     const THRESHOLD_COLOUR = '#b34700';
     const PROPOSED_PATTERN = [6, 4];
     const STRETCH_COLOUR = '#666666';
+    const FONT = '12px system-ui, sans-serif';
 
     const data = JSON.parse(document.getElementById('strips').textContent);
     const nameOf = value => `value ${value}`;
@@ -116,16 +117,21 @@
         context.lineTo(area.x + area.w, y);
         context.stroke();
         context.textAlign = align;
-        context.fillText(`${text} ${threshold}`, align === 'left' ? area.x + 4 : area.x + area.w - 4, y - 4);
+        context.setLineDash([]);
+        const place = [`${text} ${threshold}`, align === 'left' ? area.x + 4 : area.x + area.w - 4, y - 4];
+        context.strokeStyle = '#ffffff';
+        context.lineWidth = 3;
+        context.strokeText(...place);
+        context.fillText(...place);
     };
 
-    /// Touches, thresholds and beginnings of runs, below the lines.
-    const drawUnderlay = (context, area, chart, button, spans) => {
+    /// Touches and beginnings of runs, below the lines.
+    const drawUnderlay = (context, area, chart, spans) => {
         context.save();
         context.beginPath();
         context.rect(area.x, area.y, area.w, area.h);
         context.clip();
-        context.font = '12px system-ui, sans-serif';
+        context.font = FONT;
         context.fillStyle = makeHatching(context);
         for (const [start, end] of spans) {
             const left = chart.toDomXCoord(start);
@@ -142,6 +148,14 @@
             context.stroke();
             context.fillText(`run ${run} from ${stamp / MS_PER_S} s`, x + 3, area.y + 11);
         });
+        context.restore();
+    };
+
+    /// The lines of a long log would cover them.
+    const drawThresholds = (context, chart, button) => {
+        const area = chart.getArea();
+        context.save();
+        context.font = FONT;
         drawThreshold(context, area, chart, button.now, 'now', [], 'left');
         drawThreshold(context, area, chart, button.proposed, 'proposed', PROPOSED_PATTERN, 'right');
         context.restore();
@@ -184,7 +198,7 @@
                 const [low, , high] = row[value];
                 text += low === high ? `: ${low}` : `: ${low} to ${high}`;
             }
-            return `<span><b style="color:${series.color}">${series.dashHTML}</b> ${text}</span>`;
+            return `<span><span style="color:${series.color}">${series.dashHTML}</span> ${text}</span>`;
         });
         return items.join('') + (hasPlace ? `<span>${formatTime(shown.x)}</span>` : '');
     };
@@ -290,7 +304,10 @@
             legend: 'always',
             labelsDiv: section.querySelector('.legend'),
             legendFormatter: shown => makeLegend(shown, decoded.rows, isRight),
-            underlayCallback: (context, area, chart) => drawUnderlay(context, area, chart, button, decoded.spans),
+            underlayCallback: (context, area, chart) => drawUnderlay(context, area, chart, decoded.spans),
+            plugins: [{activate: () => ({
+                didDrawChart: event => drawThresholds(event.drawingContext, event.dygraph, button),
+            })}],
             drawCallback: (chart, isFirst) => isFirst || follow(chart),
             highlightCallback: (event, seconds) => select(strip.chart, seconds),
             unhighlightCallback: () => strips.forEach(({chart}) => chart !== strip.chart && chart.clearSelection()),
