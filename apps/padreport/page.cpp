@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <concepts>
 #include <cstdint>
 #include <optional>
 
@@ -184,10 +183,7 @@ void AppendDifferences(std::string& text, const Items& items, Get get) {
     });
 }
 
-template <std::integral Number>
-std::string FormatOptional(const std::optional<Number>& number) {
-    return number ? std::to_string(*number) : "null";
-}
+constexpr const char* NONE = "null";
 
 /// The threshold in force, where it can be about the signal: it lies between the medians, as far as these
 /// are known.
@@ -202,11 +198,11 @@ std::optional<std::int32_t> GetThresholdOfSignal(const ButtonFigures& button, un
 
 void AppendStrip(std::string& text, const ButtonFigures& button, const Judgement& judgement, unsigned signal,
                  const std::vector<Slice>& slices) {
-    const auto proposed =
-        judgement.threshold ? std::optional(judgement.threshold->value) : std::optional<std::int64_t>();
+    const auto inForce = GetThresholdOfSignal(button, signal);
     text += "{\"button\":" + std::to_string(button.button) + ",\"gap\":" + std::to_string(button.gapLimit) +
-            ",\"now\":" + FormatOptional(GetThresholdOfSignal(button, signal)) +
-            ",\"proposed\":" + FormatOptional(proposed) + ",\"index\":";
+            ",\"now\":" + (inForce ? std::to_string(*inForce) : NONE) +
+            ",\"proposed\":" + (judgement.threshold ? std::to_string(judgement.threshold->value) : NONE) +
+            ",\"index\":";
     AppendDifferences(text, slices, [](const Slice& slice) { return slice.index; });
     text += ",\"touched\":\"";
     for (const Slice& slice : slices) {
