@@ -9,12 +9,15 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <optional>
+#include <regex>
 #include <string>
 #include <tuple>
 #include <utility>
 
 #include "lib/kestrel_dfb/encoder_fields.h"
+#include "lib/kestrel_dfb/video_mode_table.h"
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/string_operations.h"
 #include "lib/player/hardware_config.h"
@@ -85,6 +88,30 @@ TEST_F(VideoModeTest, AModeStringSelectsARowAndChangesIt) {
     std::string empty;
     VideoMode::Parse(empty, mode);
     EXPECT_EQ(empty, "1920x1080x60p");
+}
+
+TEST(VideoModeTable, ASizeOrARateIsTheSameInEveryRow) {
+    std::map<std::string, std::uint64_t> resolutions;
+    std::map<std::uint64_t, std::string> sizes;
+    std::map<std::string, std::uint32_t> frequencies;
+    for (const VideoModeRecord& mode : GetVideoModeTable()) {
+        std::smatch parts;
+        const std::string name = mode.name;
+        if (!std::regex_match(name, parts, std::regex("([0-9]+x[0-9]+)x([0-9.]+)([ip])"))) {
+            continue;  // a television standard
+        }
+        // 60 fields a second are 30 pictures; a rate of its own in the analogue 480 lines.
+        const std::string rate =
+            parts[1] == "720x480" && parts[3] == "i" ? "ntsc" : parts[2].str() + parts[3].str();
+        EXPECT_EQ(resolutions.try_emplace(parts[1], mode.resolution).first->second, mode.resolution) << name;
+        EXPECT_EQ(sizes.try_emplace(mode.resolution, parts[1]).first->second, parts[1]) << name;
+        EXPECT_EQ(frequencies.try_emplace(rate, mode.frequency).first->second, mode.frequency) << name;
+        EXPECT_EQ(mode.scan_mode, parts[3] == "i" ? 1u : 2u) << name;
+        // Colour spaces of more bits are a choice among those that the mode has at all.
+        EXPECT_EQ(mode.color_spaces_12bit != 0, mode.color_spaces_10bit != 0) << name;
+        EXPECT_EQ(mode.tv_timing, !mode.pc_timing) << name;
+    }
+    EXPECT_FALSE(resolutions.empty());
 }
 
 TEST_F(VideoModeTest, RejectsUnknownNamesAndColourSpacesThatTheModeDoesNotAllow) {
