@@ -18,38 +18,49 @@ bool PlatformValidPointer(const volatile void* pointer, std::uint32_t alignment)
 namespace strata {
 
 /// Reports a failed assertion; the caller then aborts. Any thread; takes no lock and allocates nothing.
+/// @param file path of the source
+/// @param line in it, from 1
+/// @param function name of the function
 /// @param expression the text of the condition that did not hold
 void ReportAssertion(const char* file, unsigned line, const char* function, const char* expression) noexcept;
 
 /// The same with a message of its own, which follows the expression.
+/// @param file path of the source
+/// @param line in it, from 1
+/// @param function name of the function
+/// @param expression the text of the condition that did not hold
 /// @param format a printf format for the arguments after it; the text carries its own newline
 [[gnu::format(printf, 5, 6)]] void ReportAssertionWithMessage(const char* file, unsigned line,
                                                               const char* function, const char* expression,
                                                               const char* format, ...) noexcept;
 
 /// Reports a failed assertion and aborts. Any thread.
+/// @param file path of the source
+/// @param line in it, from 1
+/// @param function name of the function
 /// @param expression the text of the condition that did not hold
 [[noreturn]] void FailAssertion(const char* file, unsigned line, const char* function,
                                 const char* expression) noexcept;
 
 /// Prints one operand of a failed comparison to standard output, in decimal and hexadecimal.
 /// @param text the operand as the source spells it
+/// @param value what it is
 void PrintOperand(const char* text, int value) noexcept;
-void PrintOperand(const char* text, unsigned value) noexcept;
-void PrintOperand(const char* text, long value) noexcept;
-void PrintOperand(const char* text, unsigned long value) noexcept;
-void PrintOperand(const char* text, long long value) noexcept;
-void PrintOperand(const char* text, unsigned long long value) noexcept;
+void PrintOperand(const char* text, unsigned value) noexcept;            ///< likewise
+void PrintOperand(const char* text, long value) noexcept;                ///< likewise
+void PrintOperand(const char* text, unsigned long value) noexcept;       ///< likewise
+void PrintOperand(const char* text, long long value) noexcept;           ///< likewise
+void PrintOperand(const char* text, unsigned long long value) noexcept;  ///< likewise
 
 }  // namespace strata
 
 /// Alignment of the type that a pointer points to.
 #define nimbus2_assert_alignof(object) static_cast<std::uint32_t>(__alignof__(object))
 
-// The rule for texts: a condition stands in the report with its macros expanded, as field tools know
-// "sm_instance ==
-// __null" and not "sm_instance == NULL"; pointers and operands of a comparison stand as in the source. The
-// extra level is what expands a condition.
+/// The rule for texts: a condition stands in the report with its macros expanded, as field tools know
+/// "sm_instance ==
+/// __null" and not "sm_instance == NULL"; pointers and operands of a comparison stand as in the source. The
+/// extra level is what expands a condition.
 #define PLATFORM_ASSERT_TEXT_(condition) #condition
 
 /// Asserts a condition at a site that the field's log tooling knows by these texts.
@@ -82,6 +93,7 @@ void PrintOperand(const char* text, unsigned long long value) noexcept;
                                   "))))");                                                                   \
         }                                                                                                    \
     } while (false)
+/// The same at the site where it stands.
 #define PLATFORM_ASSERT_VALID_POINTER(pointer) \
     PLATFORM_ASSERT_VALID_POINTER_AT(__FILE__, __LINE__, __PRETTY_FUNCTION__, pointer)
 

@@ -14,6 +14,7 @@
 
 namespace strata {
 
+/// A condition variable that waits up to a deadline on the monotonic clock.
 class condition_variable {
 public:
     /// @throws boost::thread_resource_error when the system has no room for it
@@ -30,6 +31,7 @@ public:
     /// Waits until notified or until the deadline; may also wake for no reason. An interruption point of
     /// boost's threads.
     /// @param lock the caller's lock, held; released while waiting and held again on every way out
+    /// @param deadline when to stop waiting
     /// @return false when the deadline has passed, true when woken
     /// @throws boost::thread_resource_error when the wait fails
     /// @throws boost::thread_interrupted when the thread was asked to end its wait

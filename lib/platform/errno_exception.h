@@ -10,14 +10,17 @@
 /// begins with the text of the error.
 class ErrnoException : public std::exception {
 public:
+    /// @param errorNumber what errno was
     explicit ErrnoException(int errorNumber) : m_message(Describe(errorNumber)), m_errno(errorNumber) {}
 
+    /// @param errorNumber what errno was
     /// @param context the operation that failed
     ErrnoException(int errorNumber, const std::string& context)
         : m_message(context + ": " + Describe(errorNumber)), m_errno(errorNumber) {}
 
+    /// The message as described above; lives as long as the exception
     const char* what() const noexcept override { return m_message.c_str(); }
-    int GetErrno() const { return m_errno; }
+    int GetErrno() const { return m_errno; }  ///< what errno was
 
 private:
     static std::string Describe(int errorNumber) {

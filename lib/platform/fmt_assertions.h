@@ -6,4 +6,5 @@
 
 #include <cassert>
 
+/// What fmt's headers call instead of their own.
 #define FMT_ASSERT(condition, message) assert((condition) && (message))

@@ -42,6 +42,7 @@ public:
     ~KestrelObjectGlobals();
 
     /// Registers an observer; it gets the events from now on. Any thread.
+    /// @param observer    gets the events on the monitor's thread; must stay until it is removed
     /// @param pathFilter  a text that the names of its nodes contain
     void AddHotplugObserver(DeviceHotplugUpdateObserver* observer, const std::string& pathFilter);
 

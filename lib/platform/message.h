@@ -16,11 +16,14 @@ namespace strata {
 /// Renders a message; "Message '%s' threw '%s'\n" with the raw format when that fails, and less when there is
 /// no memory.
 /// @param errorNumber the error whose text "%m" stands for
+/// @param format for printf
+/// @param arguments of the format
 std::string RenderMessageArguments(int errorNumber, const char* format, fmt::printf_args arguments) noexcept;
 
 /// Writes text to standard error in one piece.
 void WriteToStandardError(const std::string& text) noexcept;
 
+/// The same, with the arguments one by one.
 template <class... Arguments>
 std::string RenderMessage(int errorNumber, const char* format, const Arguments&... arguments) {
     return RenderMessageArguments(errorNumber, format,

@@ -16,7 +16,7 @@ inline constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
 /// A point on the monotonic clock.
 struct monotonic_time {
-    time_t seconds = 0;
+    time_t seconds = 0;    ///< since the clock's beginning
     long nanoseconds = 0;  ///< 0 to 999,999,999
 
     /// Moves the point on.
@@ -32,6 +32,7 @@ struct monotonic_time {
         return *this;
     }
 
+    /// The point that is later by a delay, which is not negative.
     friend monotonic_time operator+(monotonic_time time, std::chrono::microseconds delay) {
         return time += delay;
     }
@@ -40,8 +41,10 @@ struct monotonic_time {
         return std::chrono::seconds(later.seconds - earlier.seconds) +
                std::chrono::nanoseconds(later.nanoseconds - earlier.nanoseconds);
     }
+    /// Earlier points are less.
     friend auto operator<=>(const monotonic_time&, const monotonic_time&) = default;
 
+    /// The point as the system calls take it, on CLOCK_MONOTONIC.
     timespec ToTimespec() const { return {seconds, nanoseconds}; }
 
     /// Nanoseconds since the clock's beginning.

@@ -74,6 +74,7 @@ public:
     /// Polls a client from the next iteration on. The 256th slot ends the process; the thread's own client
     /// has one, and a detached client keeps its until the next iteration, so attaching and detaching in a
     /// loop without an iteration in between uses them up. Room for all is kept: there is nothing to fail.
+    /// @param client must stay until it is detached
     /// @param events what to poll for, as in POLLIN
     void Attach(Pollable* client, short events) noexcept;
 
@@ -88,7 +89,9 @@ public:
 
     /// Calls (object->*callback)(argument) once, after the deadline. Timers of equal deadline fire in the
     /// order in which they were added.
+    /// @param object called on the poll thread; must stay until the timer has fired or is removed
     /// @param callback a member function, called virtually where it is virtual
+    /// @param argument passed on as it is
     /// @param deadline nanoseconds of the steady clock
     template <class C>
     void AddTimer(C* object, void (C::*callback)(std::uintptr_t), std::uintptr_t argument,

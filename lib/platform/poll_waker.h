@@ -11,6 +11,7 @@
 #include "lib/platform/message.h"
 #include "lib/platform/unique_fd.h"
 
+/// A way to wake one thread from poll, from any other.
 class PollWaker {
 public:
     /// @throws ErrnoException when there is no pipe to be had

@@ -42,10 +42,10 @@ private:
 #else
     SanitizerMutex() = default;
 
-    void BeforeLock() {}
-    void AfterLock() {}
-    void BeforeUnlock() {}
-    void AfterUnlock() {}
+    void BeforeLock() {}    ///< before a thread waits for the mutex
+    void AfterLock() {}     ///< once the thread has it
+    void BeforeUnlock() {}  ///< before the thread gives it back
+    void AfterUnlock() {}   ///< once it has been given back
 #endif
 };
 

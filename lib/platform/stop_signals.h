@@ -12,6 +12,7 @@
 #include "lib/platform/errno_exception.h"
 #include "lib/platform/unique_fd.h"
 
+/// The signals that end a program, as a descriptor to poll.
 class StopSignals {
 public:
     /// Blocks the signals for this thread and those that it starts: to be made before there are others, for

@@ -27,7 +27,8 @@ bool EqualIgnoringAsciiCase(std::string_view left, std::string_view right);
 
 /// Orders texts without regard to the case of the letters A to Z; a prefix of another text sorts first.
 struct LessIgnoringAsciiCase {
-    using is_transparent = void;
+    using is_transparent = void;  ///< lets containers look up any kind of text
+    /// Whether left comes before right.
     bool operator()(std::string_view left, std::string_view right) const;
 };
 

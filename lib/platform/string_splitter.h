@@ -13,7 +13,7 @@
 /// have the one piece "3".
 class StringSplitter {
 public:
-    /// @param separators the characters to split at, each by itself
+    /// @param text, separators what is split, and the characters to split at, each by itself
     StringSplitter(std::string text, const char* separators) {
         for (;;) {
             const std::size_t end = text.find_first_of(separators);
@@ -30,7 +30,7 @@ public:
         }
     }
 
-    std::size_t size() const { return m_chunks.size(); }
+    std::size_t size() const { return m_chunks.size(); }  ///< number of pieces
 
     /// @param index below size(); anything else is a programming error and ends the process
     std::string operator[](std::size_t index) const {

@@ -30,6 +30,8 @@ public:
     }
 
     /// Emits the label as a line, then 16 bytes a line in hexadecimal and as characters.
+    /// @param label the line; its line feed may be missing
+    /// @param data what is dumped
     /// @param length number of bytes; for 0 only the label is emitted
     void HexDump(const std::string& label, const void* data, std::size_t length);
 };

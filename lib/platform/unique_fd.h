@@ -13,15 +13,17 @@ class UniqueFd {
 public:
     /// @param fd the descriptor to own; negative for none
     explicit UniqueFd(int fd = -1) : m_fd(fd) {}
+    /// Takes the descriptor over; the other owns none then.
     UniqueFd(UniqueFd&& other) noexcept : m_fd(other.Release()) {}
+    /// Closes the own descriptor and takes the other's over; the other owns none then.
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         Reset(other.Release());
         return *this;
     }
     ~UniqueFd() { Reset(); }
 
-    int Get() const { return m_fd; }
-    bool IsOpen() const { return m_fd >= 0; }
+    int Get() const { return m_fd; }           ///< the descriptor, still owned; negative for none
+    bool IsOpen() const { return m_fd >= 0; }  ///< whether there is a descriptor
 
     /// Gives the descriptor up without closing it.
     int Release() { return std::exchange(m_fd, -1); }
