@@ -41,18 +41,21 @@ public:
     /// @param reference the interface, or null for an empty holder
     explicit DFBPointer(T* reference) : m_ptr(reference) {}
 
+    /// Takes a reference of its own to what the other holds.
     DFBPointer(const DFBPointer& other) : m_ptr(other.m_ptr) {
         if (m_ptr != nullptr) {
             m_ptr->AddRef(m_ptr);
         }
     }
 
+    /// Takes the other's reference over; the other is empty then.
     DFBPointer(DFBPointer&& other) noexcept : m_ptr(std::exchange(other.m_ptr, nullptr)) {}
 
     ~DFBPointer() { Reset(); }
 
     DFBPointer& operator=(const DFBPointer&) = delete;
 
+    /// Releases what the holder holds and takes the other's reference over; the other is empty then.
     DFBPointer& operator=(DFBPointer&& other) noexcept {
         if (this != &other) {
             Reset();

@@ -11,6 +11,7 @@
 #include "lib/kestrel_dfb/video_mode_record.h"
 
 /// Marks fields of a configuration as valid; marks that are there stay. Any thread.
+/// @param configuration has the marks in its field "flags"
 /// @param flags the bits of the fields
 template <typename Configuration>
 void AddFlags(Configuration& configuration, std::uint32_t flags) {

@@ -17,7 +17,7 @@ extern "C" {
 
 /// Settings of the platform layer. Without a layer there is nothing to set.
 struct DFB_Platform_P_Settings {
-    int reserved;
+    int reserved;  ///< keeps the record from being empty
 };
 
 /// Fills a settings record with the layer's defaults. Main thread only.

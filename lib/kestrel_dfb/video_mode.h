@@ -15,8 +15,10 @@
 #include "lib/kestrel_dfb/directfb_helpers.h"
 #include "lib/kestrel_dfb/video_mode_record.h"
 
+/// The player's output mode: parsing of mode strings, and programming of the encoder.
 class VideoMode {
 public:
+    /// One mode as data: what parsing yields.
     using Mode = VideoModeRecord;
 
     /// Thrown for a mode string that names no mode which the player can output.
@@ -26,6 +28,7 @@ public:
         /// @param mode the mode string
         Invalid(std::string message, std::string mode);
 
+        /// The message; lives as long as the exception
         const char* what() const noexcept override { return m_message.c_str(); }
 
         /// The offending mode string.

@@ -12,12 +12,14 @@
 #include "lib/platform/singleton.h"
 #include "lib/player/device_tree.h"
 
+/// The functions of the processor's pins, to switch between. One object for the whole process.
 class AlternatePinMux : public strata::AutoCreateSingleton<AlternatePinMux> {
 public:
     /// Reads the device tree that the kernel was started with. What is malformed there is reported and left
     /// out.
     AlternatePinMux() : AlternatePinMux(DeviceTree()) {}
 
+    /// @param deviceTree  describes the pins, as above; not used afterwards
     explicit AlternatePinMux(const DeviceTree& deviceTree);
 
     /// Switches a pin to one of its functions. Any thread; of two threads that switch one pin at the same

@@ -24,6 +24,7 @@ public:
 
     HardwareConfig() : HardwareConfig(DeviceTree()) {}
 
+    /// @param deviceTree         describes the player; not used afterwards
     /// @param bootConfiguration  path of the file that says where the environment is; a player may lack it
     explicit HardwareConfig(const DeviceTree& deviceTree,
                             const std::string& bootConfiguration = "/etc/fw_env.config");

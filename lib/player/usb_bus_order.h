@@ -21,6 +21,7 @@ using UsbPosition = std::vector<unsigned>;
 /// connectors that are not listed come last. Among themselves devices are ordered by port path.
 class UsbBusOrder {
 public:
+    /// Where a device node's device sits, and how it is recognised.
     struct Place {
         UsbPosition position;  ///< in the bus order
         /// The USB interface, as "1-4.2:1.0". Always the same for the same interface of a device at the same
@@ -53,6 +54,7 @@ public:
     explicit UsbBusOrder(const DeviceTree& deviceTree);
 
     /// Any thread.
+    /// @param portPath         of the device
     /// @param controllerNames  what FindControllerNames says of the device
     /// @return the place in the bus order of the device at a port path
     UsbPosition GetPosition(const UsbPosition& portPath, std::vector<std::string> controllerNames) const;
