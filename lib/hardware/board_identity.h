@@ -12,6 +12,7 @@
 
 namespace ExternalControl::Impl {
 
+/// The models of touch boards; not the codes that the boards answer with.
 enum BoardModel : std::uint32_t {
     MODEL_UNKNOWN = 0,
     MODEL_SMALL = 120,
@@ -30,8 +31,8 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
 
 /// What a board answered when it was asked for its model.
 struct BoardAnswer {
-    std::uint32_t modelCode;  ///< a BoardModel
-    std::uint32_t headerValue;
+    std::uint32_t modelCode;    ///< a BoardModel
+    std::uint32_t headerValue;  ///< which header the board has, as it answered
 };
 
 /// Reads the answer that the kernel remembers; asks the board nothing. Any thread.

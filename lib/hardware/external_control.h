@@ -95,6 +95,7 @@ public:
     /// pulsing output lasts until the pulse next changes the level. A device that fails then ends the pulse,
     /// with a message, and may leave the output high until StopPulse. Stop the pulse before the pin is made
     /// an input.
+    /// @param pin    0 to 31
     /// @param value  the steps of a cycle for which the output is high: 0 for never, the number of steps or
     ///               more for always
     /// @return false also for a pin that is no output

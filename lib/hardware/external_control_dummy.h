@@ -7,6 +7,7 @@
 
 namespace ExternalControl::Impl {
 
+/// A port with no pins, that has no device behind it.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nothing derives from it
 class DummyPort final : public Port {
 public:

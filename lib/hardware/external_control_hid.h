@@ -38,10 +38,11 @@
 
 namespace ExternalControl::Impl {
 
+/// A port of a board: one report of one of its HID applications.
 class PortOnHid final : public Port, public Pollable, public DeviceHotplugUpdateObserver, public TimerClient {
 public:
-    using Descriptor = Impl::Descriptor;
-    using DescriptorPtr = Impl::DescriptorPtr;
+    using Descriptor = Impl::Descriptor;        ///< what the port is opened on
+    using DescriptorPtr = Impl::DescriptorPtr;  ///< null: there is none
 
     /// Opens a port and attaches it to the PollThread. Any thread but the poll thread. Waits for a callback
     /// that is running, so nothing that one takes may be held; blocks for about 10 seconds when the board

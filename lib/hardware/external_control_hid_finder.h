@@ -72,6 +72,7 @@ private:
 /// The ports by name. Made on one thread; then any thread may ask.
 class AvailablePorts {
 public:
+    /// By name; upper and lower case are the same.
     using Ports = std::map<std::string, DescriptorPtr, strata::LessIgnoringAsciiCase>;
 
     /// Names ports.

@@ -23,6 +23,7 @@ struct input_event;
 
 namespace ExternalControl::Impl {
 
+/// The port of the player's own lines.
 class PortOnLinuxInputDriver final : public Port, public Pollable, public TimerClient {
 public:
     /// The node of the driver.
@@ -72,8 +73,9 @@ public:
 
     // What the driver offers, as masks of pins. It never changes. A pin whose direction cannot be switched is
     // an input for good, an output for good, both at once, or not there.
-    std::uint32_t GetOfferedInputs() const { return m_input.offered; }
-    std::uint32_t GetOfferedOutputs() const { return m_output.offered; }
+    std::uint32_t GetOfferedInputs() const { return m_input.offered; }    ///< pins that have a level to read
+    std::uint32_t GetOfferedOutputs() const { return m_output.offered; }  ///< pins that have a level to set
+    /// Pins whose direction can be switched
     std::uint32_t GetSwitchablePins() const { return m_output.switchable; }
 
     /// All pins at one moment, as masks.

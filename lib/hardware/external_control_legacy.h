@@ -14,9 +14,11 @@
 
 namespace ExternalControl::Impl {
 
+/// The flat port of the earlier player.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nothing derives from it
 class LegacyPort final : public Port {
 public:
+    /// Opens a port by its name; as OpenPort.
     using Opener = std::function<std::shared_ptr<Port>(const std::string& name, InputCallback inputCallback,
                                                        LostCallback lostCallback)>;
 

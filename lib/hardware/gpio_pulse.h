@@ -32,6 +32,7 @@ struct PulseSettings {
     /// @param steps               0 for the default of 10; 2 to 32
     static PulseSettings ForRequest(unsigned periodMicroseconds, unsigned steps);
 
+    /// Whether period and number of steps are the same.
     bool operator==(const PulseSettings&) const = default;
 };
 
@@ -47,6 +48,7 @@ public:
 
     /// @param outputMutex  serialises all changes of the outputs; outlives the engine. Fair: where writing a
     ///                     level takes longer than a period, others get it only between two steps.
+    /// @param writeLevel   sets levels; required
     PulseEngine(strata::FairRecursiveMutex& outputMutex, LevelWriter writeLevel);
 
     /// Ends all pulses, at once even within a long period. Their pins are left low, and so are those that a
@@ -65,6 +67,7 @@ public:
 
     /// Starts the pulse of a pin, or changes it. A level that cannot be set ends the pulse later, with a
     /// message; the pin may be left high then, until Stop.
+    /// @param pin        an output, 0 to 31
     /// @param highSteps  number of steps in the cycle for which the pin is high: 0 for always low, the number
     ///                   of steps or more for always high
     /// @throws std::system_error when there is no thread to be had; the pin does not pulse then

@@ -18,9 +18,9 @@ namespace ExternalControl::Impl {
 /// Where usages are: a field of a report.
 struct HidField {
     std::uint32_t reportType = 0;  ///< HID_REPORT_TYPE_INPUT or HID_REPORT_TYPE_OUTPUT
-    std::uint32_t reportId = 0;
-    std::uint32_t index = 0;      ///< of the field in the report
-    std::uint32_t usageCode = 0;  ///< of the first usage; the others follow
+    std::uint32_t reportId = 0;    ///< the report's number; 0 where the device does not number them
+    std::uint32_t index = 0;       ///< of the field in the report
+    std::uint32_t usageCode = 0;   ///< of the first usage; the others follow
 };
 
 /// Owns the descriptor of an open node, or nothing; move-only. Requests may come from any thread, but not
@@ -47,9 +47,9 @@ public:
     /// @return nothing when it cannot be opened
     static std::optional<HidDevice> Reopen(const std::string& path);
 
-    void Close() { m_fd.Reset(); }
+    void Close() { m_fd.Reset(); }  ///< closes the node, if one is open
 
-    int GetFd() const { return m_fd.Get(); }
+    int GetFd() const { return m_fd.Get(); }  ///< the descriptor, still owned; negative when nothing is open
 
     // --- What the device is ---
 
@@ -63,6 +63,7 @@ public:
     /// @return the usage of one of the device's applications; nothing when there is no such one
     std::optional<std::uint32_t> GetApplication(unsigned index) const;
 
+    /// @param reportType  HID_REPORT_TYPE_INPUT or HID_REPORT_TYPE_OUTPUT
     /// @param reportId  HID_REPORT_ID_FIRST, or the last report's with HID_REPORT_ID_NEXT
     /// @return nothing when there is no such report
     std::optional<hiddev_report_info> FindReport(std::uint32_t reportType, std::uint32_t reportId) const;
@@ -79,10 +80,14 @@ public:
 
     // --- The values that the kernel remembers ---
 
+    /// @param field      where the usage is
     /// @param usage  counts from 0
+    /// @param operation  names the exception
     std::int32_t GetUsage(const HidField& field, unsigned usage, const char* operation) const;
 
+    /// @param field      where the usages are
     /// @param count  of the values wanted; no more than HID_MAX_MULTI_USAGES come
+    /// @param operation  names the exception
     /// @return num_values values, of the first usages
     hiddev_usage_ref_multi GetUsages(const HidField& field, std::uint32_t count, const char* operation) const;
 
@@ -90,7 +95,9 @@ public:
     void SetUsage(const HidField& field, unsigned usage, std::int32_t value, const char* operation) const;
 
     /// Sets what the next report of the field has, from the first usage on.
+    /// @param field      where the usages are
     /// @param usages  num_values values; the rest is filled in
+    /// @param operation  names the exception
     void SetUsages(const HidField& field, hiddev_usage_ref_multi& usages, const char* operation) const;
 
     // --- Reports: these block for 10 seconds when the device does not answer, and succeed all the same ---
@@ -107,6 +114,7 @@ public:
     // --- Events ---
 
     /// Reads events that have come, without waiting for one if the node was opened so.
+    /// @param events    receives them
     /// @param capacity  how many there is room for
     /// @return how many were read, perhaps none; nothing when the device fails: errno tells
     std::optional<std::size_t> ReadEvents(hiddev_event* events, std::size_t capacity) const;

@@ -33,6 +33,7 @@ public:
 /// blocks the call that opens it for about 10 seconds. The first call for a board also blocks for every board
 /// that does not answer: for 10 seconds, and for 40 more when it is a touch board, which is asked for its
 /// model.
+/// @param name           of the port, as above
 /// @param inputCallback  gets the inputs; required
 /// @param lostCallback   may be empty; only boards call it
 /// @return the port, attached to the PollThread; must be released before that ends
@@ -68,20 +69,20 @@ public:
     ListedPort(std::string name, std::shared_ptr<const Impl::Descriptor> descriptor,
                std::shared_ptr<const Impl::HidDevice> device);
 
-    const std::string& GetName() const { return m_name; }
+    const std::string& GetName() const { return m_name; }  ///< as OpenPort takes it
     /// @return the path of the device node
     const std::string& GetNode() const;
     /// @return the USB interface; empty: the device is not on the USB
     const std::string& GetLocation() const;
-    PortKind GetKind() const;
-    bool HasValues() const { return GetKind() == PortKind::VALUES; }
-    bool HasInputs() const;
+    PortKind GetKind() const;                                         ///< what its pins have
+    bool HasValues() const { return GetKind() == PortKind::VALUES; }  ///< whole values rather than levels
+    bool HasInputs() const;  ///< whether it reports anything; the player's own lines do
     /// @return bits of a value; 1: the port has levels
     unsigned GetBits() const;
 
     // Only for boards: the player's own lines tell when they are opened.
 
-    unsigned GetPinCount() const;
+    unsigned GetPinCount() const;  ///< number of its pins
     /// As Port::GetProperties; empty when the ports were listed without models.
     std::string GetProperties() const;
     /// As Port::GetVersion.
