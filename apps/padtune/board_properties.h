@@ -17,12 +17,12 @@ struct BoardKind {
     const char* name;   ///< as the page shows it; null for the model of the properties text
     const char* model;  ///< the model of the properties text; null for any
     int rawHeader;      ///< the raw header that tells the kind from others of its model, or ANY_RAW_HEADER
-    Keypad keypad;
+    Keypad keypad;      ///< how the buttons of the kind are arranged
     std::uint32_t lineColour;   ///< of the identity line
     std::uint32_t touchColour;  ///< of a touched button whose GPIO line follows
     bool showsHeader;           ///< whether the identity line tells if the board has a header
 
-    static constexpr int ANY_RAW_HEADER = -1;
+    static constexpr int ANY_RAW_HEADER = -1;  ///< as rawHeader: the row is for any
 };
 
 /// A properties text, taken apart.

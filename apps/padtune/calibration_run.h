@@ -20,20 +20,22 @@
 
 /// The ports that deliver values. They are apart from the others because main releases them later.
 struct BoardInputs {
-    std::shared_ptr<ExternalControl::Port> diagnostics;
-    std::shared_ptr<ExternalControl::Port> gpio;
+    std::shared_ptr<ExternalControl::Port> diagnostics;  ///< gives live values and setups; null: not opened
+    std::shared_ptr<ExternalControl::Port> gpio;  ///< gives the levels of the GPIO pins; null: not opened
 };
 
 /// The ports that take commands.
 struct BoardOutputs {
+    /// Takes commands, and masks of disabled buttons and LEDs; null: not opened.
     std::shared_ptr<ExternalControl::Port> ledSetup;
-    std::shared_ptr<ExternalControl::Port> led;
+    std::shared_ptr<ExternalControl::Port> led;  ///< takes the mask of each LED; null: not opened
 };
 
 /// Main thread only. The objects that a run is given must outlive it. They belong to main, which releases
 /// them in a certain order; therefore the run stores the ports that it opens in them.
 class CalibrationRun {
 public:
+    /// Opens nothing yet.
     CalibrationRun(const RunSettings& settings, TerminationSignals& signals, ScreenPage& page,
                    LiveState& live, TouchBoardReports& reports, GpioLevels& gpioLevels, BoardInputs& inputs,
                    BoardOutputs& outputs);

@@ -11,10 +11,10 @@
 /// One decoded per-button sample of a diagnostics report.
 struct ButtonSample {
     std::uint32_t button = 0;  ///< 1-based
-    std::int32_t value1 = 0;
-    std::int32_t value2 = 0;
-    std::int32_t value3 = 0;
-    std::int32_t value4 = 0;
+    std::int32_t value1 = 0;   ///< a count of the board's, as the next two; printed first
+    std::int32_t value2 = 0;   ///< printed second
+    std::int32_t value3 = 0;   ///< printed last
+    std::int32_t value4 = 0;   ///< 0 to 255; printed third
     std::uint8_t touched = 0;  ///< 1 while the button is touched
 };
 
@@ -29,7 +29,7 @@ struct LiveValues {
 struct LiveState {
     /// Guards the values. No other mutex is taken while it is held.
     std::mutex mutex;
-    LiveValues values;
+    LiveValues values;  ///< guarded by the mutex
 
     /// Start of the timed loop in ticks of getTickCount, 0 before it.
     std::atomic<std::uint64_t> runStart{0};
@@ -44,6 +44,7 @@ public:
     /// The GPIO port's value callback. Runs on the poll thread.
     /// @param pin pins above 31 have no level here
     /// @param value the level; every value but 0 is high
+    /// @param width not used
     /// @throws std::system_error when the mutex of the live state cannot be locked
     void OnValue(unsigned pin, unsigned value, unsigned width);
 

@@ -18,6 +18,7 @@
 #include "apps/padtune/touch_board_reports.h"
 #include "lib/kestrel_dfb/directfb_helpers.h"
 
+/// The page, and the parts of DirectFB that it is drawn with.
 class ScreenPage {
 public:
     /// @param dfbScreen empty; filled by BringUp. It outlives the page, which releases its fonts, its
@@ -38,6 +39,8 @@ public:
 
     /// Blanks the page from a line down, and shows a text in the middle of what was blanked.
     /// @param y the line
+    /// @param colour of the text
+    /// @param text one line
     void ShowMessage(std::int32_t y, std::uint32_t colour, const std::string& text);
 
     /// The line below the title, from which everything else hangs. Valid after DrawTitle.

@@ -12,6 +12,7 @@
 /// Waits until the board's setup has been decoded. Main thread. Once there is a count of buttons, the rest of
 /// the setup is waited for without a limit: it follows as soon as the setup's lines are printed. When nobody
 /// reads standard error, the run could not end in order anyway, for it would wait for the poll thread.
+/// @param reports decodes what the board sends
 /// @param deadline when to give up on a board that announced no button, in ticks of getTickCount
 /// @param sleep called to let time pass; what it throws ends the wait
 /// @return the setup; an empty one when only a count of 0 came; nothing when there was no valid one in time

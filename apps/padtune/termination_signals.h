@@ -8,7 +8,7 @@
 /// Main thread only.
 class TerminationSignals {
 public:
-    static constexpr int NUMBERS[] = {SIGHUP, SIGINT, SIGTERM};
+    static constexpr int NUMBERS[] = {SIGHUP, SIGINT, SIGTERM};  ///< the signals that it is about
 
     /// Blocks the signals for this thread and those that it starts: to be made before there are others.
     /// Signals that are ignored, as under nohup, stay so.

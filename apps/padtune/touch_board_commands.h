@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+/// What a command word has in its low byte.
 enum BoardCommand : std::uint32_t {
     COMMAND_LED_BITS = 0xA0,
     COMMAND_FINGER_TH = 0xA5,
@@ -23,11 +24,12 @@ enum BoardCommand : std::uint32_t {
 
 /// What a parameter of the setup report is called; null where it is not known by name.
 struct ParameterNames {
-    std::uint32_t code;
+    std::uint32_t code;      ///< as BoardCommand has it
     const char* reportName;  ///< in the lines that are printed for a setup
     const char* pageLabel;   ///< in the table of the page
 };
 
+/// The parameters that are known by name.
 // clang-format off
 inline constexpr ParameterNames PARAMETER_NAMES[] = {
     {COMMAND_FINGER_TH,   "FINGER_TH",   nullptr},

@@ -14,13 +14,13 @@
 
 /// One entry of the board's configuration: a command code and the value in force.
 struct BoardParameter {
-    std::uint32_t code = 0;
-    std::int32_t value = 0;
+    std::uint32_t code = 0;  ///< as BoardCommand has it; COMMAND_DIAGNOSE_BUTTON: the entry is unused
+    std::int32_t value = 0;  ///< as the board sent it
 };
 
 /// What a valid setup report says about the board.
 struct BoardSetup {
-    std::int32_t buttonCount = -1;
+    std::int32_t buttonCount = -1;               ///< as the board announced it; -1: not filled in
     std::vector<std::int32_t> fingerThresholds;  ///< one per button, in button order
     std::vector<BoardParameter> parameters;      ///< in the order of the page's table
 };
@@ -41,6 +41,7 @@ public:
     /// The DIAGNOSTICS port's value callback. Runs on the poll thread.
     /// @param index position of the value in its report, 0 to 28
     /// @param value the raw value
+    /// @param width not used
     /// @throws std::system_error when the mutex of the live state cannot be locked
     void OnValue(unsigned index, unsigned value, unsigned width);
 
