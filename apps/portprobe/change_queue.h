@@ -14,31 +14,34 @@
 
 /// What came from a port.
 struct Change {
+    /// How a change came about.
     enum class Kind {
         INITIAL,  ///< a level or a value as it was when the watch started
         CHANGED,  ///< a level or a value that came
         DROPPED,  ///< the kernel dropped changes of the port
     };
 
-    strata::monotonic_time time;
-    unsigned port = 0;  ///< its number among those watched
-    Kind kind = Kind::CHANGED;
-    unsigned pin = 0;
-    unsigned value = 0;
+    strata::monotonic_time time;  ///< when it happened or was found
+    unsigned port = 0;            ///< its number among those watched
+    Kind kind = Kind::CHANGED;    ///< what it is
+    unsigned pin = 0;             ///< number of the pin; 0 for DROPPED
+    unsigned value = 0;           ///< level, or the whole value where the port has values; 0 for DROPPED
 };
 
+/// A queue of changes that never grows beyond CAPACITY.
 class ChangeQueue {
 public:
-    static constexpr std::size_t CAPACITY = 4096;
+    static constexpr std::size_t CAPACITY = 4096;  ///< how many changes wait at most
 
+    /// Changes of one port that did not fit.
     struct Missed {
-        unsigned long count = 0;
-        strata::monotonic_time since;
+        unsigned long count = 0;       ///< how many
+        strata::monotonic_time since;  ///< time of the first of them
     };
 
     /// What happened since the last Take.
     struct Content {
-        std::vector<Change> changes;
+        std::vector<Change> changes;        ///< in the order in which they came
         std::map<unsigned, Missed> missed;  ///< by port, the later changes that did not fit
         std::optional<unsigned> lostPort;   ///< whose device is gone for good
     };

@@ -10,6 +10,7 @@
 #include "apps/portprobe/known_ports.h"
 #include "lib/hardware/external_control.h"
 
+/// Whether a pin is there, and what can be done with its direction.
 enum class PinKind {
     ABSENT,      ///< the port counts it, but it is neither an input nor an output
     FIXED,       ///< its direction cannot be switched
@@ -19,11 +20,12 @@ enum class PinKind {
 /// One pin: a level, or a whole value where the port has values. A fixed pin of the player's own lines can be
 /// both an input and an output.
 struct Pin {
-    PinKind kind = PinKind::ABSENT;
+    PinKind kind = PinKind::ABSENT;       ///< whether it is there, and whether its direction is fixed
     std::optional<std::uint32_t> input;   ///< nothing: it is no input now
     std::optional<std::uint32_t> output;  ///< as it was set; nothing: it is no output now
 };
 
+/// All pins of a port, by number.
 using Pins = std::vector<Pin>;
 
 /// Reads the pins of a port that nobody needs to have opened. Asks a board for nothing but the report that
@@ -33,6 +35,7 @@ using Pins = std::vector<Pin>;
 Pins FetchPins(const ListedPort& knownPort);
 
 /// Reads the pins of an open port, of which the kernel knows everything.
+/// @param port       open
 /// @param knownPort  the same port
 /// @throws ErrnoException when the device fails
 Pins ReadPins(const ListedPort& knownPort, ExternalControl::Port& port);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+/// What the program is to do.
 enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, INPUT, FUNCTION, PARAMETER, PULSE };
 
 /// Which changes of levels are wanted.
@@ -14,30 +15,30 @@ enum class Edges { BOTH, RISING, FALLING };
 
 /// A pin, and the value that it is to have.
 struct PinValue {
-    unsigned pin = 0;
-    unsigned value = 0;
+    unsigned pin = 0;    ///< number, from 0
+    unsigned value = 0;  ///< a level, a whole value, steps of a pulse or a parameter, by the command
 };
 
 /// A pin, and the function that it is to be switched to.
 struct PinFunction {
-    unsigned pin = 0;
-    std::string function;
+    unsigned pin = 0;      ///< number, from 0
+    std::string function;  ///< its name, as the device tree has it
 };
 
 /// What the user wants. What a command does not take is empty, or as it is here.
 struct Request {
-    Command command = Command::LIST;
-    std::string word;                ///< the command as it stands on the command line
-    std::vector<std::string> names;  ///< of ports
-    std::vector<unsigned> pins;
-    std::vector<PinValue> values;
-    std::vector<PinFunction> functions;
-    bool isNumeric = false;
-    Edges edges = Edges::BOTH;
-    std::optional<unsigned> count;  ///< of changes
-    std::optional<unsigned> timeoutSeconds;
-    unsigned periodMicroseconds = 1000;
-    unsigned steps = 10;
+    Command command = Command::LIST;         ///< what to do
+    std::string word;                        ///< the command as it stands on the command line
+    std::vector<std::string> names;          ///< of ports
+    std::vector<unsigned> pins;              ///< empty: all
+    std::vector<PinValue> values;            ///< in the order of the command line
+    std::vector<PinFunction> functions;      ///< in the order of the command line
+    bool isNumeric = false;                  ///< whether values are printed as bare numbers
+    Edges edges = Edges::BOTH;               ///< of levels that a watch shows
+    std::optional<unsigned> count;           ///< of changes
+    std::optional<unsigned> timeoutSeconds;  ///< of a watch; nothing: no end
+    unsigned periodMicroseconds = 1000;      ///< between two steps of a pulse
+    unsigned steps = 10;                     ///< in a cycle of a pulse
 
     /// What a message is about that no port is known for.
     const std::string& GetSubject() const { return names.size() == 1 ? names[0] : word; }

@@ -10,6 +10,8 @@
 
 /// what() is "subject: why".
 class Trouble : public std::runtime_error {
+    /// @param subject  what it went wrong with, such as a port's name
+    /// @param why      what went wrong
 public:
     Trouble(const std::string& subject, const std::string& why) : std::runtime_error(subject + ": " + why) {}
 };

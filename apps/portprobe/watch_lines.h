@@ -13,10 +13,11 @@
 
 /// A port as its lines show it.
 struct PortLabel {
-    std::string name;
+    std::string name;        ///< of the port
     bool hasValues = false;  ///< or levels
 };
 
+/// The lines of a watch that are still to be written.
 class WatchLines {
 public:
     /// @param ports  by the numbers that the changes have
@@ -24,7 +25,7 @@ public:
     WatchLines(const std::vector<PortLabel>& ports, std::optional<unsigned> limit)
         : m_ports(ports), m_left(limit) {}
 
-    bool IsEmpty() const { return m_lines.empty(); }
+    bool IsEmpty() const { return m_lines.empty(); }  ///< whether there is nothing to write
     /// Whether as many changes as wanted have been appended.
     bool IsComplete() const { return m_left == 0U; }
 

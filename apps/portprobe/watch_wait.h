@@ -9,6 +9,7 @@
 #include "apps/portprobe/change_queue.h"
 #include "lib/platform/stop_signals.h"
 
+/// The waiting of one watch.
 class WatchWait {
 public:
     /// What a watch needs to go on.
@@ -23,6 +24,7 @@ public:
         bool isReady;    ///< for what was needed
     };
 
+    /// @param signals  end the watch
     /// @param queue  outlives this, as the signals do
     WatchWait(const StopSignals& signals, const ChangeQueue& queue) : m_signals(signals), m_queue(queue) {}
 
@@ -30,7 +32,7 @@ public:
     /// @param seconds  nothing: it has no end
     void StartTime(std::optional<unsigned> seconds);
 
-    bool IsTimeOver() const;
+    bool IsTimeOver() const;  ///< whether the time that StartTime gave is over
 
     /// Waits for a signal, the end of the time, or what is needed.
     /// @throws ErrnoException "poll"

@@ -13,9 +13,11 @@
 #include "lib/hardware/external_control.h"
 #include "lib/hardware/external_control_input_driver.h"
 
+/// An open port whose changes go into the queue as long as it lives.
 class WatchedPort {
 public:
     /// Opens the port. Main thread; blocks for about 10 seconds when a board does not answer.
+    /// @param listedPort  what to open
     /// @param number   of the port, for its changes
     /// @param request  which pins and edges are wanted
     /// @param queue    outlives this
