@@ -24,31 +24,35 @@
 
 namespace padreport {
 
+/// What a change of a figure means. NOT_KNOWN: there are too few samples to tell.
 enum class Effect { NOT_KNOWN, NONE, DIFFERENT, BETTER, WORSE };
 
+/// The effect in a word, for people.
 const char* GetEffectText(Effect effect);
 
 /// One figure in both logs; nothing where a log does not have it.
 struct Difference {
-    std::optional<double> before;
-    std::optional<double> after;
-    Effect effect = Effect::NOT_KNOWN;
+    std::optional<double> before;       ///< in the first log
+    std::optional<double> after;        ///< in the second log
+    Effect effect = Effect::NOT_KNOWN;  ///< what the change from the one to the other means
 };
 
+/// One value of a button in both logs. Medians and rises are counts of the board's; see figures.h.
 struct ValueComparison {
-    Difference restMedian;
-    Difference restSpread;
-    Difference rise;
-    Difference separation;
+    Difference restMedian;  ///< counts
+    Difference restSpread;  ///< counts
+    Difference rise;        ///< counts
+    Difference separation;  ///< units
 };
 
+/// One button in both logs.
 struct ButtonComparison {
-    unsigned button = 0;
+    unsigned button = 0;                   ///< its number
     std::optional<Verdict> verdictBefore;  ///< nothing where the button is not in the log
-    std::optional<Verdict> verdictAfter;
-    Effect verdict = Effect::NOT_KNOWN;
-    Difference gaps;  ///< a minute
-    std::vector<ValueComparison> values;
+    std::optional<Verdict> verdictAfter;   ///< likewise
+    Effect verdict = Effect::NOT_KNOWN;    ///< what the change of the verdict means
+    Difference gaps;                       ///< a minute
+    std::vector<ValueComparison> values;   ///< value 1 to 4
 
     /// Whether something in it is of this effect.
     bool Has(Effect effect) const;

@@ -10,8 +10,10 @@
 
 namespace padreport {
 
+/// The comparison as text, with its line feeds.
 std::string RenderComparison(const LogReport& before, const LogReport& after, const Terminal& terminal);
 
+/// The comparison for programs.
 Json MakeComparisonJson(const LogReport& before, const LogReport& after);
 
 }  // namespace padreport

@@ -17,11 +17,13 @@ namespace padreport {
 /// Over less rest than this, noise would pass for drift.
 constexpr std::int64_t DRIFT_MILLISECONDS_MIN = 10'000;
 
+/// The drift of the four values of one button.
 class Drift {
 public:
     /// @param sample settled, at rest, timed; later than the one before, in the same stretch
     void Add(const Sample& sample);
 
+    /// The stretch of time has ended, or the log.
     void EndStretch();
 
     /// @param value index of the value, from 0

@@ -32,65 +32,70 @@
 
 namespace padreport {
 
+/// A figure with its standard error.
 struct Uncertain {
-    double value = 0;
-    std::optional<double> uncertainty;
+    double value = 0;                   ///< the figure, in its own unit
+    std::optional<double> uncertainty;  ///< in the same unit; nothing where there is none
 };
 
 /// One value of a button, at rest or touched.
 struct SideFigures {
-    std::uint64_t count = 0;
-    std::int32_t min = 0;
-    std::int32_t max = 0;
-    Uncertain median;
-    Uncertain spread;
+    std::uint64_t count = 0;  ///< settled samples
+    std::int32_t min = 0;     ///< counts of the board's
+    std::int32_t max = 0;     ///< counts
+    Uncertain median;         ///< counts
+    Uncertain spread;         ///< counts
 };
 
+/// The figures of one of the values of a button.
 struct ValueFigures {
-    std::optional<SideFigures> rest;
-    std::optional<SideFigures> touched;
-    std::optional<Uncertain> rise;
-    std::optional<Uncertain> separation;
+    std::optional<SideFigures> rest;       ///< nothing without samples at rest
+    std::optional<SideFigures> touched;    ///< nothing without touched samples
+    std::optional<Uncertain> rise;         ///< counts; nothing where a side has no samples
+    std::optional<Uncertain> separation;   ///< units; nothing where a side has no samples
     std::optional<double> driftPerMinute;  ///< at rest; see drift.h
 };
 
 /// Lengths of several things of a kind.
 struct Lengths {
-    std::int64_t shortest = 0;
-    std::int64_t median = 0;
-    std::int64_t longest = 0;
+    std::int64_t shortest = 0;  ///< milliseconds
+    std::int64_t median = 0;    ///< milliseconds
+    std::int64_t longest = 0;   ///< milliseconds
 };
 
+/// The figures of one button.
 struct ButtonFigures {
-    unsigned button = 0;
-    std::uint64_t samples = 0;
-    std::uint64_t untimedSamples = 0;
-    std::uint64_t edgeSamples = 0;  ///< set aside, as not settled
-    std::optional<double> rate;
-    std::uint64_t gaps = 0;
-    std::int64_t longestGap = 0;
-    std::int64_t gapLimit = 0;           ///< a longer interval is a gap
-    std::int64_t timedMilliseconds = 0;  ///< all intervals together
-    std::uint64_t touches = 0;
-    std::optional<Lengths> touchLengths;    ///< of the touches that were seen from beginning to end
-    std::optional<std::int32_t> threshold;  ///< as the board's INFO lines say
-    bool isTouchedNow = false;              ///< in its last line
-    std::array<ValueFigures, VALUE_COUNT> values;
+    unsigned button = 0;                           ///< its number
+    std::uint64_t samples = 0;                     ///< timed and untimed ones
+    std::uint64_t untimedSamples = 0;              ///< of these, those whose stamps do not tell their time
+    std::uint64_t edgeSamples = 0;                 ///< set aside, as not settled
+    std::optional<double> rate;                    ///< lines a second; nothing without intervals
+    std::uint64_t gaps = 0;                        ///< how many intervals are gaps
+    std::int64_t longestGap = 0;                   ///< milliseconds; 0 without gaps
+    std::int64_t gapLimit = 0;                     ///< a longer interval is a gap
+    std::int64_t timedMilliseconds = 0;            ///< all intervals together
+    std::uint64_t touches = 0;                     ///< how many were seen, in timed lines
+    std::optional<Lengths> touchLengths;           ///< of the touches that were seen from beginning to end
+    std::optional<std::int32_t> threshold;         ///< as the board's INFO lines say
+    bool isTouchedNow = false;                     ///< in its last line
+    std::array<ValueFigures, VALUE_COUNT> values;  ///< value 1 to 4
 };
 
+/// The figures of one log.
 struct LogFigures {
-    std::string name;
-    std::string readTrouble;  ///< what ended the reading early; empty when nothing did
-    LineCounts lines;
-    std::uint64_t runs = 0;
-    Occurrences fallingStamps;
-    Occurrences jumps;
-    std::int64_t timedMilliseconds = 0;
-    std::int64_t lastMilliseconds = 0;
-    BoardInfo info;
-    bool hasChangedInfo = false;
+    std::string name;                    ///< of the log, as the report shows it
+    std::string readTrouble;             ///< what ended the reading early; empty when nothing did
+    LineCounts lines;                    ///< how many there are of each kind
+    std::uint64_t runs = 0;              ///< of padtune
+    Occurrences fallingStamps;           ///< stamps lower than the one before
+    Occurrences jumps;                   ///< stamps too much later than the one before
+    std::int64_t timedMilliseconds = 0;  ///< the length of all timed stretches together
+    std::int64_t lastMilliseconds = 0;   ///< the last stamp
+    BoardInfo info;                      ///< of the last run that has INFO lines
+    bool hasChangedInfo = false;         ///< whether another run had other INFO lines
     std::vector<ButtonFigures> buttons;  ///< by number
 
+    /// How many samples all buttons have together.
     std::uint64_t GetSampleCount() const { return CountOf(lines, LineKind::SAMPLE).count; }
 };
 
@@ -100,6 +105,8 @@ ButtonFigures MakeButtonFigures(unsigned button, const ButtonStatistics& statist
 /// The figures of a whole log.
 /// @param name of the log
 /// @param readTrouble what ended the reading early
+/// @param reader has read the log
+/// @param statistics of the same log
 LogFigures MakeLogFigures(std::string name, std::string readTrouble, const LogReader& reader,
                           const LogStatistics& statistics);
 

@@ -13,6 +13,7 @@ constexpr const char* STANDARD_INPUT = "-";
 
 /// Reads a log from beginning to end. Whether it is packed is seen from its first bytes.
 /// @param path of a file, or STANDARD_INPUT
+/// @param reader gets the bytes
 /// @return what ended the reading early ("unexpected end of file"); what came before it has been read, and
 ///         counts. Empty for a log that was read to its end
 /// @throws ErrnoException with the path when the file cannot be opened

@@ -23,11 +23,11 @@ constexpr unsigned BUTTON_MAX = 255;
 
 /// One line of the form " 2.480: BT3:  1360  1236     8   118 *".
 struct Sample {
-    std::int64_t milliseconds = 0;  ///< since the live page began; 0 before it
-    unsigned button = 0;            ///< 1 to BUTTON_MAX
-    std::array<std::int32_t, VALUE_COUNT> values{};
-    bool touched = false;    ///< the star
-    std::uint64_t line = 0;  ///< in the log, from 1
+    std::int64_t milliseconds = 0;                   ///< since the live page began; 0 before it
+    unsigned button = 0;                             ///< 1 to BUTTON_MAX
+    std::array<std::int32_t, VALUE_COUNT> values{};  ///< value 1 to 4, counts of the board's
+    bool touched = false;                            ///< the star
+    std::uint64_t line = 0;                          ///< in the log, from 1
 };
 
 /// Receives what the reader understands, in the order of the lines.
@@ -35,6 +35,7 @@ class LogRecords {
 public:
     virtual ~LogRecords() = default;
 
+    /// One line of a sample.
     virtual void OnSample(const Sample& sample) = 0;
 
     /// "INFO: Button Threshold 03 = 40"
@@ -44,6 +45,7 @@ public:
     virtual void OnParameter(std::string_view name, std::int32_t value) = 0;
 };
 
+/// What a line is.
 enum class LineKind {
     SAMPLE,
     INFO,        ///< the board's setup
@@ -57,12 +59,15 @@ enum class LineKind {
     TOO_LONG,   ///< more than LINE_LENGTH_MAX bytes
     BINARY,     ///< with control characters
 };
+/// How many kinds there are.
 constexpr std::size_t LINE_KIND_COUNT = 11;
 
+/// Bytes of a line, without its end.
 constexpr std::size_t LINE_LENGTH_MAX = 1024;
 
+/// How a kind of line is called.
 struct LineKindText {
-    LineKind kind;
+    LineKind kind;     ///< which kind the row is about
     const char* key;   ///< for programs
     const char* text;  ///< for people
     bool isTrouble;    ///< whether something was lost with such a line, or went wrong
@@ -73,20 +78,24 @@ extern const std::array<LineKindText, LINE_KIND_COUNT> LINE_KIND_TEXTS;
 
 /// How many lines of one kind there were, and which was the first.
 struct LineCount {
-    std::uint64_t count = 0;
+    std::uint64_t count = 0;      ///< lines
     std::uint64_t firstLine = 0;  ///< from 1; 0 when there is none
     std::string firstText;  ///< its first characters, those that can be printed; only of OTHER and trouble
 };
 
+/// By LineKind.
 using LineCounts = std::array<LineCount, LINE_KIND_COUNT>;
 
+/// The count of one kind.
 inline LineCount& CountOf(LineCounts& counts, LineKind kind) {
     return counts[static_cast<std::size_t>(kind)];
 }
+/// The count of one kind.
 inline const LineCount& CountOf(const LineCounts& counts, LineKind kind) {
     return counts[static_cast<std::size_t>(kind)];
 }
 
+/// A reader of one log, which is fed to it piece by piece.
 class LogReader {
 public:
     /// @param records receives what is read; must outlive the reader
@@ -99,7 +108,7 @@ public:
     /// count.
     void Finish();
 
-    const LineCounts& GetLineCounts() const { return m_counts; }
+    const LineCounts& GetLineCounts() const { return m_counts; }  ///< of the lines read so far
 
 private:
     void Keep(std::string_view piece);

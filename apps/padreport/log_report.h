@@ -11,18 +11,22 @@
 
 namespace padreport {
 
+/// One log, read and judged.
 struct LogReport {
-    LogFigures figures;
+    LogFigures figures;                 ///< what is measured
     unsigned signal = 0;                ///< index of the value, from 0
     std::vector<Judgement> judgements;  ///< one for each button of the figures, in their order
-    std::vector<Remark> remarks;
+    std::vector<Remark> remarks;        ///< in the order of the buttons
 
+    /// Whether there is anything to judge.
     bool HasSamples() const { return figures.GetSampleCount() > 0; }
 };
 
 /// Judges what has been read so far.
 /// @param name of the log
 /// @param readTrouble what ended the reading early; empty when nothing did
+/// @param reader has read the log, or is reading it
+/// @param statistics of the same log
 /// @param signal index of the value, from 0
 LogReport MakeLogReport(std::string name, std::string readTrouble, const LogReader& reader,
                         const LogStatistics& statistics, unsigned signal);

@@ -24,10 +24,13 @@ struct BoardInfo {
     std::map<unsigned, std::int32_t> thresholds;                   ///< of a touch, by button
     std::vector<std::pair<std::string, std::int32_t>> parameters;  ///< in the order of the lines
 
+    /// Whether there were no INFO lines.
     bool IsEmpty() const { return thresholds.empty() && parameters.empty(); }
+    /// Whether thresholds and parameters are the same.
     bool operator==(const BoardInfo&) const = default;
 };
 
+/// What is kept of one log.
 class LogStatistics : public LogRecords {
 public:
     /// @param history receives the timed samples; must outlive the statistics; nullptr where none is wanted
@@ -40,7 +43,7 @@ public:
     /// The log has ended.
     void Finish() { EndStretch(); }
 
-    const Timeline& GetTimeline() const { return m_timeline; }
+    const Timeline& GetTimeline() const { return m_timeline; }  ///< the log's runs and times
 
     /// Of the last run that has INFO lines.
     const BoardInfo& GetInfo() const { return m_info; }

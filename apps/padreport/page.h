@@ -14,6 +14,7 @@ namespace padreport {
 /// The strips take no more of the page, however long the log is and however many buttons it has.
 constexpr std::size_t PAGE_STRIPS_BYTES_MAX = 2'500'000;
 
+/// @param report what the page shows
 /// @param history of the same log; made coarser where it would not fit
 std::string RenderPage(const LogReport& report, ValueHistory history);
 

@@ -16,12 +16,14 @@
 
 namespace padreport {
 
+/// That a button differs from the others.
 struct Remark {
-    unsigned button = 0;
+    unsigned button = 0;    ///< its number
     const char* what = "";  ///< "noisy", "weak"
     std::string text;       ///< a clause with the figures
 };
 
+/// @param buttons all buttons of the board
 /// @param signal index of the value, from 0
 /// @return in the order of the buttons
 std::vector<Remark> MakeRemarks(const std::vector<ButtonFigures>& buttons, unsigned signal);

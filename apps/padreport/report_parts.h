@@ -12,6 +12,7 @@
 
 namespace padreport {
 
+/// How many rules there are.
 constexpr std::size_t RULE_COUNT = 5;
 
 /// The rules behind the figures, a paragraph each; the headers say more.

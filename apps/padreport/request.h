@@ -8,6 +8,7 @@
 
 namespace padreport {
 
+/// What the program is to do.
 enum class Task {
     REPORT,
     COMPARE,
@@ -17,14 +18,15 @@ enum class Task {
     VERSION,
 };
 
+/// What a report is written as.
 enum class Format { TEXT, CSV, JSON, HTML };
 
 /// What the user wants.
 struct Request {
-    Task task = Task::REPORT;
-    Format format = Format::TEXT;
-    std::string page;     ///< the file to write, for HTML
-    unsigned signal = 3;  ///< index of the value that verdicts and thresholds are about, from 0
+    Task task = Task::REPORT;      ///< what to do
+    Format format = Format::TEXT;  ///< of the report
+    std::string page;              ///< the file to write, for HTML
+    unsigned signal = 3;           ///< index of the value that verdicts and thresholds are about, from 0
     std::vector<std::string>
         files;  ///< at least one for REPORT and SUMMARY, two for COMPARE, none for FOLLOW
 };

@@ -18,9 +18,12 @@
 
 namespace padreport {
 
+/// So near a change of the star, samples of long spans are not settled.
 constexpr std::int64_t EDGE_MILLISECONDS = 50;
+/// From this length on a span is a long one.
 constexpr std::int64_t LONG_SPAN_MILLISECONDS = 4 * EDGE_MILLISECONDS;
 
+/// A filter for the samples of one button.
 class SettledSamples {
 public:
     /// @param consumer receives the settled samples, in their order, as soon as they are known to be settled

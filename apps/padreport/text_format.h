@@ -10,12 +10,16 @@
 
 namespace padreport {
 
+/// Stands for a figure that there is not.
 constexpr const char* NOT_KNOWN = "-";
 
+/// @return the number in decimal digits
 inline std::string FormatCount(std::uint64_t count) {
     return std::to_string(count);
 }
 
+/// @param number to be rounded
+/// @param digits after the decimal point
 inline std::string FormatDecimal(double number, int digits = 1) {
     return strprintf("%.*f", digits, number);
 }
@@ -25,6 +29,7 @@ inline std::string FormatSeconds(std::int64_t milliseconds) {
     return strprintf("%.3f", static_cast<double>(milliseconds) / 1000);
 }
 
+/// @return the button as the log calls it, "BT3"
 inline std::string FormatButton(unsigned button) {
     return "BT" + std::to_string(button);
 }

@@ -22,19 +22,22 @@
 
 namespace padreport {
 
+/// A stamp that is more than this later than the one before is a jump.
 constexpr std::int64_t JUMP_MILLISECONDS = 60'000;
 
 /// How often something happened, and in which line first.
 struct Occurrences {
-    std::uint64_t count = 0;
+    std::uint64_t count = 0;      ///< how often
     std::uint64_t firstLine = 0;  ///< from 1; 0 when it did not happen
 };
 
+/// The runs and the stretches of one log.
 class Timeline {
 public:
+    /// What a sample means for the time.
     struct Step {
-        bool beginsStretch = false;
-        bool isTimed = false;
+        bool beginsStretch = false;  ///< whether no sample before it belongs to its stretch
+        bool isTimed = false;        ///< whether its stamp tells its time
     };
 
     /// The next sample of the log, of whatever button.
@@ -43,7 +46,7 @@ public:
     /// INFO lines, which padtune prints once, have come again: the next sample belongs to a new run.
     void BeginRun() { m_isRunBegun = false; }
 
-    std::uint64_t GetRuns() const { return m_runs; }
+    std::uint64_t GetRuns() const { return m_runs; }  ///< runs so far
 
     /// Stamps that were lower than the one before.
     const Occurrences& GetFallingStamps() const { return m_fallingStamps; }

@@ -15,6 +15,7 @@
 
 namespace padreport {
 
+/// Number and lengths of the touches of one button.
 class TouchTimes {
 public:
     /// @param sample timed
@@ -30,12 +31,13 @@ public:
         m_isInStretch = true;
     }
 
+    /// The stretch of time has ended, or the log.
     void EndStretch() {
         m_isTouched = false;
         m_isInStretch = false;
     }
 
-    std::uint64_t GetCount() const { return m_count; }
+    std::uint64_t GetCount() const { return m_count; }  ///< touches so far, the present one included
 
     /// In milliseconds, of the touches that were seen from beginning to end.
     const ValueCounts& GetLengths() const { return m_lengths; }

@@ -18,16 +18,19 @@ namespace padreport {
 /// The quantile of a share is the smallest number that at least this share of all do not exceed: always one
 /// that occurred.
 struct Quantiles {
-    std::uint64_t count = 0;  ///< 0: the others mean nothing
-    std::int32_t min = 0;
-    std::int32_t lowerQuartile = 0;
-    std::int32_t median = 0;
-    std::int32_t upperQuartile = 0;
-    std::int32_t max = 0;
+    std::uint64_t count = 0;         ///< 0: the others mean nothing
+    std::int32_t min = 0;            ///< the lowest
+    std::int32_t lowerQuartile = 0;  ///< a quarter
+    std::int32_t median = 0;         ///< half
+    std::int32_t upperQuartile = 0;  ///< three quarters
+    std::int32_t max = 0;            ///< the highest
 };
 
+/// Numbers, each with how often it occurred.
 class ValueCounts {
 public:
+    /// @param value what occurred
+    /// @param count how often
     void Add(std::int32_t value, std::uint64_t count = 1) {
         m_total += count;
         const auto offset = static_cast<std::uint64_t>(value - m_windowStart);
@@ -46,12 +49,14 @@ public:
             std::min<std::int64_t>(milliseconds, std::numeric_limits<std::int32_t>::max())));
     }
 
+    /// Adds what another has counted.
     void Add(const ValueCounts& other) {
         other.ForEach([this](std::int32_t value, std::uint64_t count) { Add(value, count); });
     }
 
-    std::uint64_t GetTotal() const { return m_total; }
+    std::uint64_t GetTotal() const { return m_total; }  ///< how often any number occurred
 
+    /// The quantiles of all numbers that occurred.
     Quantiles GetQuantiles() const;
 
     /// Calls visit(value, count) for each number that occurred, from the lowest to the highest.

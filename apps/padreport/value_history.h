@@ -23,7 +23,9 @@
 
 namespace padreport {
 
+/// A button has no more slices than this.
 constexpr std::size_t SLICES_MAX = 4096;
+/// Between two stretches, in the time of the history.
 constexpr std::int64_t STRETCH_BREAK_MILLISECONDS = 1000;
 
 /// A log that is nothing but stamps that fall has as many stretches as lines: later ones have no entry.
@@ -31,18 +33,20 @@ constexpr std::size_t LISTED_STRETCHES_MAX = 256;
 
 /// What a button did in a slice of time.
 struct Slice {
-    std::int64_t index = 0;  ///< it begins so many slice lengths after 0
-    std::array<std::int32_t, VALUE_COUNT> min{};
-    std::array<std::int32_t, VALUE_COUNT> max{};
-    bool isTouched = false;  ///< in some sample
+    std::int64_t index = 0;                       ///< it begins so many slice lengths after 0
+    std::array<std::int32_t, VALUE_COUNT> min{};  ///< of value 1 to 4, counts of the board's
+    std::array<std::int32_t, VALUE_COUNT> max{};  ///< likewise
+    bool isTouched = false;                       ///< in some sample
 };
 
+/// A stretch of the log that the history lists.
 struct ListedStretch {
     std::int64_t start = 0;  ///< milliseconds of the history
     std::int64_t stamp = 0;  ///< milliseconds, as its first line says
     std::uint64_t run = 0;   ///< from 1
 };
 
+/// What all buttons did over time, in slices.
 class ValueHistory {
 public:
     /// @param sample timed
@@ -53,11 +57,12 @@ public:
     /// Makes the slices twice as long.
     void Coarsen();
 
-    std::int64_t GetSliceMilliseconds() const { return m_sliceMilliseconds; }
+    std::int64_t GetSliceMilliseconds() const { return m_sliceMilliseconds; }  ///< length of a slice
 
     /// By button, in the order of time.
     const std::map<unsigned, std::vector<Slice>>& GetButtons() const { return m_buttons; }
 
+    /// The first LISTED_STRETCHES_MAX of them
     const std::vector<ListedStretch>& GetStretches() const { return m_stretches; }
 
 private:

@@ -31,35 +31,42 @@ enum class Verdict { SAFE, NEVER_TOUCHED, TIGHT, OVERLAPPING, ALWAYS_TOUCHED };
 
 /// What the board's commands can carry.
 constexpr std::int64_t THRESHOLD_MIN = 0;
+/// Likewise.
 constexpr std::int64_t THRESHOLD_MAX = 255;
 
+/// The verdict in words, for people.
 const char* GetVerdictText(Verdict verdict);
 
+/// A threshold that the values propose. Counts of the board's.
 struct Threshold {
-    std::int64_t value = 0;
+    std::int64_t value = 0;   ///< in the middle of the gap
     std::int64_t below = 0;   ///< the highest value below the gap
     std::int64_t above = 0;   ///< the lowest value above it
     std::uint64_t moved = 0;  ///< samples with a star below the gap, and without one above it
 
     /// On the narrower side.
     std::int64_t GetMargin() const { return std::min(value - below, above - value); }
+    /// Whether the board's commands can carry it.
     bool CanBeSet() const { return value >= THRESHOLD_MIN && value <= THRESHOLD_MAX; }
 };
 
+/// Why no threshold is proposed.
 enum class NoThreshold {
     ONE_SIDE_ONLY,  ///< never touched, or always
     NOT_RISING,     ///< the median touched is not above the one at rest
     NO_GAP,         ///< none that is wide enough
 };
 
+/// The reason in words, for people.
 const char* GetNoThresholdText(NoThreshold reason);
 
+/// What is said about one button.
 struct Judgement {
-    Verdict verdict = Verdict::NEVER_TOUCHED;
-    std::optional<std::int64_t> clearance;  ///< nothing where one side has no samples
+    Verdict verdict = Verdict::NEVER_TOUCHED;  ///< seen in the signal
+    std::optional<std::int64_t> clearance;     ///< nothing where one side has no samples
     /// Of the threshold in force, on the narrower side; nothing where it does not lie between the medians.
     std::optional<std::int64_t> marginNow;
-    std::optional<Threshold> threshold;
+    std::optional<Threshold> threshold;  ///< the one proposed; nothing where there is a reason for none
     NoThreshold reason = NoThreshold::ONE_SIDE_ONLY;  ///< why there is no threshold
 };
 
