@@ -193,7 +193,7 @@ class Runs(PadtuneTestCase):
         process = self.player.shell("pidof padtune").strip()
         count = f"ls /proc/{process}/fd | wc -l"
         before = self.player.shell(count)
-        for cycle in range(8):
+        for cycle in range(5):
             board.unplug()
             board.plug()
             printed = len(run.stderr)
