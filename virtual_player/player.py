@@ -338,8 +338,8 @@ class VirtualPlayer:
         self.shell("cat /dev/zero >/dev/fb0 2>/dev/null; true")
 
     def picture(self, path):
-        """Writes what the screen shows now to a PNG file."""
-        self._dump_screen(path, "png")
+        """Writes what the screen shows now to a file: a pixmap if its name ends in .ppm, otherwise PNG."""
+        self._dump_screen(path, "ppm" if str(path).endswith(".ppm") else "png")
 
     def screen(self):
         """What the screen shows now, as a Picture."""

@@ -46,15 +46,18 @@ class InstalledPadtune(unittest.TestCase):
     def test_the_demo_runs_from_the_packages(self):
         script = f"command -v padtune; ls {' '.join(WHERE_THEY_BELONG)}; exec {RUN}"
         with tempfile.TemporaryDirectory() as folder:
+            scenario = pathlib.Path(folder, "scenario")
+            demo = (TOP / "virtual_player/scenarios/demo").read_text()
+            scenario.write_text(demo.replace("final.png", "final.ppm"))
             run = subprocess.run(
                 [sys.executable, TOP / "virtual_player/virtual-player", "--build", build_folder(),
                  "--package", package("padtune"), "--package", package("padtune-tracepoint"),
-                 "--scenario", TOP / "virtual_player/scenarios/demo", "--", "sh", "-c", script],
+                 "--scenario", scenario, "--", "sh", "-c", script],
                 capture_output=True, text=True, timeout=2 * RUN_TIMEOUT, cwd=folder)
             self.assertEqual(run.returncode, 0, run.stderr)
             self.assertEqual(run.stdout.split(), ["/usr/bin/padtune", *sorted(WHERE_THEY_BELONG)])
             self.assertTrue(re.search(r": BT3: .* \*$", run.stderr, re.MULTILINE), run.stderr[-2000:])
-            colours = Picture(f"{folder}/final.png").colours()
+            colours = Picture(f"{folder}/final.ppm").colours()
         self.assertIn(BACKGROUND, colours)
         self.assertIn(GREEN, colours)
 
