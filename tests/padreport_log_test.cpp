@@ -64,17 +64,6 @@ TEST_F(PadreportLog, NamesCutLinesAtBothEnds) {
     }
 }
 
-TEST_F(PadreportLog, QuotesWhatWasWrong) {
-    Write("log", REST + "36     8   118 *\n" + REST + "Strange button count 4\nother text\n");
-    const std::string report = Run("log").output;
-    EXPECT_NE(report.find("Damaged lines: 1, first in line 2: \"36     8   118 *\""), std::string::npos)
-        << report;
-    EXPECT_NE(report.find("Complaints about the board's reports: 1, first in line 4: \"Strange"),
-              std::string::npos)
-        << report;
-    EXPECT_NE(report.find("\"other text\""), std::string::npos) << report;
-}
-
 TEST_F(PadreportLog, ReadsPackedLogsAndWhatIsLeftOfThem) {
     std::string log;
     for (int i = 1; i < 20000; ++i) {
