@@ -2,6 +2,7 @@
 
 #include "lib/kestrel_dfb/video_mode.h"
 
+#include <directfb_strings.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include <tuple>
 #include <utility>
 
+#include "lib/kestrel_dfb/encoder_configuration.h"
 #include "lib/kestrel_dfb/encoder_fields.h"
 #include "lib/kestrel_dfb/video_mode_table.h"
 #include "lib/platform/errno_exception.h"
@@ -220,6 +222,34 @@ TEST_F(VideoModeTest, AnUpstreamEncoderGetsWhatItKnowsAndKeepsTheRest) {
         EXPECT_EQ(VideoMode::GetLastAppliedConnectors(), DSOC_HDMI);
     }
     VideoMode::SetEncoderObserver(nullptr);
+#endif
+}
+
+TEST(VideoModeTable, AnUpstreamEncoderGetsTheSizeInTheNameOfTheMode) {
+#ifdef PADTUNE_HAVE_ENCODER_EXTENSIONS
+    GTEST_SKIP() << "the sizes are translated for an upstream DirectFB only";
+#else
+    std::map<std::string, DFBScreenOutputResolution> upstream;
+    static const DirectFBScreenOutputResolutionNames(names);
+    for (const auto& [resolution, name] : names) {
+        upstream.emplace(name, resolution);
+    }
+    unsigned known = 0;
+    for (const VideoModeRecord& mode : GetVideoModeTable()) {
+        const std::string name = mode.name;
+        std::smatch parts;
+        if (!std::regex_match(name, parts, std::regex("([0-9]+)x([0-9]+)x.*"))) {
+            continue;  // a television standard
+        }
+        DFBScreenEncoderConfig configuration{};
+        CopyModeToEncoderConfiguration(mode, configuration);
+        const auto size = upstream.find(parts[1].str() + "_" + parts[2].str());
+        const bool isKnown = size != upstream.end();
+        known += isKnown ? 1 : 0;
+        EXPECT_EQ((configuration.flags & DSECONF_RESOLUTION) != 0, isKnown) << name;
+        EXPECT_EQ(configuration.resolution, isKnown ? size->second : DFBScreenOutputResolution()) << name;
+    }
+    EXPECT_GT(known, 40);
 #endif
 }
 
