@@ -10,18 +10,18 @@ using namespace ExternalControl::Impl;
 TEST(BoardIdentity, AnswersNameTheModelAndItsProperties) {
     struct Case {
         std::uint32_t boardCode, headerValue;
-        std::optional<BoardModel> model;
+        std::optional<std::uint32_t> model;
         const char* properties;
     };
     const Case cases[] = {
-        {0x77, 20, MODEL_SMALL, "hardware=KP120;header=no;revision=A;rheader=20"},
-        {0x77, 21, MODEL_SMALL_WITH_HEADER, "hardware=KP120;header=yes;revision=A;rheader=21"},
-        {0x55, 92, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=92"},
+        {0x77, 20, 120, "hardware=KP120;header=no;revision=A;rheader=20"},
+        {0x77, 21, 121, "hardware=KP120;header=yes;revision=A;rheader=21"},
+        {0x55, 92, 481, "hardware=KP480;header=no;revision=B;rheader=92"},
         {0x00, 0, std::nullopt, ""},
-        {0x00, 21, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=21"},
-        {0x01, 90, MODEL_LARGE_A, "hardware=KP480;header=no;revision=A;rheader=90"},
+        {0x00, 21, 480, "hardware=KP480;header=no;revision=A;rheader=21"},
+        {0x01, 90, 480, "hardware=KP480;header=no;revision=A;rheader=90"},
         {0x01, 21, MODEL_UNKNOWN, ""},
-        {0x55, 0xFFFFFFFF, MODEL_LARGE_B, "hardware=KP480;header=no;revision=B;rheader=-1"},
+        {0x55, 0xFFFFFFFF, 481, "hardware=KP480;header=no;revision=B;rheader=-1"},
     };
     for (const Case& c : cases) {
         const auto model = DecodeBoardModel(c.boardCode, c.headerValue);

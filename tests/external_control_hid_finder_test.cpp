@@ -100,10 +100,10 @@ TEST(Finder, WhatABoardAnswersIsKnownOfAllItsPortsOnly) {
         finder.OnFound(Field(device, APPLICATION_TOUCH_BOARD, 0x01));
         finder.OnFound(Field(device, APPLICATION_TOUCH_BOARD, 0x02));
     }
-    finder.OnIdentified(5, {MODEL_LARGE_A, 90});
+    finder.OnIdentified(5, {480, 90});
     for (const auto& descriptor : finder.GetDescriptors()) {
         const bool isIdentified = descriptor->hid_device == 5;
-        EXPECT_EQ(descriptor->modelCode, isIdentified ? MODEL_LARGE_A : MODEL_UNKNOWN);
+        EXPECT_EQ(descriptor->modelCode, isIdentified ? 480u : MODEL_UNKNOWN);
         EXPECT_EQ(descriptor->headerValue, isIdentified ? 90u : 0u);
     }
 }

@@ -19,44 +19,59 @@ constexpr unsigned ATTEMPTS_PER_REQUEST = 5;
 constexpr std::chrono::milliseconds REQUEST_WAIT{100};
 constexpr std::chrono::milliseconds ATTEMPT_WAIT{50};
 
-constexpr std::uint32_t BOARD_CODE_SMALL = 0x77;
-constexpr std::uint32_t BOARD_CODE_LARGE_A = 0x00;
-constexpr std::uint32_t BOARD_CODE_LARGE_B = 0x55;
-constexpr std::uint32_t HEADER_SMALL = 21;
-constexpr std::uint32_t HEADER_LARGE = 90;
-
 constexpr std::uint32_t ANSWER_VALUES = 2;
+
+constexpr std::int64_t ANY = -1;
+
+/// A model of touch board: what it answers, and what its ports' properties say then.
+struct BoardModel {
+    std::int64_t boardCode;    ///< ANY: whatever the board answers
+    std::int64_t headerValue;  ///< likewise
+    std::uint32_t modelCode;
+    const char* hardware;
+    const char* header;
+    char revision;
+};
+
+// The first row that fits counts.
+// clang-format off
+constexpr BoardModel BOARD_MODELS[] = {
+    // board code, header, model, hardware, header, revision
+    {0x77,         21,     121,   "KP120",  "yes",  'A'},
+    {0x77,         ANY,    120,   "KP120",  "no",   'A'},
+    {0x55,         ANY,    481,   "KP480",  "no",   'B'},
+    {0x00,         ANY,    480,   "KP480",  "no",   'A'},
+    {ANY,          90,     480,   "KP480",  "no",   'A'},
+};
+// clang-format on
+
+bool Fits(std::int64_t wanted, std::uint32_t answered) {
+    return wanted == ANY || wanted == answered;
+}
 
 }  // namespace
 
-std::optional<BoardModel> DecodeBoardModel(std::uint32_t boardCode, std::uint32_t headerValue) {
-    switch (boardCode) {
-        case BOARD_CODE_SMALL:
-            return headerValue == HEADER_SMALL ? MODEL_SMALL_WITH_HEADER : MODEL_SMALL;
-        case BOARD_CODE_LARGE_B:
-            return MODEL_LARGE_B;
-        case BOARD_CODE_LARGE_A:
-            // All zeros is what the answer field holds before the board has answered.
-            return headerValue == 0 ? std::nullopt : std::optional(MODEL_LARGE_A);
-        default:
-            return headerValue == HEADER_LARGE ? MODEL_LARGE_A : MODEL_UNKNOWN;
+std::optional<std::uint32_t> DecodeBoardModel(std::uint32_t boardCode, std::uint32_t headerValue) {
+    // All zeros is what the answer field holds before the board has answered.
+    if (boardCode == 0 && headerValue == 0) {
+        return std::nullopt;
     }
+    for (const BoardModel& model : BOARD_MODELS) {
+        if (Fits(model.boardCode, boardCode) && Fits(model.headerValue, headerValue)) {
+            return model.modelCode;
+        }
+    }
+    return MODEL_UNKNOWN;
 }
 
 std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerValue) {
-    const int header = static_cast<int>(headerValue);
-    switch (modelCode) {
-        case MODEL_SMALL:
-        case MODEL_SMALL_WITH_HEADER:
-            return strprintf("hardware=KP120;header=%s;revision=A;rheader=%d",
-                             modelCode == MODEL_SMALL_WITH_HEADER ? "yes" : "no", header);
-        case MODEL_LARGE_A:
-        case MODEL_LARGE_B:
-            return strprintf("hardware=KP480;header=no;revision=%c;rheader=%d",
-                             modelCode == MODEL_LARGE_A ? 'A' : 'B', header);
-        default:
-            return {};
+    for (const BoardModel& model : BOARD_MODELS) {
+        if (model.modelCode == modelCode) {
+            return strprintf("hardware=%s;header=%s;revision=%c;rheader=%d", model.hardware, model.header,
+                             model.revision, static_cast<int>(headerValue));
+        }
     }
+    return {};
 }
 
 std::optional<BoardAnswer> ReadBoardAnswer(const HidDevice& device, const Descriptor& setupDesc) {

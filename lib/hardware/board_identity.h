@@ -12,18 +12,13 @@
 
 namespace ExternalControl::Impl {
 
-/// The models of touch boards; not the codes that the boards answer with.
-enum BoardModel : std::uint32_t {
-    MODEL_UNKNOWN = 0,
-    MODEL_SMALL = 120,
-    MODEL_SMALL_WITH_HEADER = 121,
-    MODEL_LARGE_A = 480,
-    MODEL_LARGE_B = 481,
-};
+/// The model code of a board that did not tell its model, or told one that is not in the table of models.
+inline constexpr std::uint32_t MODEL_UNKNOWN = 0;
 
 /// Decodes the answer of a board.
-/// @return the model, perhaps unknown; nothing when this is no answer yet
-std::optional<BoardModel> DecodeBoardModel(std::uint32_t boardCode, std::uint32_t headerValue);
+/// @return the model code, which is not the code that the board answers with; MODEL_UNKNOWN when the table of
+///         models has no such board; nothing when this is no answer yet
+std::optional<std::uint32_t> DecodeBoardModel(std::uint32_t boardCode, std::uint32_t headerValue);
 
 /// What a port says about its board, as "hardware=KP480;header=no;revision=A;rheader=90"; empty for an
 /// unknown model.
@@ -31,7 +26,7 @@ std::string FormatBoardProperties(std::uint32_t modelCode, std::uint32_t headerV
 
 /// What a board answered when it was asked for its model.
 struct BoardAnswer {
-    std::uint32_t modelCode;    ///< a BoardModel
+    std::uint32_t modelCode;    ///< as DecodeBoardModel has it
     std::uint32_t headerValue;  ///< which header the board has, as it answered
 };
 
@@ -53,7 +48,7 @@ public:
     /// @throws ErrnoException when the device fails
     BoardIdentity(const DescriptorPtr& identDesc, const DescriptorPtr& setupDesc);
 
-    /// A BoardModel, or a number that is none.
+    /// As DecodeBoardModel has it; MODEL_UNKNOWN without an answer.
     std::uint32_t GetModelCode() const { return m_modelCode; }
     /// Which header the board has; as the board answered, 0 without an answer.
     std::uint32_t GetHeaderValue() const { return m_headerValue; }
