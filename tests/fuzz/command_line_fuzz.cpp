@@ -40,8 +40,7 @@ void CheckSwitches(const std::vector<ButtonSwitch>& switches) {
 void CheckCommand(const ConfigCommand& entry) {
     REQUIRE(entry.extra == 0);
     if (entry.command != COMMAND_FINGER_TH) {
-        REQUIRE(entry.command == COMMAND_LED_BITS ||
-                (entry.command >= COMMAND_NOISE_TH && entry.command <= COMMAND_LOWBASELINE));
+        REQUIRE(entry.command == COMMAND_LED_BITS || FindParameterNames(entry.command).reportName != nullptr);
         REQUIRE(entry.button == 0 && static_cast<std::int32_t>(entry.value) >= 0);
     }
 }
