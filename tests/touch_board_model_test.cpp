@@ -54,8 +54,9 @@ TEST(TouchBoardModel, DiagnosticsComeAtTheRateForTheFirstSevenSelections) {
     TouchBoardModel board("KP480");
     board.Advance(0);
     EXPECT_FALSE(board.NextReportTime());
-    for (const unsigned button : {9u, 9u, 1u, 2u, 3u, 4u, 5u, 6u, 7u})
+    for (const unsigned button : {9u, 9u, 1u, 2u, 3u, 4u, 5u, 6u, 7u}) {
         board.WriteLedSetup({0xC2 | button << 8, 0, 0});
+    }
     board.SetTouched(9, true);
     board.TakeReports();
     board.Advance(0);
@@ -119,15 +120,17 @@ TEST(TouchBoardModel, AnEchoingBoardRepeatsItsLevelsAfterEveryWrite) {
     board.WriteLeds({1});
     const auto reports = board.TakeReports();
     ASSERT_EQ(2u, reports.size());
-    for (const InputReport& report : reports)
+    for (const InputReport& report : reports) {
         EXPECT_EQ(levels, report.words);
+    }
 }
 
 TEST(TouchBoardModel, OnlyAForgetfulBoardLosesItsSettingsWithItsPower) {
     const std::string fresh = TouchBoardModel("KP480").DescribeState();
     TouchBoardModel board("KP480");
-    for (const std::uint32_t command : {0x002803A5u, 0x000700A9u, 0x1C2u})
+    for (const std::uint32_t command : {0x002803A5u, 0x000700A9u, 0x1C2u}) {
         board.WriteLedSetup({command, 0, 0});
+    }
     const std::string configured = board.DescribeState();
     board.Connect();
     EXPECT_EQ(configured, board.DescribeState());
@@ -141,23 +144,26 @@ TEST(TouchBoardModel, OnlyAForgetfulBoardLosesItsSettingsWithItsPower) {
 TEST(TouchBoardModel, SmallBoardsMarkTheirTouchesInOtherBits) {
     TouchBoardModel board("KP120");
     EXPECT_EQ(32u, board.SetupReport()[2]);
-    for (const unsigned button : {1u, 2u, 3u, 4u})
+    for (const unsigned button : {1u, 2u, 3u, 4u}) {
         board.SetTouched(button, true);
+    }
     EXPECT_EQ(1u << 9 | 1u << 3 | 1u << 5 | 1u << 4, board.DiagnosticsReport()[0]);
     EXPECT_THROW(board.SetTouched(5, true), std::invalid_argument);
 }
 
 TEST(TouchBoardLines, ActOnTheBoardOrSayWhyNot) {
     TouchBoardModel board("KP480");
-    for (const char* line : {"touch 3", "gpio 2 0", "gpio 0 1", "setup count=4 format=48 marker=0xA4 28=9"})
+    for (const char* line : {"touch 3", "gpio 2 0", "gpio 0 1", "setup count=4 format=48 marker=0xA4 28=9"}) {
         ExecuteLine(board, line);
+    }
     EXPECT_EQ((std::vector<std::uint32_t>{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
               board.CurrentReport(ReportId::GPIO).words);
     const DiagnosticsWords odd = board.SetupReport();
     EXPECT_EQ((std::array{48u, 0x04A4u, 0xA7A6u, 9u}), (std::array{odd[2], odd[3], odd[8], odd[28]}));
     for (const char* line : {"touch 12", "touch", "gpio 11 1", "gpio 1 2", "setup 29=1",
-                             "setup 1=", "rate -1", "late 60001", "echo", "dance"})
+                             "setup 1=", "rate -1", "late 60001", "echo", "dance"}) {
         EXPECT_THROW(ExecuteLine(board, line), std::invalid_argument) << line;
+    }
     EXPECT_EQ(odd, board.SetupReport());
 }
 
