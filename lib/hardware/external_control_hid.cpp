@@ -59,13 +59,15 @@ void PortOnHid::Start() {
 }
 
 PortOnHid::~PortOnHid() {
-    // First: a reconnection that is running does not attach the port again, and makes no more requests.
+    // Set before anything else: a reconnection that is running then neither attaches the port again nor makes
+    // more requests.
     m_closing = true;
-    // In this order: the activity that finds the device gone starts the timer. The poll thread may be waiting
-    // on the descriptor still; then it is the one that closes it in the end.
+    // Detached before the timer is removed, because OnActivity starts the timer when it finds the device
+    // gone. The poll thread may still wait on the descriptor: the kernel closes the device when that wait
+    // ends.
     PollThread::GetInstance()->Detach(this);
     PollThread::GetInstance()->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
-    // Last, for it waits for the reconnection.
+    // The observer is removed last, because that waits for a reconnection that is running.
     if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
         KestrelObjectGlobals::GetInstance()->RemoveHotplugObserver(this, HOTPLUG_FILTER);
     }
@@ -107,7 +109,8 @@ void PortOnHid::FlushOutputs() const {
 std::uint32_t PortOnHid::InitReport() {
     const std::lock_guard lock(m_commandMutex);
     m_device.FetchAllReports("InitReport");
-    // The poll thread may report a change between the reading and the storing: then it is read again.
+    // The poll thread may store a change between the reading and the storing of the levels: then they are
+    // read again.
     std::uint32_t before = m_inputs;
     while (!m_inputs.compare_exchange_strong(before, ReadAllInputs())) {
     }
@@ -250,16 +253,16 @@ std::uint32_t PortOnHid::Encode(unsigned value) const {
 void PortOnHid::SetValueCallback(InputCallback callback) {
     auto replacement = callback ? std::make_shared<const InputCallback>(std::move(callback)) : nullptr;
     const auto blocked = PollThread::GetInstance()->BlockCallbacks();
-    // The old one dies as the replacement, after the lock is released: its destruction may wait for a
-    // callback.
+    // `replacement` takes the old callback and destroys it after the lock is released: the destruction may
+    // wait for a callback.
     m_valueCallback.swap(replacement);
 }
 
 // --- On the poll thread ---
 
 void PortOnHid::OnActivity(short) {
-    // Whatever woke the thread, reading tells: events that were queued when the device went come first, then
-    // the error.
+    // Why poll woke the thread does not matter, for a read tells: first it gives the events that were queued
+    // when the device went away, then the error.
     hiddev_event events[EVENTS_PER_READ];
     const auto count = m_device.ReadEvents(events, EVENTS_PER_READ);
     if (!count) {
@@ -277,8 +280,8 @@ void PortOnHid::OnLost() {
     const std::chrono::nanoseconds deadline =
         std::chrono::steady_clock::now().time_since_epoch() + LOST_DELAY;
     pollThread->AddTimer(this, &PortOnHid::OnLostTimer, 0, deadline.count());
-    // Events queue up behind a slow callback: the board may be back already, and its notice have come when
-    // the port was not lost yet.
+    // While a callback is slow, events wait in the queue: the board may be back already, and its notice have
+    // come before the port counted as lost. So the notices are asked for once more.
     if (strata::Singleton<KestrelObjectGlobals>::Exists()) {
         KestrelObjectGlobals::GetInstance()->AnnounceAgain();
     }
@@ -341,14 +344,14 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
     }
     std::optional<HidDevice> device = HidDevice::Reopen("/dev/" + node);
     if (!device) {
-        // Gone again, or not for us. The lost timer goes on.
+        // The device is gone again, or this process may not open it. The lost timer goes on.
         return;
     }
 
     PollThread* pollThread = PollThread::GetInstance();
-    // Also waits for the activity that found the device lost. Before the command lock, for a command to the
-    // old device may hold that for longer than the timer has left. From here on nothing throws until the port
-    // is attached, so it is never left neither lost nor attached.
+    // RemoveTimer also waits for the OnActivity that found the device lost. It is called before the command
+    // lock is taken, because a command to the old device may hold that lock for longer than the timer has
+    // left. From here until the port is attached nothing throws, so that it is either lost or attached.
     pollThread->RemoveTimer(this, &PortOnHid::OnLostTimer, 0);
     {
         const std::lock_guard lock(m_commandMutex);
@@ -357,14 +360,15 @@ void PortOnHid::OnDeviceAppeared(const std::string& deviceName) {
         m_lost = false;
     }
     {
-        // The destructor detaches once, after it has said that the port is closing.
+        // The destructor sets m_closing before it detaches the port, and detaches it only once.
         const auto blocked = pollThread->BlockCallbacks();
         if (m_closing) {
             return;
         }
         pollThread->Attach(this, POLLIN);
     }
-    // The old one: under no lock, for another opener's request may hold this up.
+    // The old device is closed under no lock, because a request of another program that has it open can hold
+    // the close up.
     device->Close();
     RestoreDevice();
 }

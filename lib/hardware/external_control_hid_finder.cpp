@@ -297,7 +297,7 @@ AvailablePorts::AvailablePorts(const Descriptors& descriptors) {
     BoardIndex expanders;
     BoardIndex touchBoards;
     BoardIndex lightControllers;
-    // Where two get one name, the first keeps it.
+    // Where two Descriptors have the same name, the first keeps it.
     for (const DescriptorPtr& descriptor : descriptors) {
         const std::uint32_t device = descriptor->hid_device;
         const std::uint32_t page = descriptor->GetUsagePage();

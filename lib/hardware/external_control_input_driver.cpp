@@ -31,7 +31,7 @@ constexpr unsigned PARAMETER_CODE = 72;
 
 constexpr unsigned MASK_PINS = 32;
 
-/// After a failure to read, until the next attempt.
+/// How long the port waits after a failed read before it tries again.
 constexpr std::chrono::seconds RETRY_DELAY{1};
 
 /// A set of event codes as the kernel gives it, with room for every code that there can be. The driver's LED
@@ -138,7 +138,8 @@ PortOnLinuxInputDriver::PortOnLinuxInputDriver(InputCallback inputCallback)
       m_output(EV_LED),
       m_hasMonotonicTimes(SetMonotonicTimes(m_input.device)),
       m_inputCallback(std::move(inputCallback)),
-      // Asked for through the input side, so that what is still in its queue is what happened since.
+      // The levels are asked for through the input side: evdev takes the events that led to them out of that
+      // side's queue, and what is left there happened later.
       m_levels(ReadKeyLevels(m_input.device)),
       m_pulses(m_outputMutex, [this](unsigned pin, bool level) { WriteLevel(pin, level); }) {
     MaskAllButKeys(m_input.device);
@@ -149,7 +150,7 @@ void PortOnLinuxInputDriver::Start() {
 }
 
 PortOnLinuxInputDriver::~PortOnLinuxInputDriver() {
-    // In this order: once it is detached, only the timer can set a timer again.
+    // Detached before the timer is removed: from then on only the timer itself can set it again.
     PollThread::GetInstance()->Detach(this);
     PollThread::GetInstance()->RemoveTimer(this, &PortOnLinuxInputDriver::OnRetryTimer, 0);
 }
@@ -371,10 +372,10 @@ void PortOnLinuxInputDriver::RetryLater(const std::exception& failure) {
 
 void PortOnLinuxInputDriver::OnRetryTimer(std::uintptr_t) {
     m_hasTimer = false;
-    // Polled in any case: only so is the end of the device seen.
+    // The device is polled again even if it still fails, because only poll tells that it is gone.
     m_isPaused = false;
     try {
-        // Whatever could not be read, the levels tell what it led to.
+        // Events that could not be read are lost, but the levels show what they led to.
         ReportDifferences();
     } catch (const ErrnoException& failure) {
         RetryLater(failure);
@@ -419,7 +420,7 @@ void PortOnLinuxInputDriver::HandleChange(unsigned pin, bool level) {
 }
 
 void PortOnLinuxInputDriver::ReportDifferences() {
-    // Earlier than any event that is in the queue afterwards.
+    // This time is earlier than that of any event that is in the queue afterwards.
     m_eventTime = MonotonicNow();
     // Takes the key events out of the queue that led to these levels, so that they are not reported twice.
     const std::uint32_t levels = ReadKeyLevels(m_input.device);

@@ -160,7 +160,7 @@ private:
     bool m_isPaused = false;       ///< whether no event is read until the timer fires
     bool m_hasTimer = false;
     strata::FairRecursiveMutex m_outputMutex;
-    PulseEngine m_pulses;  // last: writes through the rest until its end
+    PulseEngine m_pulses;  // last: its thread uses the members above until it ends
 };
 
 }  // namespace ExternalControl::Impl

@@ -107,7 +107,7 @@ unsigned LegacyPort::ReadAllInputs() {
 
 void LegacyPort::ConfigureOutput(unsigned pin) {
     if (!IsOutput(pin)) {
-        // Deliberately not the wording of the other ports; that of the earlier player.
+        // The text differs from that of the other ports, deliberately: it is the earlier player's.
         throw std::runtime_error("Pin cannot be configured as an output");
     }
 }

@@ -73,7 +73,7 @@ void PulseEngine::Start(unsigned pin, unsigned highSteps) {
         }
     }
     if (m_thread.joinable()) {
-        // It has lost its last pulse to a level that could not be set.
+        // The thread has returned or is about to: its last pulse ended because a level could not be set.
         m_thread.join();
     }
     try {
@@ -157,8 +157,9 @@ void PulseEngine::Run() {
         if (m_pulses.empty()) {
             return;
         }
-        // Woken early, it finds the same step, for pulses that have been started or changed meanwhile.
-        // Without a level that changes there is no step to wait for.
+        // Start and Stop wake the thread before the step is over: it then finds the same step, and writes the
+        // levels of the pulses that were started or changed. While no pin has a level to change, there is no
+        // step to wait for.
         m_wake.do_wait_until(lock, LevelsChange() ? nextStep : nextStep + IDLE_WAIT);
         const strata::monotonic_time now = strata::get_monotonic_time();
         if (now >= nextStep) {

@@ -180,8 +180,8 @@ bool VideoMode::Parse(std::string& mode_string, Mode& mode) {
         PLATFORM_MESSAGE("Videomode %s does not support bit depth %d, will colorspace %d\n", name.c_str(),
                          static_cast<int>(mode.color_depth), static_cast<int>(mode.color_space));
     }
-    // Nothing follows the mode, and the message deliberately keeps the blank before it. Not by strprintf,
-    // which would cut a long mode string, and one with a zero byte.
+    // The message ends in a blank, deliberately. It is not made by strprintf, which would cut a long mode
+    // string, and one with a zero byte.
     throw Invalid("Invalid video mode: '" + mode_string + "' ", mode_string);
 }
 

@@ -57,10 +57,9 @@ void PrintOperand(const char* text, unsigned long long value) noexcept;  ///< li
 /// Alignment of the type that a pointer points to.
 #define nimbus2_assert_alignof(object) static_cast<std::uint32_t>(__alignof__(object))
 
-/// The rule for texts: a condition stands in the report with its macros expanded, as field tools know
-/// "sm_instance ==
-/// __null" and not "sm_instance == NULL"; pointers and operands of a comparison stand as in the source. The
-/// extra level is what expands a condition.
+/// The rule for texts: a condition stands in the report with its macros expanded, because field tools know
+/// "sm_instance == __null" and not "sm_instance == NULL"; pointers and operands of a comparison stand as in
+/// the source. The extra level is what expands a condition.
 #define PLATFORM_ASSERT_TEXT_(condition) #condition
 
 /// Asserts a condition at a site that the field's log tooling knows by these texts.

@@ -42,7 +42,8 @@ strata::UdevMonitorPointer ListenTo(udev* connection, const char* source) {
     if (!monitor) {
         throw ErrnoException(errno, "udev_monitor_new_from_netlink");
     }
-    // The default size does for all but a long wait, and a larger one needs privileges: no failure.
+    // A failure does no harm: a larger buffer needs privileges, and the default size is enough for all but a
+    // very long notice.
     udev_monitor_set_receive_buffer_size(monitor.get(), EVENT_BUFFER_BYTES);
 
     int result = udev_monitor_filter_add_match_subsystem_devtype(monitor.get(), "usbmisc", nullptr);
@@ -138,11 +139,12 @@ void KestrelObjectGlobals::Run() {
 }
 
 void KestrelObjectGlobals::AnnounceNodes() {
-    // Taken back before looking: what appears after the look is wanted again, or comes as an event.
+    // The request is taken back before the folder is read: a node that appears later comes as an event, and a
+    // request that comes later starts another announcement.
     eventfd_t count;
     eventfd_read(m_announce.Get(), &count);
-    // All names first, for a notice may take long and the folder change under it. The folder is there only as
-    // long as there are nodes.
+    // All names are read before the first notice, because a notice may take long and the folder may change
+    // meanwhile. The folder exists only while there are nodes.
     std::vector<std::string> names;
     std::error_code error;
     for (std::filesystem::directory_iterator entry(USB_NODE_FOLDER, error), end; !error && entry != end;
@@ -166,7 +168,7 @@ std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_mo
     errno = 0;
     const strata::UdevDevicePointer device(udev_monitor_receive_device(monitor));
     if (!device) {
-        // Without an error, or with these: there was none, or one of another subsystem.
+        // With errno 0, EAGAIN or EINTR there was no event, or only one of another subsystem.
         if (errno != 0 && errno != EAGAIN && errno != EINTR) {
             PLATFORM_MESSAGE("KestrelObjectGlobals: device events were lost: %m\n");
             AnnounceAgain();
@@ -183,7 +185,8 @@ std::optional<KestrelObjectGlobals::Event> KestrelObjectGlobals::Receive(udev_mo
 
 void KestrelObjectGlobals::Notify(const Event& event) {
     std::unique_lock lock(m_mutex);
-    // A copy, for observers come and go while a notice runs; those gone are not called.
+    // Goes through a copy, because observers are added and removed while a notice runs. One that was removed
+    // is not called.
     for (const Registration& registration : std::list(m_registrations)) {
         if (event.deviceName.find(registration.pathFilter) == std::string::npos ||
             std::find(m_registrations.begin(), m_registrations.end(), registration) ==
@@ -207,7 +210,7 @@ void KestrelObjectGlobals::Deliver(const Event& event, DeviceHotplugUpdateObserv
             observer.OnDeviceDisappeared(event.deviceName);
         }
     } catch (const std::exception& e) {
-        // The others get their notice all the same.
+        // The other observers get their notice all the same.
         PLATFORM_MESSAGE("KestrelObjectGlobals: notice of %s failed: %s\n", event.deviceName.c_str(),
                          e.what());
     } catch (...) {

@@ -77,11 +77,11 @@ private:
     const strata::UdevPointer m_udev;
     const strata::UdevMonitorPointer m_kernelMonitor;
     const strata::UdevMonitorPointer m_udevdMonitor;
-    const strata::UniqueFd m_stop;      // an eventfd, as the next
-    const strata::UniqueFd m_announce;  // wanted: AnnounceNodes
-    std::mutex m_mutex;                 // guards the next two; free while a notice runs
+    const strata::UniqueFd m_stop;      // an eventfd: the monitor is to end
+    const strata::UniqueFd m_announce;  // an eventfd: AnnounceNodes is to run
+    std::mutex m_mutex;                 // guards the next two members; not held while a notice runs
     std::list<Registration> m_registrations;
-    DeviceHotplugUpdateObserver* m_notified = nullptr;  // its notice is running
+    DeviceHotplugUpdateObserver* m_notified = nullptr;  // whose notice is running
     std::condition_variable m_noticeEnded;
-    std::thread m_thread;  // last: runs on the rest
+    std::thread m_thread;  // last: it uses the members above
 };

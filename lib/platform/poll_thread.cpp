@@ -20,8 +20,8 @@ constexpr const char* RUN_TEXT = "void PollThread::Run()";
 
 constexpr boost::chrono::seconds WAKE_UP_AGAIN{1};
 
-/// For the dump of the clients. Its end, with the process, waits until a serial console has all that was
-/// written to standard error.
+/// Prints the dump of the clients. Its destructor, when the process ends, waits until a serial console has
+/// all that was written to standard error.
 StderrTrace trace;
 
 }  // namespace
@@ -62,7 +62,8 @@ void PollThread::Detach(Pollable* client) {
         const auto slot = std::find_if(m_clients.begin(), m_clients.end(),
                                        [client](const ClientSlot& s) { return s.client == client; });
         if (slot != m_clients.end()) {
-            // Not erased: slots stay aligned with the set that the poll thread may be waiting on.
+            // The slot stays until the poll thread erases it: while the thread waits, slots and the entries
+            // of its poll set must have the same positions.
             slot->client = nullptr;
         }
     }
@@ -99,7 +100,8 @@ void PollThread::RemoveTimerEntry(TimerClient* object, TimerCallback callback, s
     if (found == m_timers.end()) {
         return;
     }
-    // Nobody but the callback itself gets here while it runs.
+    // The mutex is held while a callback runs, so that only the callback itself can remove its own timer
+    // here.
     PLATFORM_ASSERT_AT(FILE_TEXT, __LINE__,
                        "void PollThread::RemoveTimerEntry(TimerClient*, TimerCallback, uintptr_t)",
                        &*found != m_firedTimer);

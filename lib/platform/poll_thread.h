@@ -160,5 +160,5 @@ private:
     std::vector<ClientSlot> m_clients;         // in the order of attaching
     std::list<TimerEntry> m_timers;            // by deadline
     const TimerEntry* m_firedTimer = nullptr;  // its callback is running
-    boost::thread m_thread;                    // last: runs on the rest
+    boost::thread m_thread;                    // last: it uses the members above
 };

@@ -8,7 +8,7 @@
 
 #include "lib/platform/errno_exception.h"
 
-// Takes it for granted that somebody has declared size_t.
+// The header uses size_t without declaring it.
 #include <libuboot.h>
 
 namespace {

@@ -66,7 +66,7 @@ UsbPosition UsbBusOrder::GetPosition(const UsbPosition& portPath,
     controllerNames.push_back(std::to_string(portPath.front()));
     std::size_t found = m_connectors.size();
     for (std::size_t i = 0; i < m_connectors.size(); ++i) {
-        // Behind two listed connectors, of which one is on a hub at the other, the nearer one counts.
+        // A device can be behind two listed connectors, one on a hub at the other: the nearer one counts.
         const bool nearer =
             found == m_connectors.size() || m_connectors[i].ports.size() > m_connectors[found].ports.size();
         if (nearer && IsAt(m_connectors[i], controllerNames, portPath)) {
