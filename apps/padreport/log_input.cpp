@@ -52,7 +52,7 @@ std::string DescribeTrouble(gzFile file) {
     if (code == Z_OK) {
         return {};
     }
-    // It begins with the file, by the number of its descriptor.
+    // zlib begins its text with the file, which it calls by the number of the descriptor.
     const std::size_t colon = text.find(": ");
     return colon == std::string::npos ? text : text.substr(colon + 2);
 }
@@ -67,7 +67,7 @@ std::string ReadLog(const std::string& path, LogReader& reader) {
         reader.Feed({block.data(), static_cast<std::size_t>(length)});
     }
     reader.Finish();
-    // Also where a packed file was cut, which ends without a failing call.
+    // Asked even when no call failed: a packed file that was cut ends without a failing call.
     return DescribeTrouble(input.get());
 }
 

@@ -144,7 +144,8 @@ std::string MakeBody(const LogReport& report, std::int64_t sliceMilliseconds) {
            MakeElement("pre", assets::CHART_LICENCE) + "</details>\n";
 }
 
-/// The library names a file that only its developers have.
+/// Leaves out the line at the end of the charts' library that names a file for debuggers: the page does not
+/// have that file.
 std::string_view WithoutSourceMap(std::string_view text) {
     constexpr std::string_view COMMENT_START = "//";
     const std::size_t mark = text.rfind("# sourceMappingURL=");
@@ -173,7 +174,8 @@ void AppendNumbers(std::string& text, const Items& items, Get get) {
     text += ']';
 }
 
-/// Neighbours are alike: their differences are shorter than they are.
+/// Appends the first number and then the difference of each from the one before: neighbours are alike, so
+/// that differences have fewer digits.
 template <class Items, class Get>
 void AppendDifferences(std::string& text, const Items& items, Get get) {
     std::int64_t previous = 0;

@@ -143,7 +143,7 @@ void CheckStandardInput(const Request& request) {
     }
 }
 
-/// getopt_long has just met it. Letters can stand together in one word.
+/// @return the option that getopt_long has just met and does not know; several letters can share a word
 std::string GetUnknownOption(char** argv) {
     constexpr int LETTER_MAX = 0x7F;
     return optopt > 0 && optopt <= LETTER_MAX ? std::string("-") + static_cast<char>(optopt)

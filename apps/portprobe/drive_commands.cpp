@@ -72,7 +72,7 @@ void CheckOutputs(const OpenedPort& port, const std::vector<PinValue>& outputs) 
     for (const auto& [number, value] : outputs) {
         const Pin& pin = port.GetPin(number);
         if (pin.kind == PinKind::FIXED && !pin.output) {
-            port->ConfigureOutput(number);  // the port says why not
+            port->ConfigureOutput(number);  // throws when the pin cannot be one
         }
     }
 }
@@ -151,7 +151,7 @@ void MakeInputs(const Request& request) {
     for (const unsigned number : request.pins) {
         const Pin& pin = port.GetPin(number);
         if (pin.kind == PinKind::FIXED && !pin.input) {
-            port->ConfigureInput(number);  // the port says why not
+            port->ConfigureInput(number);  // throws when the pin cannot be one
         }
     }
     for (const unsigned number : request.pins) {

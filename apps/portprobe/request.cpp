@@ -21,7 +21,7 @@ using Words = std::vector<std::string>;
 
 constexpr unsigned NUMBER_MAX = std::numeric_limits<unsigned>::max();
 
-// A port would silently use other numbers than those beyond these.
+// Limits of a pulse: beyond them a port would silently use other numbers.
 constexpr unsigned PERIOD_MIN = 100;
 constexpr unsigned STEPS_MIN = 2;
 constexpr unsigned STEPS_MAX = 32;
@@ -259,7 +259,7 @@ std::vector<const OptionSyntax*> ParseOptions(int argc, char* const* argv, Reque
     const std::vector<option> longOptions = MakeLongOptions();
     const std::string letters = MakeLetters();
     std::vector<const OptionSyntax*> options;
-    opterr = 0;  // it would complain by itself
+    opterr = 0;  // getopt_long prints no messages of its own
     while (!StandsAlone(request.command)) {
         const int code = getopt_long(argc, argv, letters.c_str(), longOptions.data(), nullptr);
         if (code < 0) {

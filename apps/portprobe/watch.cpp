@@ -103,7 +103,7 @@ void Watcher::PrintRest() {
     }
 }
 
-/// What comes while there are lines to write stays in the queue.
+/// Makes lines of the changes in the queue. While there are lines to write, changes stay in the queue.
 void Watcher::TakeChanges() {
     if (m_lines.IsEmpty()) {
         const ChangeQueue::Content content = m_queue.Take();

@@ -57,7 +57,7 @@ void WatchedPort::Start(const ListedPort& listedPort) {
         if (!pins[pin].input || pins[pin].output) {
             continue;
         }
-        // What has been received meanwhile counts, for what was read may already be older.
+        // A value that was received meanwhile counts: the one that was read may be older.
         const unsigned value = m_last.try_emplace(pin, *pins[pin].input).first->second;
         if (Wants(pin)) {
             m_queue.Push({now, m_number, Change::Kind::INITIAL, pin, value});

@@ -48,5 +48,5 @@ private:
     // These two are for the poll thread, or for a thread that has blocked the callbacks.
     std::map<unsigned, unsigned> m_last;  ///< by pin, as received last
     bool m_isStarted = false;
-    std::shared_ptr<ExternalControl::Port> m_port;  // last: calls back until its end
+    std::shared_ptr<ExternalControl::Port> m_port;  // last: it calls back until it is destroyed
 };
