@@ -28,14 +28,7 @@ std::uint32_t DecodeCell(const char* bytes) {
 }  // namespace
 
 std::optional<std::string> DeviceTree::ReadText(const std::string& property) const {
-    const auto texts = ReadTexts(property);
-    if (!texts) {
-        return std::nullopt;
-    }
-    if (texts->size() != 1) {
-        ThrowMalformed(property, "one text");
-    }
-    return texts->front();
+    return TakeOnly(ReadTexts(property), property, "one text");
 }
 
 std::optional<std::vector<std::string>> DeviceTree::ReadTexts(const std::string& property) const {
@@ -54,14 +47,7 @@ std::optional<std::vector<std::string>> DeviceTree::ReadTexts(const std::string&
 }
 
 std::optional<std::uint32_t> DeviceTree::ReadCell(const std::string& property) const {
-    const auto cells = ReadCells(property);
-    if (!cells) {
-        return std::nullopt;
-    }
-    if (cells->size() != 1) {
-        ThrowMalformed(property, "one cell");
-    }
-    return cells->front();
+    return TakeOnly(ReadCells(property), property, "one cell");
 }
 
 std::optional<std::vector<std::uint32_t>> DeviceTree::ReadCells(const std::string& property) const {
@@ -110,6 +96,18 @@ std::optional<std::string> DeviceTree::ReadValue(const std::string& property) co
         }
         throw;
     }
+}
+
+template <class T>
+std::optional<T> DeviceTree::TakeOnly(const std::optional<std::vector<T>>& values,
+                                      const std::string& property, const char* expected) const {
+    if (!values) {
+        return std::nullopt;
+    }
+    if (values->size() != 1) {
+        ThrowMalformed(property, expected);
+    }
+    return values->front();
 }
 
 void DeviceTree::ThrowMalformed(const std::string& property, const char* expected) const {

@@ -53,6 +53,9 @@ public:
 
 private:
     std::optional<std::string> ReadValue(const std::string& property) const;
+    template <class T>
+    std::optional<T> TakeOnly(const std::optional<std::vector<T>>& values, const std::string& property,
+                              const char* expected) const;
     [[noreturn]] void ThrowMalformed(const std::string& property, const char* expected) const;
 
     const std::string m_root;
