@@ -118,7 +118,7 @@ TEST_F(DeviceTreeTest, HardwareConfigLooksIntoTheFlashForWhatTheDeviceTreeDoesNo
 }
 
 TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortPath) {
-    const std::vector<std::string> CONTROLLERS[] = {
+    const std::vector<std::string> controllers[] = {
         {}, {"platform/a.usb", "/soc/usb@a"}, {"platform/b.usb/hcd.1", "/soc/usb@b"}};
     const char* const byPortPath = "1-1 1-2 1-2.1 1-2.10.3 1-3 1-10 2-1 10-1";
     const std::tuple<std::string, const char*, int> cases[] = {
@@ -141,7 +141,7 @@ TEST_F(DeviceTreeTest, UsbDevicesStandInTheOrderOfTheListedConnectorsThenByPortP
         std::istringstream names(inOrder);
         for (std::string name; names >> name;) {
             const UsbPosition portPath = UsbBusOrder::ParsePosition(name).value();
-            const UsbPosition position = order.GetPosition(portPath, CONTROLLERS[portPath[0] % 3]);
+            const UsbPosition position = order.GetPosition(portPath, controllers[portPath[0] % 3]);
             EXPECT_LT(std::exchange(last, position), position) << name;
         }
     }

@@ -44,7 +44,7 @@ public:
 protected:
     /// Delivers a report as the port does, from one index to another.
     void Deliver(const ReportBuilder& report, unsigned first = 0, unsigned last = ReportBuilder::SLOTS - 1) {
-        report.Deliver([this](unsigned index, std::uint32_t value) { reports.OnValue(index, value, 32); },
+        report.Deliver([this](unsigned index, std::uint32_t value) { m_reports.OnValue(index, value, 32); },
                        first, last);
     }
 
@@ -55,8 +55,8 @@ protected:
         return testing::internal::GetCapturedStderr();
     }
 
-    LiveState live;
-    TouchBoardReports reports{live};
+    LiveState m_live;
+    TouchBoardReports m_reports{m_live};
 };
 
 TEST_F(TouchBoardReportsTest, ReadsASetupAndPrintsItsInfoOnce) {
@@ -68,11 +68,11 @@ TEST_F(TouchBoardReportsTest, ReadsASetupAndPrintsItsInfoOnce) {
         "UNKNOWN param 173 0\nINFO: NOISE_TH 1\nINFO: NEGNOISE_TH 2\nINFO: BASELINE_TH 11\n"
         "INFO: HYSTERESIS 12\nINFO: DEBOUNCE 21\nINFO: LOWBASELINE 22\n";
     EXPECT_EQ(Send(MakeSetup()), printed);
-    EXPECT_EQ(reports.GetButtonCount(), 11);
+    EXPECT_EQ(m_reports.GetButtonCount(), 11);
 
-    const auto setup = reports.TakeSetup();
+    const auto setup = m_reports.TakeSetup();
     ASSERT_TRUE(setup);
-    EXPECT_EQ(reports.TakeSetup(), nullptr);
+    EXPECT_EQ(m_reports.TakeSetup(), nullptr);
     EXPECT_EQ(setup->buttonCount, 11);
     EXPECT_EQ(setup->fingerThresholds, (std::vector{41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51}));
     const std::vector<BoardParameter> parameters = {{0xAD, 0},  {0xA6, 1},  {0xA7, 2},
@@ -80,7 +80,7 @@ TEST_F(TouchBoardReportsTest, ReadsASetupAndPrintsItsInfoOnce) {
                                                     {0xAB, 22}, {0xC2, 31}, {0xC2, 32}};
     EXPECT_EQ(setup->parameters, parameters);
     EXPECT_EQ(Send(MakeSetup()), "UNKNOWN param 173 0\n");
-    EXPECT_TRUE(reports.TakeSetup());
+    EXPECT_TRUE(m_reports.TakeSetup());
 }
 
 TEST_F(TouchBoardReportsTest, ReportsZeroCodesOnlyNearTheFront) {
@@ -100,21 +100,21 @@ TEST_F(TouchBoardReportsTest, RefusesAStrangeSetupUntilAValidOneComes) {
                                              {0x0CA5u, "Strange button count 12\n"},
                                              {0x0BA4u, "Invalid button format\n"}}) {
         EXPECT_EQ(Send(MakeSetup().Slot(3, buttons)), complaint);
-        EXPECT_EQ(reports.GetButtonCount(), -1);
-        EXPECT_FALSE(reports.TakeSetup());
+        EXPECT_EQ(m_reports.GetButtonCount(), -1);
+        EXPECT_FALSE(m_reports.TakeSetup());
         EXPECT_EQ(Send(ReportBuilder::Diagnostics(1).Sample(1)), "");
-        EXPECT_TRUE(live.values.samples.empty());
+        EXPECT_TRUE(m_live.values.samples.empty());
 
         Send(MakeSetup());
-        EXPECT_EQ(reports.GetButtonCount(), 11);
-        EXPECT_TRUE(reports.TakeSetup());
+        EXPECT_EQ(m_reports.GetButtonCount(), 11);
+        EXPECT_TRUE(m_reports.TakeSetup());
     }
 }
 
 TEST_F(TouchBoardReportsTest, TakesAnythingElseAsDiagnostics) {
     for (const auto& [slot, value] : {std::pair{0u, 0xFFFEu}, {1u, 0xC2C3u}, {1u, 0xC3C2u}, {2u, 48u}}) {
         EXPECT_EQ(Send(MakeSetup().Slot(slot, value)), "");
-        EXPECT_EQ(reports.GetButtonCount(), -1);
+        EXPECT_EQ(m_reports.GetButtonCount(), -1);
     }
 }
 
@@ -134,18 +134,18 @@ TEST_F(TouchBoardReportsTest, DecodesAndPrintsTheSamplesOfAReport) {
               " 0.000: BT2: 100000 -70000    77   300 *\n 0.000: BT33:     0     0     0     0  \n"
               " 0.000: BT32:     0     0     0     0 *\n 0.000: BT3:     0     0     0     9  \n");
 
-    ASSERT_EQ(live.values.samples.size(), 4u);
-    EXPECT_EQ(live.values.touchBits, 0x80000403u);
-    const ButtonSample& sample = live.values.samples[0];
+    ASSERT_EQ(m_live.values.samples.size(), 4u);
+    EXPECT_EQ(m_live.values.touchBits, 0x80000403u);
+    const ButtonSample& sample = m_live.values.samples[0];
     EXPECT_EQ((std::array{sample.value1, sample.value2, sample.value3, sample.value4}),
               (std::array{100000, -70000, 300, 77}));
     EXPECT_EQ(sample.button, 2u);
     EXPECT_EQ(sample.touched, 1);
-    EXPECT_EQ(live.values.samples[1].touched, 0);
+    EXPECT_EQ(m_live.values.samples[1].touched, 0);
 
-    live.runStart = getTickCount() - 12'005'000'000u;
+    m_live.runStart = getTickCount() - 12'005'000'000u;
     EXPECT_THAT(Send(report), testing::ContainsRegex("^12\\.[0-9]+: BT2"));
-    live.runStart = getTickCount() + 60'000'000'000u;
+    m_live.runStart = getTickCount() + 60'000'000'000u;
     EXPECT_EQ(Send(report).substr(0, 7), " 0.000:");
 }
 
@@ -173,47 +173,47 @@ TEST_F(TouchBoardReportsTest, RemapsTheTouchBitsOfTheFourButtonBoard) {
                                                 {16u, 0x0208u, 0x0208u}}) {
         Send(MakeSetup().Slot(2, format));
         Send(ReportBuilder::Diagnostics(wire));
-        EXPECT_EQ(live.values.touchBits, touched);
+        EXPECT_EQ(m_live.values.touchBits, touched);
     }
 }
 
 TEST_F(TouchBoardReportsTest, DropsAReportThatIsCutShortAndAValueOutOfRange) {
     Send(MakeSetup());
-    reports.OnValue(0, 0xF, 32);
-    reports.OnValue(1, 5, 32);
+    m_reports.OnValue(0, 0xF, 32);
+    m_reports.OnValue(1, 5, 32);
     testing::internal::CaptureStderr();
-    reports.OnValue(29, 1, 32);
-    reports.OnValue(~0u, 1, 32);
+    m_reports.OnValue(29, 1, 32);
+    m_reports.OnValue(~0u, 1, 32);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ERROR: Diagnostics 29 - OUT OF RANGE\nERROR: Diagnostics -1 - OUT OF RANGE\n");
-    EXPECT_TRUE(live.values.samples.empty());
+    EXPECT_TRUE(m_live.values.samples.empty());
     // What came before the new index 0 is forgotten.
-    reports.OnValue(0, 1, 32);
-    reports.OnValue(28, 0, 32);
-    EXPECT_TRUE(live.values.samples.empty());
-    EXPECT_EQ(live.values.touchBits, 1u);
+    m_reports.OnValue(0, 1, 32);
+    m_reports.OnValue(28, 0, 32);
+    EXPECT_TRUE(m_live.values.samples.empty());
+    EXPECT_EQ(m_live.values.touchBits, 1u);
 }
 
 TEST_F(TouchBoardReportsTest, CompletesAReportWithTheLastIndexWhateverCameBefore) {
     // An invalid setup stays in its slots.
     Send(MakeSetup().Slot(3, 0));
     Deliver(MakeSetup(), 3);
-    EXPECT_EQ(reports.GetButtonCount(), 11);
+    EXPECT_EQ(m_reports.GetButtonCount(), 11);
 
     // The end of one report lost with the beginning of the next, and indexes that come twice.
     const auto next = ReportBuilder::Diagnostics(1).Sample(7, 71, 72, 73).Sample(6, 61, 62, 63);
     Deliver(ReportBuilder::Diagnostics(4).Sample(3, 31, 32, 33).Sample(2, 21, 22, 23), 0, 8);
     Deliver(next, 4);
-    ASSERT_EQ(live.values.samples.size(), 2u);
-    EXPECT_EQ(live.values.touchBits, 4u);
-    EXPECT_EQ((std::array{live.values.samples[0].value1, live.values.samples[0].value3}),
+    ASSERT_EQ(m_live.values.samples.size(), 2u);
+    EXPECT_EQ(m_live.values.touchBits, 4u);
+    EXPECT_EQ((std::array{m_live.values.samples[0].value1, m_live.values.samples[0].value3}),
               (std::array{31, 73}));
-    EXPECT_EQ(live.values.samples[1].value1, 61);
+    EXPECT_EQ(m_live.values.samples[1].value1, 61);
 
     // Nothing of a decoded report is left for one whose beginning is lost.
     Deliver(next, 5);
-    ASSERT_EQ(live.values.samples.size(), 1u);
-    EXPECT_EQ(live.values.touchBits, 0u);
+    ASSERT_EQ(m_live.values.samples.size(), 1u);
+    EXPECT_EQ(m_live.values.touchBits, 0u);
 }
 
 TEST_F(TouchBoardReportsTest, ASetupIsWaitedForUntilItsLinesArePrintedWhateverCameBefore) {
@@ -235,10 +235,10 @@ TEST_F(TouchBoardReportsTest, ASetupIsWaitedForUntilItsLinesArePrintedWhateverCa
     const auto makeRoom = [&] {
         madeRoom = madeRoom || read(readEnd.Get(), content.data(), content.size()) > 0;
     };
-    const auto setup = WaitForSetup(reports, ~std::uint64_t{0}, [&](std::chrono::milliseconds step) {
+    const auto setup = WaitForSetup(m_reports, ~std::uint64_t{0}, [&](std::chrono::milliseconds step) {
         if (!pollThread.joinable()) {
             pollThread = std::thread([this] { Deliver(MakeSetup()); });
-            while (reports.GetButtonCount() < 0) {
+            while (m_reports.GetButtonCount() < 0) {
                 std::this_thread::yield();
             }
             return;
