@@ -11,7 +11,7 @@
 
 namespace padreport {
 
-/// The strips take no more of the page, however long the log is and however many buttons it has.
+/// How much of the page the strips take at most, however long the log is and however many buttons it has.
 constexpr std::size_t PAGE_STRIPS_BYTES_MAX = 2'500'000;
 
 /// @param report what the page shows

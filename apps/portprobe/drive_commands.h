@@ -9,7 +9,8 @@
 #include "apps/portprobe/request.h"
 #include "lib/platform/stop_signals.h"
 
-/// Sets outputs. Pins that are none yet become outputs once they have the level: no other shows on the line.
+/// Sets outputs. A pin that is no output yet becomes one after its level has been set, so that no other level
+/// shows on the line.
 void Set(const Request& request);
 
 /// Makes pins inputs.

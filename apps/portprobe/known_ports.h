@@ -16,7 +16,7 @@ using ExternalControl::ListedPort;
 /// @throws ErrnoException when a board does not tell what it is
 ListedPort FindKnownPort(const std::string& name);
 
-/// Opens a port for who has no use for what it receives. Asks no board for its model.
+/// Opens a port for a command that has no use for what the port receives. Asks no board for its model.
 /// @return the port, attached to the PollThread
 /// @throws ErrnoException when the device fails or is gone
 std::shared_ptr<ExternalControl::Port> Open(const ListedPort& port);

@@ -170,7 +170,7 @@ constexpr int FIRST_LONG_OPTION = 0x100;  // beyond all characters
 struct OptionSyntax {
     const char* word;
     char letter;      ///< 0 for none
-    Command command;  ///< that it goes with, or for HELP and VERSION, that it stands for
+    Command command;  ///< which the option goes with; for HELP and VERSION, which it stands for
     int hasArgument;  ///< as getopt_long has it
     void (*parse)(const std::string& argument, Request& request);
     const char* usage;

@@ -151,7 +151,8 @@ private:
     Side m_output;
     const bool m_hasMonotonicTimes;  ///< whether the times of the input side's events are monotonic
     const InputCallback m_inputCallback;
-    // The rest up to the mutex is the poll thread's.
+    // The members from here to the mutex are the poll thread's: others use them only while callbacks are
+    // blocked.
     std::function<void()> m_droppedCallback;
     std::uint32_t m_levels;        ///< of the inputs, as known from what was read last
     bool m_hasLostEvents = false;  ///< whether the events up to the next SYN_REPORT mean nothing

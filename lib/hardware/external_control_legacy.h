@@ -40,8 +40,8 @@ public:
     bool GetOutput(unsigned pin) override;
     unsigned ReadAllOutputs() override;
     void SetAllLevels(unsigned mask) override;
-    /// Deliberately passes the values on as they are: they are those of the pins of the player's own lines,
-    /// and of the expander's.
+    /// Passes the values on to both ports unchanged, deliberately: value n is for pin n of the player's own
+    /// lines and for pin n of the expander, not for pin n of this port.
     void SetOutputs(const unsigned* values, unsigned count) override;
     void SetOutput(unsigned pin, unsigned value) override;
 

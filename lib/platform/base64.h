@@ -9,10 +9,10 @@
 
 namespace strata::base64 {
 
-/// Any thread.
+/// Encodes bytes. Any thread.
 std::string Encode(const std::vector<std::uint8_t>& bytes);
 
-/// Any thread.
+/// Decodes a text. Any thread.
 /// @param text padded text without blanks or line ends
 /// @throws std::invalid_argument when the length or a character is wrong
 std::vector<std::uint8_t> Decode(std::string_view text);
