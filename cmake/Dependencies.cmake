@@ -2,6 +2,8 @@
 # is told at once, all of it, with the command that installs it.
 
 set(missingPackages)
+# Of the build machine, also where the programs are built for another.
+set(missingTools)
 
 # library(PACKAGE NAME ARGUMENT...) looks for a library by find_package(NAME ARGUMENT...).
 macro(library package name)
@@ -44,6 +46,22 @@ if(PADTUNE_BUILD_TESTS)
     library(python3 Python3 COMPONENTS Interpreter)
 endif()
 
+# Draws the strips of padreport's page, which holds it.
+foreach(file javascript/dygraphs/dygraph.min.js javascript/dygraphs/dygraph.min.css doc/libjs-dygraphs/copyright)
+    get_filename_component(name ${file} NAME)
+    string(MAKE_C_IDENTIFIER ${name} name)
+    find_file(DYGRAPHS_${name} ${file} PATHS /usr/share NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    if(NOT EXISTS "${DYGRAPHS_${name}}")
+        list(APPEND missingTools libjs-dygraphs)
+    endif()
+endforeach()
+
+# Makes the manual pages.
+find_program(SCDOC scdoc)
+if(NOT EXISTS "${SCDOC}")
+    list(APPEND missingTools scdoc)
+endif()
+
 # The programs do without the tracer.
 if(PKG_CONFIG_FOUND)
     pkg_check_modules(LTTNG_UST QUIET IMPORTED_TARGET lttng-ust)
@@ -52,11 +70,19 @@ if(PKG_CONFIG_FOUND)
     endif()
 endif()
 
+set(missing)
+if(CMAKE_CROSSCOMPILING AND missingPackages)
+    list(REMOVE_DUPLICATES missingPackages)
+    list(JOIN missingPackages " " missingPackages)
+    string(APPEND missing "Missing for arm64: ${missingPackages}\nList them in packages.txt and run scripts/setup.\n")
+    set(missingPackages)
+endif()
+list(APPEND missingPackages ${missingTools})
 if(missingPackages)
     list(REMOVE_DUPLICATES missingPackages)
     list(JOIN missingPackages " " missingPackages)
-    if(CMAKE_CROSSCOMPILING)
-        message(FATAL_ERROR "Missing for arm64: ${missingPackages}\nList them in packages.txt and run scripts/setup.")
-    endif()
-    message(FATAL_ERROR "Missing: ${missingPackages}\nRun scripts/setup, or: apt-get install ${missingPackages}")
+    string(APPEND missing "Missing: ${missingPackages}\nRun scripts/setup, or: apt-get install ${missingPackages}")
+endif()
+if(missing)
+    message(FATAL_ERROR "${missing}")
 endif()
