@@ -4,6 +4,8 @@ The root file system is an initramfs of two archives: a base that is made once a
 overlay for each start with the programs to run.
 """
 
+import contextlib
+import fcntl
 import hashlib
 import io
 import os
@@ -12,7 +14,6 @@ import re
 import stat
 import subprocess
 import tarfile
-import tempfile
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 
@@ -129,7 +130,9 @@ def _dpkg_deb(*arguments):
 
 
 def _output(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+    # modinfo is where only root's path leads.
+    environment = {**os.environ, "PATH": f"{os.environ.get('PATH', os.defpath)}:/usr/sbin:/sbin"}
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, env=environment).stdout
 
 
 class _Packages:
@@ -199,6 +202,14 @@ def _make_base(packages):
     return archive.content()
 
 
+@contextlib.contextmanager
+def _only_maker_in(cache):
+    """Waits until no other process makes an image in this cache; one that was killed no longer does."""
+    with open(cache / "image.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
 def kernel_and_base(tell=lambda what: None):
     """The paths of the kernel and of the base archive, which is made now, and told so, if the cache has none.
 
@@ -212,12 +223,14 @@ def kernel_and_base(tell=lambda what: None):
     base = root.parent / f"{root.name}-guest-{recipe}.cpio"
     if not base.exists():
         tell("making the player's image")
-        with tempfile.NamedTemporaryFile(dir=base.parent, delete=False) as unfinished:
-            try:
-                unfinished.write(_make_base(_Packages(root)))
-                unfinished.flush()
-                os.replace(unfinished.name, base)
-            except BaseException:
-                os.unlink(unfinished.name)
-                raise
+        with _only_maker_in(base.parent):
+            if not base.exists():  # nor has another made it meanwhile
+                # Of one that was killed the file is still there, and is written anew.
+                unfinished = base.parent / "image.unfinished"
+                try:
+                    unfinished.write_bytes(_make_base(_Packages(root)))
+                    os.replace(unfinished, base)
+                except BaseException:
+                    unfinished.unlink(missing_ok=True)
+                    raise
     return kernel, base

@@ -12,7 +12,8 @@ import unittest
 
 from guest import RUN_TIMEOUT, build_folder
 
-LAUNCHER = pathlib.Path(__file__).resolve().parents[2] / "virtual_player/virtual-player"
+TOP = pathlib.Path(__file__).resolve().parents[2]
+LAUNCHER = TOP / "virtual_player/virtual-player"
 UNTIL_KILLED = ("sh", "-c", "echo up; exec sleep 600")
 
 # The launcher, but for a guest that does not end it would wait for days, and it says when it begins to.
@@ -96,6 +97,17 @@ class Launcher(unittest.TestCase):
         self.assertEqual(launcher.stdout.readline(), b"stopping\n")
         launcher.send_signal(signal.SIGINT)
         self.check_end(launcher, 128 + signal.SIGINT)
+
+    def test_an_image_that_a_killed_one_left_unfinished_is_made_anew(self):
+        packages = subprocess.run([TOP / "scripts/arm64-packages"], stdout=subprocess.PIPE, text=True).stdout.strip()
+        with tempfile.TemporaryDirectory() as cache:
+            os.symlink(packages, f"{cache}/{os.path.basename(packages)}")
+            pathlib.Path(cache, "image.unfinished").write_bytes(b"half of it")
+            run = subprocess.run([LAUNCHER, "--build", build_folder(), "--no-board", "true"],
+                                 env={**os.environ, "PADTUNE_CACHE": cache}, timeout=2 * RUN_TIMEOUT)
+            self.assertEqual(run.returncode, 0)
+            left = [name for name in os.listdir(cache) if not name.startswith(os.path.basename(packages))]
+            self.assertEqual(left, ["image.lock"])
 
 
 if __name__ == "__main__":
