@@ -5,6 +5,8 @@ import pathlib
 import subprocess
 import tempfile
 
+LARGEST_CELL = 0xFFFFFFFF
+
 
 class DeviceTreeError(Exception):
     """QEMU gave no tree, or something cannot be added to it."""
@@ -27,6 +29,17 @@ def make(machine, additions):
         return pathlib.Path(tree).read_bytes()
 
 
+def check(additions):
+    """DeviceTreeError if make() could not add this."""
+    if not isinstance(additions, dict) or not all(isinstance(node, dict) for node in additions.values()):
+        raise DeviceTreeError("not an object of nodes, each an object of properties")
+    for node, properties in additions.items():
+        if not node.startswith("/"):
+            raise DeviceTreeError(f"{node!r} is no path of a node, such as \"/vantora,player\"")
+        for name, value in properties.items():
+            _value_type(name, value)
+
+
 def _words(value):
     if value is True:
         return []
@@ -39,9 +52,10 @@ def _value_type(name, value):
         return []
     if items and all(isinstance(item, str) for item in items):
         return ["-t", "s"]
-    if items and all(type(item) is int for item in items):  # a bool is no number here
+    if items and all(type(item) is int and 0 <= item <= LARGEST_CELL for item in items):  # a bool is no number here
         return ["-t", "u"]
-    raise DeviceTreeError(f"property {name} of the device tree: not texts, not numbers and not true: {value!r}")
+    raise DeviceTreeError(f"property {name} of the device tree: not texts, not numbers from 0 to {LARGEST_CELL} and not "
+                          f"true: {value!r}")
 
 
 def _run(command):

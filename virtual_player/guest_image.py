@@ -17,6 +17,9 @@ import tarfile
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 
+# modinfo is where only root's path leads.
+SEARCH_PATH = f"{os.environ.get('PATH', os.defpath)}:/usr/sbin:/sbin"
+
 MODULES = ("virtio_pci", "virtio_console", "virtio_gpu", "vhci_hcd", "usbhid", "hid_generic", "evdev", "cuse")
 
 LIBRARIES = "usr/lib/aarch64-linux-gnu"
@@ -52,6 +55,9 @@ FILES = (
     "usr/share/misc/magic.mgc",
 )
 FONT = "usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
+
+# What helps when a part of the packages is not there.
+REFETCH = "remove this folder and run scripts/setup"
 
 # udev's rules name groups; device nodes get them by number.
 GROUPS = ("root", "tty", "disk", "lp", "audio", "video", "kvm", "render", "input", "dialout", "cdrom", "tape", "sgx",
@@ -130,8 +136,7 @@ def _dpkg_deb(*arguments):
 
 
 def _output(*command):
-    # modinfo is where only root's path leads.
-    environment = {**os.environ, "PATH": f"{os.environ.get('PATH', os.defpath)}:/usr/sbin:/sbin"}
+    environment = {**os.environ, "PATH": SEARCH_PATH}
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, env=environment).stdout
 
 
@@ -172,7 +177,7 @@ class _Packages:
 
         for name in names:
             if name not in self.modules:
-                raise FileNotFoundError(f"the kernel package has no module {name}")
+                raise FileNotFoundError(f"{self.root} has no module {name}: {REFETCH}")
             visit(name)
         return order
 
@@ -218,7 +223,9 @@ def kernel_and_base(tell=lambda what: None):
     root = pathlib.Path(_output(str(TOP / "scripts/arm64-packages")).rstrip("\n"))
     if not root.is_dir():
         raise FileNotFoundError(f"{root} is missing: run scripts/setup")
-    (kernel,) = root.glob("boot/vmlinuz-*")
+    kernel = next(root.glob("boot/vmlinuz-*"), None)
+    if kernel is None:
+        raise FileNotFoundError(f"{root} has no kernel: {REFETCH}")
     recipe = _digest(pathlib.Path(__file__), TOP / "virtual_player/guest/init")
     base = root.parent / f"{root.name}-guest-{recipe}.cpio"
     if not base.exists():

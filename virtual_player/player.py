@@ -13,6 +13,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import signal
 import socket
 import struct
@@ -37,6 +38,9 @@ PROGRAMS = ("padtune", "portprobe")
 # The guest's machine, as far as its device tree depends on it.
 MACHINE = ("qemu-system-aarch64", "-accel", "tcg", "-cpu", "cortex-a53", "-m", "512", "-nodefaults")
 
+# What boots it, and what its image and its device tree are made with.
+NEEDED = (MACHINE[0], "setpriv", "modinfo", "aarch64-linux-gnu-readelf", "dpkg-deb", "fdtput")
+
 # Puts an end to QEMU also when this process is killed. It counts the thread that starts QEMU as the parent.
 DIE_WITH_PARENT = ("setpriv", "--pdeathsig", "KILL", "--")
 
@@ -44,9 +48,13 @@ ENVIRONMENT = {
     "PATH": "/usr/local/bin:/usr/bin:/usr/sbin",
     "HOME": "/",
     # DirectFB on the frame buffer, without a mouse and without the text console, which would paint over the last page
-    # as soon as the program that drew it ends. Of its messages, warnings and errors are left.
-    "DFBARGS": "system=fbdev,no-cursor,no-vt,no-banner,quiet=info",
+    # as soon as the program that drew it ends. Of its messages, warnings and the reports of failed calls are left: the
+    # guest's frame buffer has no gamma ramp, and every end is an "error" and "UNIMPLEMENTED" to it.
+    "DFBARGS": "system=fbdev,no-cursor,no-vt,no-banner,quiet=info,quiet=error,quiet=unimplemented",
 }
+
+# What makes the programs.
+BUILD = "cmake --preset arm64 && cmake --build --preset arm64"
 
 BOOT_TIMEOUT = 60
 RECORD_TIMEOUT = 40
@@ -182,8 +190,12 @@ class Device:
         self._player.wait_for(lambda: condition() or self._command.status is not None, timeout)
         if not condition():
             problem = self._command.stderr.decode(errors="replace")
-            state = "still runs" if self._command.status is None else f"has ended with {self._command.status}"
-            raise PlayerError(f"no record '{text}' from {self._name()}, which {state}: {problem}{self.records[-5:]}")
+            if self._command.status is None:
+                state = "still runs; try again when this machine has less to do"
+            else:
+                state = f"has ended with {self._command.status}; try again with programs that are up to date: {BUILD}"
+            raise PlayerError(f"no record '{text}' from {self._name()}, which {state}; "
+                              f"its last words: {problem}{self.records[-5:]}")
 
     def _name(self):
         return " ".join(self._command.arguments)
@@ -279,7 +291,11 @@ class VirtualPlayer:
         if not self._models:
             return
         # The program of the boards knows them, and runs in the guest alone.
-        known = self.shell("usb-board --list-models").split()
+        listing = self.run(["usb-board", "--list-models"], RECORD_TIMEOUT)
+        if listing.status != 0:
+            raise PlayerError(f"usb-board does not list its models (status {listing.status}); try again with programs "
+                              f"that are up to date: {BUILD}")
+        known = listing.stdout.decode().split()
         for model in self._models:
             if model not in known:
                 raise UnknownModelError(model, known)
@@ -361,12 +377,15 @@ class VirtualPlayer:
         with self._changed:
             held = self._changed.wait_for(lambda: self._gone or condition(), timeout)
             if not condition() and self._gone:
-                raise PlayerError(f"the guest has died; its console:\n{self._last_words()}")
+                raise self._death()
             return held
 
     # --- the machine ---
 
     def _boot(self):
+        missing = [program for program in NEEDED if not shutil.which(program, path=guest_image.SEARCH_PATH)]
+        if missing:
+            raise PlayerError(f"not installed: {', '.join(missing)}; run scripts/setup")
         kernel, base = guest_image.kernel_and_base(self._tell)
         self._tell("booting the player")
         # Whatever may be wrong with these shows before there is something to close.
@@ -428,15 +447,14 @@ class VirtualPlayer:
         for display in ("gtk", "sdl"):
             if display in known.split():
                 return display
-        raise PlayerError("this QEMU cannot open a window: install qemu-system-gui")
+        raise PlayerError("this QEMU cannot open a window: apt-get install qemu-system-gui")
 
     def _overlay(self):
         archive = guest_image.Archive()
         programs = OWN_PROGRAMS if self._packages else OWN_PROGRAMS + PROGRAMS
         files = {f"/usr/local/bin/{pathlib.Path(program).name}": self._build / program for program in programs}
         if not files["/usr/local/bin/agent"].exists():
-            raise PlayerError(f"{self._build} has no agent: build it with `cmake --preset arm64 && cmake --build "
-                              "--preset arm64`")
+            raise PlayerError(f"{self._build} has no agent: build it with `{BUILD}`")
         for target, source in {**files, **self._files}.items():
             source = pathlib.Path(source)
             if source.exists() or target in self._files:
@@ -481,7 +499,7 @@ class VirtualPlayer:
             with self._sending:
                 self._agent.sendall(HEADER.pack(number, kind, len(payload)) + payload)
         except OSError as error:
-            raise PlayerError(f"the guest has died; its console:\n{self._last_words()}") from error
+            raise self._death() from error
 
     def _qmp_execute(self, command, **arguments):
         with self._monitoring:
@@ -493,7 +511,16 @@ class VirtualPlayer:
                     raise PlayerError(f"{command}: {answer['error']['desc']}")
                 if "return" in answer:
                     return
-        raise PlayerError(f"the guest has died; its console:\n{self._last_words()}")
+        raise self._death()
+
+    def _death(self):
+        """What is said when nothing more comes from the guest."""
+        words = self._last_words()
+        if self._ready:
+            return PlayerError("the guest has died; try again, and if it dies again, the reason is in its console:\n"
+                               f"{words}")
+        return PlayerError("the guest has ended before it was up; if QEMU objects to something, scripts/setup installs "
+                           f"what it needs; if the kernel does, try again; its console:\n{words}")
 
     def _last_words(self):
         # The port closes when QEMU ends, which may be a moment before the console is complete.

@@ -13,6 +13,7 @@ time had not come when the command ended are reported. A LINE that its device re
 """
 
 import dataclasses
+import math
 import sys
 import time
 
@@ -20,8 +21,8 @@ import time
 #: What devices are called, by the first word: how many words the name has, and what is said when a player has none
 #: of this name. VirtualPlayer.devices holds those that it has.
 DEVICES = {
-    "board": (2, "there is no {name}"),
-    "player": (1, "the player has no GPIO lines"),
+    "board": (2, "there is no {name} (--board adds one)"),
+    "player": (1, "the player has no GPIO lines (--gpio gives it some)"),
 }
 #: The one that lines without a name are for.
 DEFAULT_DEVICE = "board 0"
@@ -54,9 +55,13 @@ def parse(lines):
             else:
                 first, *rest = action.split(maxsplit=1)
                 is_complete = rest and (first == "picture" or first in DEVICES)
-                steps.append(Step(float(when), ("" if is_complete else f"{DEFAULT_DEVICE} ") + action.strip(), number))
+                seconds = float(when)
+                if not 0 <= seconds < math.inf:
+                    raise ValueError
+                steps.append(Step(seconds, ("" if is_complete else f"{DEFAULT_DEVICE} ") + action.strip(), number))
         except ValueError:
-            raise ScenarioError(f"line {number} is not a step of a scenario: {line.rstrip()}") from None
+            raise ScenarioError(f"line {number} is not a step of a scenario, such as \"2.5 touch 3\": "
+                                f"{line.rstrip()}") from None
     return steps
 
 
@@ -114,7 +119,8 @@ class _Timeline:
         for device in self.devices():
             for number, answer in device.refusals.items():
                 if step := self._sent.get((device, number)):
-                    raise ScenarioError(f"line {step.line}: '{step.action}' is refused: {answer}")
+                    raise ScenarioError(f"line {step.line}: '{step.action}' is refused: {answer}; "
+                                        "docs/virtual-player.md lists what the devices understand")
 
     def devices(self):
         """Those that were given lines."""
