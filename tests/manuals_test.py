@@ -159,6 +159,8 @@ class Completion(unittest.TestCase):
             ("virtual-player --build b", ["bin"]),
             ("virtual-player --board KP120 -- p", ["padtune", "portprobe"]),
             ("virtual-player -- padtune --timeout 4 --led-", ["--led-bits", "--led-mask"]),
+            ("virtual-player --gpio --boards 2 padtune --timeout 4 --led-", ["--led-bits", "--led-mask"]),
+            ("virtual-player --board KP120 po", ["portprobe"]),
         ):
             with self.subTest(line):
                 self.assertEqual(sorted(self.shell.complete(line)), sorted(words))
