@@ -20,7 +20,7 @@ public:
     Watcher(const Request& request, const StopSignals& stopSignals)
         : m_request(request),
           m_stopSignals(stopSignals),
-          m_wait(stopSignals, m_queue),
+          m_wait(stopSignals, m_queue.GetFd()),
           m_lines(m_labels, request.count) {}
 
     void Run();
@@ -80,13 +80,12 @@ void Watcher::PrintUntilStopped() {
         if (m_lines.IsEmpty() && m_lostPort) {
             throw Trouble(m_labels[*m_lostPort].name, "the device has been gone for 10 seconds");
         }
-        const bool hasLines = !m_lines.IsEmpty();
-        const auto [isStopped, isReady] =
-            m_wait.WaitFor(hasLines ? WatchWait::Need::ROOM : WatchWait::Need::CHANGES);
-        if (hasLines && isReady) {
+        const WatchWait::Result result =
+            m_wait.WaitFor(m_lines.IsEmpty() ? WatchWait::Need::INPUT : WatchWait::Need::ROOM);
+        if (result.hasRoom) {
             m_lines.WriteOne();
         }
-        if (isStopped) {
+        if (result.isStopped) {
             return;
         }
     }

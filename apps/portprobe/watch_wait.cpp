@@ -13,6 +13,9 @@ namespace {
 constexpr int FOREVER = -1;
 constexpr int AT_ONCE = 0;
 
+/// A descriptor that poll passes over.
+constexpr int NOT_NEEDED = -1;
+
 /// @return whether one of them is ready; false also when a signal handler interrupted the wait
 template <std::size_t COUNT>
 bool Poll(pollfd (&wanted)[COUNT], int milliseconds) {
@@ -38,13 +41,14 @@ bool WatchWait::IsTimeOver() const {
 WatchWait::Result WatchWait::WaitFor(Need need) const {
     pollfd wanted[] = {
         {m_signals.GetFd(), POLLIN, 0},
-        need == Need::CHANGES ? pollfd{m_queue.GetFd(), POLLIN, 0} : pollfd{STDOUT_FILENO, POLLOUT, 0},
+        {need == Need::ROOM ? NOT_NEEDED : m_input, POLLIN, 0},
+        {need == Need::INPUT ? NOT_NEEDED : STDOUT_FILENO, POLLOUT, 0},
     };
     if (!Poll(wanted, GetMillisecondsLeft())) {
-        return {false, false};
+        return {false, false, false};
     }
-    const auto& [signals, needed] = wanted;
-    return {signals.revents != 0, needed.revents != 0};
+    const auto& [signals, input, output] = wanted;
+    return {signals.revents != 0, input.revents != 0, output.revents != 0};
 }
 
 bool WatchWait::HasRoom() {

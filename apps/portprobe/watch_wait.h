@@ -1,12 +1,11 @@
 #pragma once
 
-// What a watch waits for: a signal or the end of its time, and meanwhile changes or room on standard output.
-// For one thread.
+// What a watch, or a record, waits for: a signal or the end of its time, and meanwhile something to print or
+// room on standard output. For one thread.
 
 #include <chrono>
 #include <optional>
 
-#include "apps/portprobe/change_queue.h"
 #include "lib/platform/stop_signals.h"
 
 /// The waiting of one watch.
@@ -14,19 +13,21 @@ class WatchWait {
 public:
     /// What a watch needs to go on.
     enum class Need {
-        CHANGES,  ///< something in the queue
-        ROOM,     ///< room for a line on standard output
+        INPUT,   ///< something to print
+        ROOM,    ///< room for a line on standard output
+        EITHER,  ///< one of the two
     };
 
-    /// What has come, perhaps neither.
+    /// What has come, perhaps nothing.
     struct Result {
         bool isStopped;  ///< by a signal
-        bool isReady;    ///< for what was needed
+        bool hasInput;   ///< if that was needed: the input is readable, or has failed
+        bool hasRoom;    ///< if that was needed: standard output takes a line, or has failed
     };
 
-    /// @param signals  end the watch
-    /// @param queue  outlives this, as the signals do
-    WatchWait(const StopSignals& signals, const ChangeQueue& queue) : m_signals(signals), m_queue(queue) {}
+    /// @param signals  end the watch; they outlive this
+    /// @param input    a descriptor that is readable when there is something to print
+    WatchWait(const StopSignals& signals, int input) : m_signals(signals), m_input(input) {}
 
     /// Starts the time of the watch.
     /// @param seconds  nothing: it has no end
@@ -48,6 +49,6 @@ private:
     int GetMillisecondsLeft() const;
 
     const StopSignals& m_signals;
-    const ChangeQueue& m_queue;
+    const int m_input;
     std::optional<Clock::time_point> m_end;
 };
