@@ -8,6 +8,7 @@
 
 #include "apps/portprobe/drive_commands.h"
 #include "apps/portprobe/read_commands.h"
+#include "apps/portprobe/record.h"
 #include "apps/portprobe/request.h"
 #include "apps/portprobe/trouble.h"
 #include "apps/portprobe/watch.h"
@@ -44,6 +45,9 @@ int RunOnPorts(const Request& request, const std::optional<StopSignals>& stopSig
             return Info() ? STATUS_DONE : STATUS_TROUBLE;
         case Command::WATCH:
             Watch(request, *stopSignals);
+            break;
+        case Command::RECORD:
+            Record(request, *stopSignals);
             break;
         case Command::GET:
             Get(request);

@@ -57,6 +57,10 @@ bool ParseNames(const Words& words, Request& request) {
     return !words.empty();
 }
 
+bool ParseName(const Words& words, Request& request) {
+    return ParseNames(words, request) && words.size() == 1;
+}
+
 bool ParseNameAndPins(const Words& words, Request& request) {
     if (words.empty()) {
         return false;
@@ -125,6 +129,8 @@ constexpr CommandSyntax COMMANDS[] = {
     {"info", Command::INFO, ParseNothing, "info", "every pin of every port"},
     {"get", Command::GET, ParseNameAndPins, "get NAME [PIN...]", "the port's pins, with direction and level"},
     {"watch", Command::WATCH, ParseNames, "watch NAME...", "print what the ports receive"},
+    {"record", Command::RECORD, ParseName, "record NAME",
+     "print the reports of the port's board, for a replay"},
     {"set", Command::SET, ParseNameAndValues, "set NAME PIN=VALUE...",
      "set outputs; a pin that can be one becomes one"},
     {"input", Command::INPUT, ParseNameAndSomePins, "input NAME PIN...", "make pins inputs again"},
@@ -171,43 +177,47 @@ struct OptionSyntax {
     const char* word;
     char letter;      ///< 0 for none
     Command command;  ///< which the option goes with; for HELP and VERSION, which it stands for
+    Command other;    ///< another one that the option goes with; the same where there is none
     int hasArgument;  ///< as getopt_long has it
     void (*parse)(const std::string& argument, Request& request);
     const char* usage;
     const char* help;
+
+    bool GoesWith(Command wanted) const { return wanted == command || wanted == other; }
 };
 
 constexpr OptionSyntax OPTIONS[] = {
-    {"numeric", 0, Command::GET, no_argument,
+    {"numeric", 0, Command::GET, Command::GET, no_argument,
      [](const std::string&, Request& request) { request.isNumeric = true; }, "--numeric",
      "only levels or values, on one line"},
-    {"pins", 0, Command::WATCH, required_argument, ParsePinList, "--pins=PIN,...", "only these pins"},
-    {"edges", 0, Command::WATCH, required_argument, ParseEdges, "--edges=EDGES",
+    {"pins", 0, Command::WATCH, Command::WATCH, required_argument, ParsePinList, "--pins=PIN,...",
+     "only these pins"},
+    {"edges", 0, Command::WATCH, Command::WATCH, required_argument, ParseEdges, "--edges=EDGES",
      "only rising or falling levels; else both"},
-    {"count", 0, Command::WATCH, required_argument,
+    {"count", 0, Command::WATCH, Command::RECORD, required_argument,
      [](const std::string& argument, Request& request) {
          request.count = ParseNumber("--count", argument, 1);
      },
-     "--count=N", "end after so many changes"},
-    {"timeout", 0, Command::WATCH, required_argument,
+     "--count=N", "end after so many changes or reports"},
+    {"timeout", 0, Command::WATCH, Command::RECORD, required_argument,
      [](const std::string& argument, Request& request) {
          request.timeoutSeconds = ParseNumber("--timeout", argument, 0, TIMEOUT_MAX);
      },
      "--timeout=SECONDS", "end after this time"},
-    {"period", 0, Command::PULSE, required_argument,
+    {"period", 0, Command::PULSE, Command::PULSE, required_argument,
      [](const std::string& argument, Request& request) {
          request.periodMicroseconds = ParseNumber("--period", argument, PERIOD_MIN);
      },
      "--period=US", "a step each US microseconds (100 or more, else 1000)"},
-    {"steps", 0, Command::PULSE, required_argument,
+    {"steps", 0, Command::PULSE, Command::PULSE, required_argument,
      [](const std::string& argument, Request& request) {
          request.steps = ParseNumber("--steps", argument, STEPS_MIN, STEPS_MAX);
      },
      "--steps=N", "steps of a cycle (2 to 32, else 10)"},
-    {"help", 'h', Command::HELP, no_argument,
+    {"help", 'h', Command::HELP, Command::HELP, no_argument,
      [](const std::string&, Request& request) { SetCommand(request, Command::HELP, "--help"); }, "-h, --help",
      "this text"},
-    {"version", 'v', Command::VERSION, no_argument,
+    {"version", 'v', Command::VERSION, Command::VERSION, no_argument,
      [](const std::string&, Request& request) { SetCommand(request, Command::VERSION, "--version"); },
      "-v, --version", "the program's version"},
 };
@@ -272,14 +282,15 @@ std::vector<const OptionSyntax*> ParseOptions(int argc, char* const* argv, Reque
     return options;
 }
 
-/// @return the command that an option goes with
+/// @return the commands that an option goes with, as "watch, record: "
 std::string FindPrefix(const OptionSyntax& option) {
+    std::string commands;
     for (const CommandSyntax& syntax : COMMANDS) {
-        if (syntax.command == option.command) {
-            return std::string(syntax.word) + ": ";
+        if (option.GoesWith(syntax.command)) {
+            commands += (commands.empty() ? "" : ", ") + std::string(syntax.word);
         }
     }
-    return {};
+    return commands.empty() ? commands : commands + ": ";
 }
 
 void PrintRow(const std::string& usage, const std::string& help) {
@@ -306,7 +317,7 @@ Request ParseCommandLine(int argc, char* const* argv) {
     const CommandSyntax& syntax = FindCommand(words[0]);
     SetCommand(request, syntax.command, syntax.word);
     for (const OptionSyntax* option : options) {
-        if (option->command != request.command) {
+        if (!option->GoesWith(request.command)) {
             throw UsageError(strprintf("--%s: not for '%s'", option->word, syntax.word));
         }
     }
@@ -333,7 +344,8 @@ void PrintHelp() {
     std::puts(
         "\nNAME is a port's name, in upper or lower case. Numbers are decimal, or hexadecimal\n"
         "after 0x. The exit status is 1 for trouble with a device, 2 for a command line that\n"
-        "cannot be used. SIGINT, SIGTERM or SIGHUP ends watch and pulse.");
+        "cannot be used. SIGINT, SIGTERM or SIGHUP ends watch, record and pulse. A record is\n"
+        "text, and has what the board sent, but not what was sent to it.");
     FlushStandardOutput();
 }
 

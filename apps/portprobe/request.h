@@ -8,7 +8,20 @@
 #include <vector>
 
 /// What the program is to do.
-enum class Command { HELP, VERSION, LIST, INFO, WATCH, GET, SET, INPUT, FUNCTION, PARAMETER, PULSE };
+enum class Command {
+    HELP,
+    VERSION,
+    LIST,
+    INFO,
+    WATCH,
+    RECORD,
+    GET,
+    SET,
+    INPUT,
+    FUNCTION,
+    PARAMETER,
+    PULSE,
+};
 
 /// Which changes of levels are wanted.
 enum class Edges { BOTH, RISING, FALLING };
@@ -35,8 +48,8 @@ struct Request {
     std::vector<PinFunction> functions;      ///< in the order of the command line
     bool isNumeric = false;                  ///< whether values are printed as bare numbers
     Edges edges = Edges::BOTH;               ///< of levels that a watch shows
-    std::optional<unsigned> count;           ///< of changes
-    std::optional<unsigned> timeoutSeconds;  ///< of a watch; nothing: no end
+    std::optional<unsigned> count;           ///< of changes of a watch, or reports of a record
+    std::optional<unsigned> timeoutSeconds;  ///< of a watch or a record; nothing: no end
     unsigned periodMicroseconds = 1000;      ///< between two steps of a pulse
     unsigned steps = 10;                     ///< in a cycle of a pulse
 
@@ -44,7 +57,9 @@ struct Request {
     const std::string& GetSubject() const { return names.size() == 1 ? names[0] : word; }
 
     /// Whether the command goes on until a signal ends it.
-    bool RunsUntilStopped() const { return command == Command::WATCH || command == Command::PULSE; }
+    bool RunsUntilStopped() const {
+        return command == Command::WATCH || command == Command::RECORD || command == Command::PULSE;
+    }
 };
 
 /// The command line, or what it asks of a port, cannot be: what() says why as "what: why".

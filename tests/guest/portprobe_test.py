@@ -114,9 +114,11 @@ class Portprobe(GuestTestCase):
                 ("function vantora 9=none", "vantora: pin 9 cannot be switched to 'none'"),
                 ("watch vantora Nonsense-0-GPIO", "Nonsense-0-GPIO: no such port"),
                 ("watch vantora TouchBoard-0-LED", "TouchBoard-0-LED: has no inputs to watch"),
+                ("record vantora", "vantora: is not a board's port: there are no reports to record"),
                 ("pulse Expander-0-GPIO 2=1", "Expander-0-GPIO: this port cannot pulse")):
             self.assertEqual(self.probe(arguments), (1, "", f"portprobe: {why}\n"))
-        for arguments, subject in (("list", "list"), ("get vantora", "vantora"), ("--help", "--help")):
+        for arguments, subject in (("list", "list"), ("get vantora", "vantora"), ("--help", "--help"),
+                                   ("record Expander-0-DIP", "Expander-0-DIP")):
             command = self.player.run(["sh", "-c", f"portprobe {arguments} >/dev/full"], RUN_TIMEOUT)
             self.assertEqual((command.status, command.stderr.decode()),
                              (1, f"portprobe: {subject}: standard output: No space left on device (28)\n"))
@@ -133,6 +135,7 @@ class Portprobe(GuestTestCase):
                 ("watch vantora --edges=up", "--edges up: use rising, falling or both"),
                 ("watch LightController-0-DIAGNOSTICS --edges=rising",
                  "--edges: LightController-0-DIAGNOSTICS has values, not levels"),
+                ("record vantora Expander-0-DIP", "record: use 'portprobe record NAME'"),
                 ("input vantora", "input: use 'portprobe input NAME PIN...'"),
                 ("parameter vantora 9=256", "VALUE 256: vantora takes 0 to 255"),
                 ("set vantora 9=1 13=1", "PIN 13: vantora has 13 pins, numbered from 0"),
@@ -226,6 +229,48 @@ class Portprobe(GuestTestCase):
             self.assertLess(stamp, float(self.answer(device, "state", "state")[0]))
             command.kill(signal.SIGINT)
             self.assertEqual(command.wait(RUN_TIMEOUT), 0)
+
+    def record(self, *arguments):
+        command = self.start("record", *arguments)
+        self.assertTrue(self.player.wait_for(lambda: b"recording\n" in command.stderr, RUN_TIMEOUT), command.stderr)
+        return command
+
+    def test_record(self):
+        lights, name = self.player.boards[2], "LightController-0-CONTROL"
+        command = self.record(name.lower(), "--count=2")
+        # What comes next is printed at once; what is sent to the board is not, what the kernel asks it for is.
+        lights.send("value 3 0x12345678")
+        self.assertTrue(self.player.wait_for(lambda: b"78 56 34 12" in command.stdout, RUN_TIMEOUT), command.stdout)
+        self.assertEqual(self.probe(f"set {name} 1=0xDEADBEEF"), (0, "", ""))
+        self.assertEqual(self.probe("get LightController-0-DIAGNOSTICS 3")[0], 0)
+        self.assertEqual(command.wait(RUN_TIMEOUT), 0)
+        head, *reports = re.split(r"^E: (?=0000)", command.stdout.decode(), flags=re.MULTILINE)
+        self.assertRegex(head, r"^R: 56 06 88 ff 09 01 [0-9a-f ]* c0\nN: padtune Virtual light controller\n"
+                               r"P: usb-vhci_hcd\.0-3/input0\nI: 3 2877 0088\n$")
+        self.assertRegex(reports[0], r"^000000\.000000 33 02( \w\w){12} 78 56 34 12( \w\w){16}\n$")
+        self.assertRegex(reports[1], r"^0000\d\d\.\d{6} 33 02( \w\w){12} 78 56 34 12( \w\w){16}\n$")
+        self.assertNotIn(" de ", command.stdout.decode())
+        for option, end in (("--timeout=0", None), ("--timeout=60", signal.SIGTERM)):
+            command = self.record(name, option)
+            if end:
+                command.kill(end)
+            self.assertEqual((command.wait(RUN_TIMEOUT), command.stdout.decode()), (0, head), option)
+
+    def test_record_ends_with_the_board_or_its_reader(self):
+        expander = self.player.boards[1]
+        command = self.record("Expander-0-GPIO")
+        expander.send("level 3 1")
+        self.assertTrue(self.player.wait_for(lambda: b"E: " in command.stdout, RUN_TIMEOUT), command.stdout)
+        expander.unplug()
+        self.assertEqual(command.wait(RUN_TIMEOUT), 1)
+        self.assertTrue(command.stderr.decode().endswith(
+            "portprobe: Expander-0-GPIO: the board has gone; the record ends there\n"), command.stderr)
+        expander.plug()
+        # The reader of the pipe has gone before the first line.
+        command = self.player.run(["sh", "-c", "mkfifo /tmp/pipe; : </tmp/pipe & exec 3>/tmp/pipe; wait; "
+                                   "portprobe record Expander-0-GPIO >&3"], RUN_TIMEOUT)
+        self.assertEqual((command.status, command.stderr.decode()),
+                         (1, "portprobe: Expander-0-GPIO: standard output: Broken pipe (32)\n"))
 
     def test_watch_takes_several_ports_and_leaves_out_what_is_not_wanted(self):
         gpio, (_, expander, lights) = self.player.gpio, self.player.boards
