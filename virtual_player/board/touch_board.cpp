@@ -6,13 +6,12 @@
 #include <string_view>
 
 #include "virtual_player/board/control_lines.h"
+#include "virtual_player/board/touch_board_protocol.h"
 #include "virtual_player/common/console.h"
 
 namespace VirtualPlayer {
 
 namespace {
-
-constexpr std::uint16_t APPLICATION_PAGE = 0xFF77;
 
 constexpr std::uint8_t Number(ReportId id) {
     return static_cast<std::uint8_t>(id);
@@ -20,11 +19,11 @@ constexpr std::uint8_t Number(ReportId id) {
 
 // The host tells the fields apart by the low byte of the usage page.
 constexpr HidField FIELDS[] = {
-    {Number(ReportId::GPIO), Direction::INPUT, 0xFF00, 1, BUTTON_COUNT, 1},
-    {Number(ReportId::DIAGNOSTICS), Direction::INPUT, 0xFF01, 1, DIAGNOSTICS_WORDS, 32},
-    {Number(ReportId::IDENTITY), Direction::INPUT, 0xFF02, 1, IDENTITY_WORDS, 32},
-    {Number(ReportId::LED_SETUP), Direction::OUTPUT, 0xFF40, 1, LED_SETUP_WORDS, 32},
-    {Number(ReportId::LED), Direction::OUTPUT, 0xFF41, 1, BUTTON_COUNT, 32},
+    {Number(ReportId::GPIO), Direction::INPUT, GPIO_PAGE, 1, BUTTON_COUNT, 1},
+    {Number(ReportId::DIAGNOSTICS), Direction::INPUT, DIAGNOSTICS_PAGE, 1, DIAGNOSTICS_WORDS, 32},
+    {Number(ReportId::IDENTITY), Direction::INPUT, IDENTITY_PAGE, 1, IDENTITY_WORDS, 32},
+    {Number(ReportId::LED_SETUP), Direction::OUTPUT, LED_SETUP_PAGE, 1, LED_SETUP_WORDS, 32},
+    {Number(ReportId::LED), Direction::OUTPUT, LED_PAGE, 1, BUTTON_COUNT, 32},
 };
 
 // What the host calls the ports of these reports; the identity has none.
@@ -59,7 +58,7 @@ BoardDescription TouchBoard::Describe() const {
 }
 
 Bytes TouchBoard::HidReportDescriptor() const {
-    return VirtualPlayer::HidReportDescriptor(APPLICATION_PAGE, m_fields);
+    return VirtualPlayer::HidReportDescriptor(TOUCH_BOARD_APPLICATION >> 16, m_fields);
 }
 
 std::optional<Bytes> TouchBoard::CurrentReport(std::uint8_t id) const {

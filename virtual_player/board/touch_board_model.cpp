@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "virtual_player/board/touch_board_protocol.h"
+
 namespace VirtualPlayer {
 
 struct TouchBoardModel::Model {
@@ -24,21 +26,6 @@ const TouchBoardModel::Model TouchBoardModel::MODELS[] = {
 
 namespace {
 
-enum Command : std::uint32_t {
-    LED_BITS = 0xA0,
-    FINGER_THRESHOLD = 0xA5,
-    NOISE_THRESHOLD = 0xA6,
-    NEGATIVE_NOISE_THRESHOLD = 0xA7,
-    BASELINE_THRESHOLD = 0xA8,
-    HYSTERESIS = 0xA9,
-    DEBOUNCE = 0xAA,
-    LOW_BASELINE = 0xAB,
-    IDENTIFY = 0xAC,
-    RESET = 0xC0,
-    REQUEST_SETUP = 0xC1,
-    DIAGNOSE_BUTTON = 0xC2,
-};
-
 constexpr std::pair<std::uint32_t, std::uint32_t> DEFAULT_PARAMETERS[] = {
     {LED_BITS, 8},
     {NOISE_THRESHOLD, 20},
@@ -55,7 +42,6 @@ constexpr std::uint32_t REPORTED_PARAMETERS[] = {
     NOISE_THRESHOLD, NEGATIVE_NOISE_THRESHOLD, BASELINE_THRESHOLD, HYSTERESIS, DEBOUNCE, LOW_BASELINE, 0, 0,
 };
 
-constexpr std::uint32_t SETUP_MARKER = 0xFFFF;
 constexpr unsigned FIRST_THRESHOLD_SLOT = 4;
 constexpr unsigned PARAMETER_SLOT_END = 28;
 // What a busy machine, or a host that is slow to read, may be late and still get all reports.
@@ -347,7 +333,7 @@ DiagnosticsWords TouchBoardModel::SetupReport() const {
     DiagnosticsWords words{};
     const std::uint32_t count = m_oddities.count.value_or(BUTTON_COUNT);
     words[0] = SETUP_MARKER;
-    words[1] = DIAGNOSE_BUTTON | DIAGNOSE_BUTTON << 8;
+    words[1] = SETUP_SECOND_MARKER;
     words[2] = m_oddities.format.value_or(m_model.format);
     words[3] = m_oddities.marker.value_or(FINGER_THRESHOLD) | count << 8;
 
