@@ -74,10 +74,6 @@ std::size_t CountBits(std::span<const HidField> fields, std::uint8_t report, Dir
     return bits;
 }
 
-std::size_t CountBytes(std::size_t bits) {
-    return 1 + (bits + 7) / 8;  // the report id first
-}
-
 /// Calls with (the value's index among those of the report, the bit of the value, the bit of the report).
 template <class Function>
 void ForEachBit(std::span<const HidField> fields, std::uint8_t report, Direction direction,
@@ -113,9 +109,14 @@ Bytes HidReportDescriptor(std::uint16_t applicationPage, std::span<const HidFiel
     return bytes;
 }
 
+std::size_t ReportLength(std::span<const HidField> fields, std::uint8_t report, Direction direction) {
+    const std::size_t bits = CountBits(fields, report, direction);
+    return bits == 0 ? 0 : (report == 0 ? 0 : 1) + (bits + 7) / 8;
+}
+
 Bytes PackReport(std::span<const HidField> fields, std::uint8_t report,
                  std::span<const std::uint32_t> words) {
-    Bytes bytes(CountBytes(CountBits(fields, report, Direction::INPUT)));
+    Bytes bytes(ReportLength(fields, report, Direction::INPUT));
     bytes[0] = report;
     ForEachBit(fields, report, Direction::INPUT, [&](std::size_t value, unsigned bit, std::size_t position) {
         bytes[position / 8] |= static_cast<std::uint8_t>((words[value] >> bit & 1) << position % 8);
@@ -125,8 +126,8 @@ Bytes PackReport(std::span<const HidField> fields, std::uint8_t report,
 
 std::optional<std::vector<std::uint32_t>> UnpackReport(std::span<const HidField> fields, const Bytes& bytes) {
     const std::uint8_t report = bytes.empty() ? 0 : bytes[0];
-    const std::size_t bits = CountBits(fields, report, Direction::OUTPUT);
-    if (bits == 0 || bytes.size() != CountBytes(bits)) {
+    const std::size_t length = ReportLength(fields, report, Direction::OUTPUT);
+    if (length == 0 || bytes.size() != length) {
         return std::nullopt;
     }
     std::vector<std::uint32_t> words;

@@ -3,6 +3,7 @@
 // The HID side of a board: its report descriptor, and the bytes of its reports. Both come from one table of
 // fields, so that they cannot disagree.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -21,12 +22,15 @@ struct HidField {
     Direction direction;
     std::uint16_t usagePage;
     std::uint16_t firstUsage;
-    std::uint8_t count;
-    std::uint8_t bits;  ///< 1 or 32
+    std::uint16_t count;
+    std::uint8_t bits;  ///< of a value: 1 or 32; of another device's anything up to 32
 };
 
 /// @return one application collection, usage 1 of the page, with all fields
 Bytes HidReportDescriptor(std::uint16_t applicationPage, std::span<const HidField> fields);
+
+/// @return the length of a report, its number included where it has one; 0 if there is no such report
+std::size_t ReportLength(std::span<const HidField> fields, std::uint8_t report, Direction direction);
 
 /// @param words  one for each value of the report's input fields
 /// @return the report as it goes over the bus, report id first
