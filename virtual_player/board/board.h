@@ -18,6 +18,7 @@ struct BoardDescription {
     std::uint16_t vendor;
     std::uint16_t product;
     const char* name;
+    const char* maker = "padtune";  ///< empty: the device tells none
 };
 
 class Board {

@@ -48,7 +48,6 @@ constexpr std::uint8_t POLL_INTERVAL_MS = 1;
 constexpr unsigned LANGUAGES_STRING = 0;
 constexpr unsigned MAKER_STRING = 1;
 constexpr unsigned PRODUCT_STRING = 2;
-constexpr std::string_view MAKER = "padtune";
 
 constexpr std::uint8_t Low(std::size_t number) {
     return number & 0xFF;
@@ -57,7 +56,7 @@ constexpr std::uint8_t High(std::size_t number) {
     return number >> 8 & 0xFF;
 }
 
-Bytes DeviceDescriptor(std::uint16_t vendor, std::uint16_t product) {
+Bytes DeviceDescriptor(std::uint16_t vendor, std::uint16_t product, bool hasMaker) {
     return {18,
             DEVICE,
             0x10,
@@ -72,7 +71,7 @@ Bytes DeviceDescriptor(std::uint16_t vendor, std::uint16_t product) {
             High(product),  //
             0x00,
             0x01,
-            MAKER_STRING,
+            hasMaker ? Low(MAKER_STRING) : Low(0),
             PRODUCT_STRING,  // release 1.00, maker, product
             0,
             1};  // no serial number, one configuration
@@ -103,14 +102,14 @@ Bytes StringDescriptor(std::string_view text) {
     return bytes;
 }
 
-std::optional<Bytes> StringDescriptor(unsigned index, std::string_view product) {
+std::optional<Bytes> StringDescriptor(unsigned index, const BoardDescription& board) {
     switch (index) {
         case LANGUAGES_STRING:
             return Bytes{4, STRING, 0x09, 0x04};  // the only language: US English
         case MAKER_STRING:
-            return StringDescriptor(MAKER);
+            return StringDescriptor(board.maker);
         case PRODUCT_STRING:
-            return StringDescriptor(product);
+            return StringDescriptor(board.name);
         default:
             return std::nullopt;
     }
@@ -180,11 +179,12 @@ std::optional<Bytes> UsbDevice::Descriptor(unsigned kind, unsigned index) const 
     const Bytes reportDescriptor = m_board.HidReportDescriptor();
     switch (kind) {
         case DEVICE:
-            return DeviceDescriptor(m_vendor.value_or(board.vendor), board.product);
+            return DeviceDescriptor(m_vendor.value_or(board.vendor), board.product,
+                                    !std::string_view(board.maker).empty());
         case CONFIGURATION:
             return ConfigurationDescriptor(reportDescriptor.size());
         case STRING:
-            return StringDescriptor(index, board.name);
+            return StringDescriptor(index, board);
         case HID:
             return HidDescriptor(reportDescriptor.size());
         case HID_REPORT:
