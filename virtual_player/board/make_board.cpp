@@ -4,6 +4,8 @@
 
 #include "virtual_player/board/expander.h"
 #include "virtual_player/board/light_controller.h"
+#include "virtual_player/board/recording.h"
+#include "virtual_player/board/replay_board.h"
 #include "virtual_player/board/touch_board.h"
 
 namespace VirtualPlayer {
@@ -24,6 +26,8 @@ constexpr struct {
     {"light-controller", Make<LightController>},
 };
 
+constexpr std::string_view REPLAY = "replay:";
+
 }  // namespace
 
 std::vector<std::string> BoardModels() {
@@ -39,6 +43,9 @@ std::unique_ptr<Board> MakeBoard(const std::string& model) {
         if (model == row.model) {
             return row.make();
         }
+    }
+    if (model.starts_with(REPLAY)) {
+        return std::make_unique<ReplayBoard>(ReadRecording(model.substr(REPLAY.size())));
     }
     return std::make_unique<TouchBoard>(model);
 }
