@@ -2,6 +2,7 @@
 """The reader of recordings: what it takes, and with which line's number it refuses what cannot be played."""
 
 import pathlib
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -57,6 +58,19 @@ class Reader(unittest.TestCase):
             with self.subTest(text), self.assertRaises(recording.RecordingError) as caught:
                 self.read(text)
             self.assertEqual(str(caught.exception), f"{self.path}:{where}: {why}")
+
+    def test_launcher_refuses_before_anything_boots(self):
+        self.path.write_text(HEAD + "E: 000000.000000 2 01\n")
+        for arguments, why in (
+                (["--board", f"replay:{self.path}"], f"virtual-player: {self.path}:5: 2 bytes are announced, 1 follow"),
+                (["--board", "replay:none"], "virtual-player: none: No such file or directory"),
+                (["--replay-speed", "0"],
+                 "virtual-player: argument --replay-speed: 0 is not from 0.01 to 1000; virtual-player --help tells more")):
+            launcher = subprocess.run(["/usr/bin/python3", TOP / "virtual_player/virtual-player", *arguments, "--",
+                                       "true"], cwd=self.path.parent, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                      text=True)
+            self.assertEqual((launcher.returncode, launcher.stdout, launcher.stderr.splitlines()[-1]), (125, "", why))
+            self.assertNotIn("booting", launcher.stderr)
 
 
 if __name__ == "__main__":

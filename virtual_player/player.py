@@ -23,6 +23,7 @@ import threading
 
 import device_tree as tree
 import guest_image
+import recording
 from picture import Picture
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
@@ -64,6 +65,10 @@ STOP_TIMEOUT = 5
 HEADER = struct.Struct("<III")
 READY, START, INPUT, SIGNAL, OUTPUT, ERROR, EXIT = range(7)
 
+
+# Before the name of a recording, in the place of a model; and the guest's folder of recordings.
+REPLAY = "replay:"
+RECORDINGS = "/recordings"
 
 # A line that a device refused.
 REFUSAL = re.compile(r"error: line (\d+): (.*)")
@@ -206,6 +211,8 @@ class Board(Device):
 
     def __init__(self, player, model, port):
         super().__init__(player, ["usb-board", "--model", model, "--port", str(port)])
+        #: whether it plays a recording
+        self.is_replay = model.startswith(REPLAY)
 
     def unplug(self):
         """Takes the board off the bus; the kernel may take its time to clear up."""
@@ -227,7 +234,8 @@ class VirtualPlayer:
 
     screen      (width, height) of the frame buffer
     video_mode  content of /var/run/video.mode, or None for no such file
-    boards      models, one for each board, as usb-board knows them; board N sits at USB position N
+    boards      one for each board: a model, as usb-board knows them, or "replay:FILE" for one that plays a recording;
+                board N sits at USB position N
     gpio        whether the player has its GPIO lines; they are `gpio` then
     device_tree what the guest's device tree has besides QEMU's own: {path of a node: {property: value}}, values as
                 for device_tree.make(); None: nothing
@@ -268,12 +276,15 @@ class VirtualPlayer:
 
     def __enter__(self):
         try:
-            self._boot()
+            recordings = self._pack_recordings()
+            self._boot(recordings)
             if self._has_gpio:
                 self.gpio = Device(self, ["gpio-lines"])
                 self.gpio.wait_for_record("ready")
             self._check_models()
             for port, model in enumerate(self._models):
+                if port in recordings:
+                    model = f"{REPLAY}{RECORDINGS}/{port}"
                 # One after the other, so that their device nodes are in order too.
                 self.boards.append(Board(self, model, port))
                 self.boards[-1].wait_for_record("ready")
@@ -287,8 +298,17 @@ class VirtualPlayer:
     def __exit__(self, *exception):
         self.stop()
 
+    def _pack_recordings(self):
+        """{number of the board: the recording that it plays, as usb-board takes it}"""
+        try:
+            return {port: recording.read(model.removeprefix(REPLAY)).pack()
+                    for port, model in enumerate(self._models) if model.startswith(REPLAY)}
+        except recording.RecordingError as error:
+            raise PlayerError(str(error)) from error
+
     def _check_models(self):
-        if not self._models:
+        models = [model for model in self._models if not model.startswith(REPLAY)]
+        if not models:
             return
         # The program of the boards knows them, and runs in the guest alone.
         listing = self.run(["usb-board", "--list-models"], RECORD_TIMEOUT)
@@ -296,7 +316,7 @@ class VirtualPlayer:
             raise PlayerError(f"usb-board does not list its models (status {listing.status}); try again with programs "
                               f"that are up to date: {BUILD}")
         known = listing.stdout.decode().split()
-        for model in self._models:
+        for model in models:
             if model not in known:
                 raise UnknownModelError(model, known)
 
@@ -382,14 +402,14 @@ class VirtualPlayer:
 
     # --- the machine ---
 
-    def _boot(self):
+    def _boot(self, recordings):
         missing = [program for program in NEEDED if not shutil.which(program, path=guest_image.SEARCH_PATH)]
         if missing:
             raise PlayerError(f"not installed: {', '.join(missing)}; run scripts/setup")
         kernel, base = guest_image.kernel_and_base(self._tell)
         self._tell("booting the player")
         # Whatever may be wrong with these shows before there is something to close.
-        overlay = self._overlay()
+        overlay = self._overlay(recordings)
         device_tree = self._make_device_tree()
         display = self._display()
         agent_end, port_end = socket.socketpair()
@@ -449,7 +469,7 @@ class VirtualPlayer:
                 return display
         raise PlayerError("this QEMU cannot open a window: apt-get install qemu-system-gui")
 
-    def _overlay(self):
+    def _overlay(self, recordings):
         archive = guest_image.Archive()
         programs = OWN_PROGRAMS if self._packages else OWN_PROGRAMS + PROGRAMS
         files = {f"/usr/local/bin/{pathlib.Path(program).name}": self._build / program for program in programs}
@@ -464,6 +484,10 @@ class VirtualPlayer:
                 archive.add_package(package)
         except guest_image.PackageError as error:
             raise PlayerError(str(error)) from error
+        if recordings:
+            archive.add_directory(RECORDINGS.lstrip("/"))
+        for port, packed in recordings.items():
+            archive.add_file(f"{RECORDINGS}/{port}".lstrip("/"), packed)
         if self._video_mode is not None:
             archive.add_file("etc/video.mode", self._video_mode.encode())
         return archive.content()
