@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <stdexcept>
@@ -72,6 +73,30 @@ TEST(TouchBoardModel, DiagnosticsComeAtTheRateForTheFirstSevenSelections) {
     EXPECT_EQ((std::array{9u, 1u, 6u}), (std::array{words[1] & 0xFF, words[5] & 0xFF, words[25] & 0xFF}));
     EXPECT_GT(words[2] - words[3], board.SetupReport()[12]);  // the finger is over its threshold
     EXPECT_EQ(0u, words[8]);
+}
+
+TEST(TouchBoardModel, AButtonIsAsNoisyAndAsWeakAsItIsTold) {
+    TouchBoardModel board("KP120");
+    for (const char* const line : {"noise 1 60", "noise 2 0", "lift 2 50", "touch 2"}) {
+        ExecuteLine(board, line);
+    }
+    for (const std::uint32_t command : {0x1C2u, 0x2C2u}) {
+        board.WriteLedSetup({command, 0, 0});
+    }
+    std::uint32_t loudest = 0;
+    for (unsigned i = 0; i < 200; ++i) {
+        const DiagnosticsWords words = board.DiagnosticsReport();
+        loudest = std::max(loudest, words[4]);
+        EXPECT_EQ((std::array{0u, 50u}), (std::array{words[5] >> 8, words[8]}));
+        EXPECT_LE(words[1] >> 8, 120u);
+    }
+    EXPECT_GT(loudest, 50u);
+    EXPECT_LE(loudest, 60u);
+    ExecuteLine(board, "lift 2 auto");
+    EXPECT_EQ(160u, board.DiagnosticsReport()[8]);
+    for (const char* const line : {"noise 5 1", "noise 1 101", "lift 0 1", "lift 1 10001", "lift 1"}) {
+        EXPECT_THROW(ExecuteLine(board, line), std::invalid_argument) << line;
+    }
 }
 
 TEST(TouchBoardModel, ReportsWaitForASlowHostAndFollowAtTwiceTheRate) {

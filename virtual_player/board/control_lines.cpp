@@ -17,6 +17,13 @@ std::optional<bool> ParseLevelOrAuto(const std::string& text) {
     return ParseLevel(text);
 }
 
+std::optional<unsigned> ParseCountsOrAuto(const std::string& text) {
+    if (text == "auto") {
+        return std::nullopt;
+    }
+    return ParseNumber(text);
+}
+
 SetupOddities ParseOddities(const std::vector<std::string>& words) {
     SetupOddities oddities;
     for (std::size_t i = 1; i < words.size(); ++i) {
@@ -56,6 +63,10 @@ std::string ExecuteLine(TouchBoardModel& board, const std::string& line) {
         board.SetTouched(ParseNumber(words[1]), command == "touch");
     } else if (command == "gpio" && arguments == 2) {
         board.SetGpioLevel(ParseNumber(words[1]), ParseLevelOrAuto(words[2]));
+    } else if (command == "noise" && arguments == 2) {
+        board.SetNoise(ParseNumber(words[1]), ParseNumber(words[2]));
+    } else if (command == "lift" && arguments == 2) {
+        board.SetLift(ParseNumber(words[1]), ParseCountsOrAuto(words[2]));
     } else if (command == "rate" && arguments == 1) {
         board.SetRate(ParseNumber(words[1]));
     } else if (command == "setup" && arguments >= 1) {

@@ -9,9 +9,9 @@
 namespace VirtualPlayer {
 
 /// Does what a line asks of the board:
-///   touch BUTTON | release BUTTON | gpio PIN 0|1|auto | rate REPORTS_PER_SECOND | numbered | measured |
-///   late MILLISECONDS | echo on|off | forget | remember | send-setup | state |
-///   setup normal | setup [silent] [count=N] [format=N] [marker=N] [SLOT=N]...
+///   touch BUTTON | release BUTTON | noise BUTTON COUNTS | lift BUTTON COUNTS|auto | gpio PIN 0|1|auto |
+///   rate REPORTS_PER_SECOND | numbered | measured | late MILLISECONDS | echo on|off | forget | remember |
+///   send-setup | state | setup normal | setup [silent] [count=N] [format=N] [marker=N] [SLOT=N]...
 /// A setup line replaces the one before.
 /// @return the answer, empty when there is nothing to tell
 /// @throws std::invalid_argument with what is wrong; the board is then as before

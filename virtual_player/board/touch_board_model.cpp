@@ -55,7 +55,9 @@ constexpr unsigned SMALL_BOARD_TOUCH_BITS[] = {9, 3, 5, 4};
 constexpr int BASELINE = 1200;
 constexpr int BASELINE_STEP_PER_BUTTON = 16;
 constexpr int DRIFT_MAX = 24;
-constexpr int NOISE_MAX = 4;
+constexpr int USUAL_NOISE = 4;
+constexpr unsigned NOISE_MAX = 100;  // twice as much fits into a byte
+constexpr unsigned LIFT_MAX = 10'000;
 
 constexpr std::int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr unsigned RATE_MAX = 1000;
@@ -107,6 +109,7 @@ std::vector<std::string> TouchBoardModel::Names() {
 
 TouchBoardModel::TouchBoardModel(std::string_view modelName, std::uint32_t seed)
     : m_model(FindModel(modelName)), m_random(seed) {
+    m_noise.fill(USUAL_NOISE);
     RestoreDefaults();
 }
 
@@ -218,10 +221,30 @@ void TouchBoardModel::SelectButton(unsigned button) {
     }
 }
 
-void TouchBoardModel::SetTouched(unsigned button, bool touched) {
+void TouchBoardModel::CheckButton(unsigned button) const {
     if (button < 1 || button > m_model.buttons) {
         throw std::invalid_argument("no button " + std::to_string(button) + " on a " + m_model.name);
     }
+}
+
+void TouchBoardModel::SetNoise(unsigned button, unsigned counts) {
+    CheckButton(button);
+    if (counts > NOISE_MAX) {
+        throw std::invalid_argument("more than " + std::to_string(NOISE_MAX) + " counts of noise");
+    }
+    m_noise[button - 1] = static_cast<int>(counts);
+}
+
+void TouchBoardModel::SetLift(unsigned button, std::optional<unsigned> counts) {
+    CheckButton(button);
+    if (counts > LIFT_MAX) {
+        throw std::invalid_argument("lifted by more than " + std::to_string(LIFT_MAX) + " counts");
+    }
+    m_lift[button - 1] = counts ? std::optional(static_cast<int>(*counts)) : std::nullopt;
+}
+
+void TouchBoardModel::SetTouched(unsigned button, bool touched) {
+    CheckButton(button);
     const std::uint32_t bit = 1u << (button - 1);
     m_touches = touched ? m_touches | bit : m_touches & ~bit;
     QueueGpio();
@@ -365,12 +388,14 @@ DiagnosticsWords TouchBoardModel::DiagnosticsReport() {
         int& drift = m_drift[button - 1];
         drift = std::clamp(drift + Random(m_random, 1), -DRIFT_MAX, DRIFT_MAX);
         const int baseline = BASELINE + BASELINE_STEP_PER_BUTTON * static_cast<int>(button) + drift;
-        const int noise = Random(m_random, NOISE_MAX);
+        const int noiseMax = m_noise[button - 1];
+        const int noise = Random(m_random, noiseMax);
         const bool touched = SensedTouches() >> (button - 1) & 1;
-        const int finger = touched ? 2 * static_cast<int>(m_thresholds[button - 1]) + 40 : 0;
+        const int lift = m_lift[button - 1].value_or(2 * static_cast<int>(m_thresholds[button - 1]) + 40);
+        const int finger = touched ? lift : 0;
         const int signal = finger + noise;
         const int noiseThreshold = static_cast<int>(m_parameters.at(NOISE_THRESHOLD));
-        words[slot] = button | static_cast<std::uint32_t>(noise + NOISE_MAX) << 8;
+        words[slot] = button | static_cast<std::uint32_t>(noise + noiseMax) << 8;
         words[slot + 1] = static_cast<std::uint32_t>(baseline + signal);
         words[slot + 2] = static_cast<std::uint32_t>(baseline);
         words[slot + 3] = signal > noiseThreshold ? static_cast<std::uint32_t>(signal) : 0;

@@ -83,6 +83,16 @@ public:
     /// is no such button on this board
     void SetTouched(unsigned button, bool touched);
 
+    /// How much a button's values waver. @param counts of the sensor to either side, at most 100; 4 unless
+    /// set
+    /// @throws std::invalid_argument for more, or if there is no such button on this board
+    void SetNoise(unsigned button, unsigned counts);
+
+    /// How much a finger lifts a button's values. @param counts of the sensor, at most 10000; none: enough
+    /// for the button's threshold, whatever that is. What is a touch the finger says, not the threshold.
+    /// @throws std::invalid_argument for more, or if there is no such button on this board
+    void SetLift(unsigned button, std::optional<unsigned> counts);
+
     /// Holds a GPIO pin at a level whatever its button does, or lets it follow the button again (no level).
     /// @param pin from 0. @throws std::invalid_argument if there is no such pin
     void SetGpioLevel(unsigned pin, std::optional<bool> level);
@@ -144,6 +154,7 @@ private:
 
     static const Model& FindModel(std::string_view name);
     void RestoreDefaults();
+    void CheckButton(unsigned button) const;
     void Execute(std::uint32_t word);
     void SelectButton(unsigned button);
     void Queue(ReportId id, std::vector<std::uint32_t> words);
@@ -170,6 +181,8 @@ private:
     std::uint32_t m_touches = 0;
     std::map<unsigned, bool> m_heldPins;
     std::array<int, BUTTON_COUNT> m_drift{};
+    std::array<int, BUTTON_COUNT> m_noise{};                ///< the greatest, to either side
+    std::array<std::optional<int>, BUTTON_COUNT> m_lift{};  ///< none: as the threshold wants it
     SetupOddities m_oddities;
     DiagnosticsWords m_lastDiagnostics{};
     unsigned m_rate = 25;
