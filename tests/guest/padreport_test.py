@@ -22,7 +22,7 @@ SAMPLES = 20  # of each touch, and of the rest after it
 class Decision(GuestTestCase):
     def run_with_touches(self, touches, *arguments):
         """The log of a run in which the buttons of `touches` are touched one after the other."""
-        run = self.start_padtune("--timeout", "20", "--button", "1-3", "--output-diagnostics", "x", *arguments)
+        run = self.start_padtune("--timeout", "25", "--button", "1-4", "--output-diagnostics", "x", *arguments)
         # Lines from before the live page, whose time is 0, tell of no touch.
         self.assertTrue(self.player.wait_for(lambda: b"\n 1." in run.stderr, 60), run.stderr)
         for button in touches:
@@ -40,14 +40,17 @@ class Decision(GuestTestCase):
         return json.loads(outcome.stdout)["logs"][0]
 
     def test_proposed_thresholds_make_the_next_run_safe(self):
-        # The threshold of button 3 lies hardly above its value at rest.
-        log = self.run_with_touches([3, 2, 3], "--finger-threshold", "1-2,40", "--finger-threshold", "3,2")
+        # The threshold of button 2 is hardly reached by a finger, that of button 3 lies hardly above its noise.
+        self.player.boards[0].send("lift 2 60\nnoise 3 30")
+        log = self.run_with_touches([3, 2, 4, 3], "--finger-threshold", "1-4,40", "--finger-threshold", "2,50")
         report = self.report(log)
         buttons = report["buttons"]
-        self.assertEqual([button["button"] for button in buttons], [1, 2, 3])
-        self.assertEqual([button["touches"]["count"] for button in buttons], [0, 1, 2])
-        self.assertEqual([button["threshold_now"] for button in buttons], [40, 40, 2])
-        self.assertEqual([button["verdict"] for button in buttons], ["never touched", "safe", "tight"])
+        self.assertEqual([button["button"] for button in buttons], [1, 2, 3, 4])
+        self.assertEqual([button["touches"]["count"] for button in buttons], [0, 1, 2, 1])
+        self.assertEqual([button["threshold_now"] for button in buttons], [40, 50, 40, 40])
+        self.assertEqual([button["verdict"] for button in buttons], ["never touched", "tight", "tight", "safe"])
+        self.assertEqual([(remark["button"], remark["what"]) for remark in report["remarks"]],
+                         [(2, "weak"), (3, "noisy")])
         for button in buttons:
             self.assertEqual(button["samples"], log.count(b": BT%d: " % button["button"]))
         self.assertEqual((report["runs"], report["jumps"]["count"]), (1, 0))
@@ -56,9 +59,10 @@ class Decision(GuestTestCase):
 
         program, *arguments = shlex.split(report["command"])
         self.assertEqual(program, "padtune")
-        after = self.report(self.run_with_touches([2, 3], *arguments))["buttons"]
-        self.assertEqual([button["verdict"] for button in after], ["never touched", "safe", "safe"])
-        self.assertEqual(after[2]["threshold_now"], buttons[2]["threshold_proposed"]["value"])
+        after = self.report(self.run_with_touches([2, 3, 4], *arguments))["buttons"]
+        self.assertEqual([button["verdict"] for button in after], ["never touched", "safe", "safe", "safe"])
+        for button in (1, 2):
+            self.assertEqual(after[button]["threshold_now"], buttons[button]["threshold_proposed"]["value"])
 
 
 if __name__ == "__main__":
