@@ -137,7 +137,7 @@ void Recorder::RecordUntilStopped() {
     }
 }
 
-/// The kernel keeps no more than 64 reports: they are taken as they come, whatever standard output does.
+/// The kernel keeps no more than 63 reports: they are taken as they come, whatever standard output does.
 void Recorder::TakeReports() {
     try {
         while (m_left != 0U) {
