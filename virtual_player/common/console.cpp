@@ -23,13 +23,18 @@ constexpr std::uint32_t MILLISECONDS_MAX = 60'000;
 
 void ReadOptions(int argc, char** argv,
                  const std::function<bool(const std::string& name, const std::string& value)>& take) {
+    const auto refuse = [](const char* why, const std::string& name) {
+        std::string text = why;
+        text.append(name).append("; docs/virtual-player.md lists the options");
+        throw std::invalid_argument(text);
+    };
     for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
         if (i + 1 == argc) {
-            throw std::invalid_argument("no value for " + name);
+            refuse(name == "--help" ? "there is no " : "no value for ", name);
         }
         if (!take(name, argv[i + 1])) {
-            throw std::invalid_argument("unknown option " + name);
+            refuse("unknown option ", name);
         }
     }
 }
