@@ -3,6 +3,10 @@
 // - dispatch/1of2, 1of8, 1of32, 8of8: processor time of the loop's thread for a callback, with so many of so
 //   many descriptors ready. The callback reads its eventfd and makes the next one ready, so that every loop
 //   comes with the same three system calls where one is ready: wait, read, write.
+// - timer: how late a timer fires that is due in 0.2 to 1.2 ms (p50, p99).
+// - timers: processor time to add 1,000 timers from a callback, in no order, and fire them; for one of them.
+// - call/idle, call/busy: time from a call by another thread to its callback (p50, p99), while the loop
+//   sleeps, and while it serves a descriptor that is always ready.
 //
 // There is a program for each library. Run one loop in a process, by a filter where a program has several.
 //
@@ -14,11 +18,17 @@
 #include <benchmark/benchmark.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <deque>
+#include <optional>
+#include <random>
+#include <thread>
 
 #include "bench/allocation_count.h"
 #include "bench/event_loop.h"
@@ -29,7 +39,12 @@
 
 namespace {
 
+using strata::get_monotonic_nanoseconds;
+
 constexpr std::int64_t WARM_UP = 1000;  // callbacks that are not counted
+constexpr std::int64_t LATE_TIMERS = 400;
+constexpr std::int64_t MANY_TIMERS = 1000;
+constexpr std::int64_t CALLS = 2000;
 
 std::int64_t ThreadTime() {
     timespec time{};
@@ -145,6 +160,168 @@ void BenchDispatch(benchmark::State& state, const LoopKind& kind, std::size_t de
         static_cast<double>(dispatch.allocations) / static_cast<double>(callbacks);
 }
 
+/// Reports the middle and the last percent of a number of times.
+void ReportTimes(benchmark::State& state, std::vector<std::int64_t> times) {
+    std::sort(times.begin(), times.end());
+    const auto at = [&](double share) {
+        return times[static_cast<std::size_t>(share * static_cast<double>(times.size() - 1))];
+    };
+    while (state.KeepRunningBatch(static_cast<std::int64_t>(times.size()))) {
+        state.SetIterationTime(Seconds(at(0.5)) * static_cast<double>(times.size()));
+    }
+    state.counters["p50"] = static_cast<double>(at(0.5));
+    state.counters["p99"] = static_cast<double>(at(0.99));
+}
+
+/// Sets itself again and again, and notes how late it was.
+class LateAlarm : public Alarm {
+public:
+    explicit LateAlarm(Loop& loop) : m_loop(loop) { m_lateness.reserve(LATE_TIMERS); }
+
+    void Start() {
+        m_deadline =
+            get_monotonic_nanoseconds() + 200'000 + static_cast<std::int64_t>(m_random() % 1'000'000);
+        m_loop.AddTimer(*this, m_deadline);
+    }
+
+    void OnTime() override {
+        m_lateness.push_back(get_monotonic_nanoseconds() - m_deadline);
+        if (m_lateness.size() < LATE_TIMERS) {
+            Start();
+        } else {
+            m_loop.Stop();
+        }
+    }
+
+    const std::vector<std::int64_t>& GetLateness() const { return m_lateness; }
+
+private:
+    Loop& m_loop;
+    std::minstd_rand m_random;
+    std::int64_t m_deadline = 0;
+    std::vector<std::int64_t> m_lateness;
+};
+
+/// Runs a function once, on the loop's thread.
+class Starter : public EventClient {
+public:
+    explicit Starter(std::function<void()> start) : m_start(std::move(start)) { MakeReady(); }
+    void OnReady() override {
+        TakeBack();
+        m_start();
+    }
+
+private:
+    const std::function<void()> m_start;
+};
+
+void BenchTimer(benchmark::State& state, const LoopKind& kind) {
+    auto loop = kind.make();
+    LateAlarm alarm(*loop);
+    Starter starter([&] { alarm.Start(); });
+    loop->Watch(starter);
+    loop->Run();
+    loop.reset();  // before those that it serves
+    ReportTimes(state, alarm.GetLateness());
+}
+
+/// Counts how often it fires, up to the last time.
+class CountingAlarm : public Alarm {
+public:
+    explicit CountingAlarm(Loop& loop) : m_loop(loop) {}
+
+    void OnTime() override {
+        if (++m_fired == MANY_TIMERS) {
+            m_end = ThreadTime();
+            m_loop.Stop();
+        }
+    }
+
+    std::int64_t GetEnd() const { return m_end; }
+
+private:
+    Loop& m_loop;
+    std::int64_t m_fired = 0;
+    std::int64_t m_end = 0;
+};
+
+void BenchManyTimers(benchmark::State& state, const LoopKind& kind) {
+    auto loop = kind.make();
+    CountingAlarm alarm(*loop);
+    std::int64_t start = 0;
+    Starter starter([&] {
+        start = ThreadTime();
+        const std::int64_t first = get_monotonic_nanoseconds() + 2'000'000;
+        for (std::int64_t i = 0; i < MANY_TIMERS; ++i) {
+            constexpr std::int64_t STRIDE = 617;  // has no factor in common with their number
+            loop->AddTimer(alarm, first + i * STRIDE % MANY_TIMERS * 1000);
+        }
+    });
+    loop->Watch(starter);
+    loop->Run();
+    loop.reset();  // before those that it serves
+    while (state.KeepRunningBatch(MANY_TIMERS)) {
+        state.SetIterationTime(Seconds(alarm.GetEnd() - start));
+    }
+}
+
+/// Tells another thread when it was called.
+class CalledClient : public EventClient {
+public:
+    CalledClient() : EventClient(1) {}
+
+    void OnReady() override {
+        const std::int64_t now = get_monotonic_nanoseconds();
+        m_called = now;
+        m_called.notify_one();
+    }
+
+    /// @return how long it took until a call came
+    std::int64_t Time(Loop& loop) {
+        m_called = 0;
+        const std::int64_t start = get_monotonic_nanoseconds();
+        loop.Call(*this);
+        m_called.wait(0);
+        return m_called - start;
+    }
+
+private:
+    std::atomic<std::int64_t> m_called{0};
+};
+
+/// Ends a loop when it is called.
+class StoppingClient : public EventClient {
+public:
+    explicit StoppingClient(Loop& loop) : EventClient(1), m_loop(loop) {}
+    void OnReady() override { m_loop.Stop(); }
+
+private:
+    Loop& m_loop;
+};
+
+void BenchCall(benchmark::State& state, const LoopKind& kind, bool busy) {
+    std::vector<std::int64_t> times;
+    times.reserve(CALLS);
+    std::optional<EventClient> alwaysReady;
+    CalledClient called;
+    auto loop = kind.make();
+    if (busy) {
+        loop->Watch(alwaysReady.emplace(1));
+    }
+    StoppingClient stopping(*loop);
+    std::thread caller([&] {
+        for (std::int64_t i = 0; i < CALLS; ++i) {
+            std::this_thread::sleep_for(std::chrono::microseconds(20));
+            times.push_back(called.Time(*loop));
+        }
+        loop->Call(stopping);
+    });
+    loop->Run();
+    caller.join();
+    loop.reset();  // before those that it serves
+    ReportTimes(state, times);
+}
+
 template <class... Arguments>
 void Register(const LoopKind& kind, const char* what,
               void (*run)(benchmark::State&, const LoopKind&, Arguments...), std::int64_t iterations,
@@ -165,6 +342,12 @@ void RegisterAll() {
         Register<std::size_t, bool>(kind, "dispatch/1of8", BenchDispatch, AS_MANY_AS_NEEDED, 8, false);
         Register<std::size_t, bool>(kind, "dispatch/1of32", BenchDispatch, AS_MANY_AS_NEEDED, 32, false);
         Register<std::size_t, bool>(kind, "dispatch/8of8", BenchDispatch, AS_MANY_AS_NEEDED, 8, true);
+        Register<>(kind, "timer", BenchTimer, LATE_TIMERS);
+        Register<>(kind, "timers", BenchManyTimers, MANY_TIMERS);
+        if (kind.make()->CanBeCalled()) {
+            Register<bool>(kind, "call/idle", BenchCall, CALLS, false);
+            Register<bool>(kind, "call/busy", BenchCall, CALLS, true);
+        }
     }
 }
 
