@@ -10,7 +10,7 @@
 //
 // There is a program for each library. Run one loop in a process, by a filter where a program has several.
 //
-// usage: PROGRAM [--benchmark_filter=^LOOP/] [Google Benchmark's options]
+// usage: PROGRAM [--brief] [--benchmark_filter=^LOOP/] [Google Benchmark's options]
 //        PROGRAM --count LOOP CALLBACKS   nothing but callbacks, one of two ready, for strace to count
 //
 // The latter prints the allocations a callback.
@@ -42,9 +42,11 @@ namespace {
 using strata::get_monotonic_nanoseconds;
 
 constexpr std::int64_t WARM_UP = 1000;  // callbacks that are not counted
-constexpr std::int64_t LATE_TIMERS = 400;
 constexpr std::int64_t MANY_TIMERS = 1000;
-constexpr std::int64_t CALLS = 2000;
+
+// How many are waited for; few for a brief run.
+std::size_t lateTimers = 400;
+std::size_t calls = 1000;
 
 std::int64_t ThreadTime() {
     timespec time{};
@@ -176,7 +178,7 @@ void ReportTimes(benchmark::State& state, std::vector<std::int64_t> times) {
 /// Sets itself again and again, and notes how late it was.
 class LateAlarm : public Alarm {
 public:
-    explicit LateAlarm(Loop& loop) : m_loop(loop) { m_lateness.reserve(LATE_TIMERS); }
+    explicit LateAlarm(Loop& loop) : m_loop(loop) { m_lateness.reserve(lateTimers); }
 
     void Start() {
         m_deadline =
@@ -186,7 +188,7 @@ public:
 
     void OnTime() override {
         m_lateness.push_back(get_monotonic_nanoseconds() - m_deadline);
-        if (m_lateness.size() < LATE_TIMERS) {
+        if (m_lateness.size() < lateTimers) {
             Start();
         } else {
             m_loop.Stop();
@@ -301,7 +303,7 @@ private:
 
 void BenchCall(benchmark::State& state, const LoopKind& kind, bool busy) {
     std::vector<std::int64_t> times;
-    times.reserve(CALLS);
+    times.reserve(calls);
     std::optional<EventClient> alwaysReady;
     CalledClient called;
     auto loop = kind.make();
@@ -310,7 +312,7 @@ void BenchCall(benchmark::State& state, const LoopKind& kind, bool busy) {
     }
     StoppingClient stopping(*loop);
     std::thread caller([&] {
-        for (std::int64_t i = 0; i < CALLS; ++i) {
+        while (times.size() < calls) {
             std::this_thread::sleep_for(std::chrono::microseconds(20));
             times.push_back(called.Time(*loop));
         }
@@ -331,22 +333,22 @@ void Register(const LoopKind& kind, const char* what,
                                      [=, &kind](benchmark::State& state) { run(state, kind, arguments...); });
     registered->UseManualTime();
     if (iterations != 0) {
-        registered->Iterations(iterations);
+        registered->Iterations(static_cast<std::int64_t>(iterations));
     }
 }
 
 void RegisterAll() {
-    constexpr std::int64_t AS_MANY_AS_NEEDED = 0;
+    constexpr std::size_t AS_MANY_AS_NEEDED = 0;
     for (const LoopKind& kind : LoopKind::All()) {
         Register<std::size_t, bool>(kind, "dispatch/1of2", BenchDispatch, AS_MANY_AS_NEEDED, 2, false);
         Register<std::size_t, bool>(kind, "dispatch/1of8", BenchDispatch, AS_MANY_AS_NEEDED, 8, false);
         Register<std::size_t, bool>(kind, "dispatch/1of32", BenchDispatch, AS_MANY_AS_NEEDED, 32, false);
         Register<std::size_t, bool>(kind, "dispatch/8of8", BenchDispatch, AS_MANY_AS_NEEDED, 8, true);
-        Register<>(kind, "timer", BenchTimer, LATE_TIMERS);
+        Register<>(kind, "timer", BenchTimer, lateTimers);
         Register<>(kind, "timers", BenchManyTimers, MANY_TIMERS);
         if (kind.make()->CanBeCalled()) {
-            Register<bool>(kind, "call/idle", BenchCall, CALLS, false);
-            Register<bool>(kind, "call/busy", BenchCall, CALLS, true);
+            Register<bool>(kind, "call/idle", BenchCall, calls, false);
+            Register<bool>(kind, "call/busy", BenchCall, calls, true);
         }
     }
 }
@@ -369,6 +371,11 @@ int Count(const std::string& name, std::int64_t callbacks) {
 int main(int argc, char** argv) {
     if (argc == 4 && argv[1] == std::string("--count")) {
         return Count(argv[2], std::atoll(argv[3]));
+    }
+    if (argc > 1 && argv[1] == std::string("--brief")) {
+        lateTimers = calls = 20;
+        argv[1] = argv[0];
+        return RunBenchmarks(argc - 1, argv + 1, RegisterAll);
     }
     return RunBenchmarks(argc, argv, RegisterAll);
 }
