@@ -79,9 +79,11 @@ def event_loops(build, repetitions, seconds):
     process for each loop, one after the other, then all again."""
     programs = _event_loop_programs(build)
     figures = {loop: {} for loop in programs}
+    brief = ["--brief"] if repetitions == 1 else []
     for _ in range(repetitions):
         for loop, program in programs.items():
-            results = _benchmarks(seconds, program, f"--benchmark_filter=^{re.escape(loop)}/")
+            pattern = re.sub(r"\W", ".", loop)
+            results = _benchmarks(seconds, program, *brief, f"--benchmark_filter=^{pattern}/")
             _collect(figures[loop], {name.removeprefix(f"{loop}/"): result for name, result in results.items()},
                      ("p50", "p99", "allocations"))
     if shutil.which("strace"):
