@@ -36,12 +36,15 @@ public:
 private:
     class Attached : public Pollable {
     public:
-        explicit Attached(Client& client) : m_client(client) {}
-        int GetFd() override { return m_client.GetFd(); }
+        explicit Attached(Client& client) : m_client(client), m_fd(client.GetFd()) {}
+        int GetFd() override { return m_fd; }
         void OnActivity(short) override { m_client.OnReady(); }
 
     protected:
         Client& m_client;
+
+    private:
+        const int m_fd;
     };
 
     class CalledOnce : public Attached {
