@@ -12,6 +12,7 @@ STEPS = ("libraries", "constructors", "signals, hardware", "database of file typ
          "screen, mode, surface", "fonts", "title drawn", "title shown")
 OWN_STEPS = ("constructors", "signals, hardware", "command line")
 MICROSECOND, MILLISECOND = 1e3, 1e6
+BUSY = 0.5  # load before the run
 RATE_REACHED = 0.95  # of the rate that was asked for
 
 median = statistics.median
@@ -231,6 +232,9 @@ def write(figures, folder):
              f"{machine['kernel']}, {machine['compiler']}; the player on {machine['player']}; load before the run: "
              f"{machine['load']:.2f}. `scripts/bench` writes this page; [performance](../performance.md) says what it "
              "means.", ""]
+    if machine["load"] > BUSY:
+        lines += ["**The machine was busy: times of this run mean little, and goals that are not met may well be.**",
+                  ""]
     goals = list(_goals(figures))
     lines += ["## Goals", ""]
     lines += _table(["goal", "measured", "at most", ""],
