@@ -71,7 +71,7 @@ class RoundTrip(unittest.TestCase):
             with VirtualPlayer(boards=(f"replay:{file.name}",), build=build_folder()) as player:
                 # Other thresholds than those of the recording: the board does not care.
                 again, recorder = self.record_run(player, "--timeout", "60", "--finger-threshold", "2,20")
-                player.boards[0].wait_for_record(" replay ends")
+                player.boards[0].wait_for_record(" replay ends", RUN_TIMEOUT)
                 self.assertTrue(player.wait_for(lambda: len(printed_samples(again)) >= len(samples), RUN_TIMEOUT))
                 again.kill(signal.SIGTERM)
                 copy = self.end(again, recorder)
@@ -99,7 +99,7 @@ class Recordings(GuestTestCase):
         board.send("stall")
         wait_for_samples(60)
         board.send("unstall")
-        self.wait_for_event("replay ends")
+        board.wait_for_record(" replay ends", RUN_TIMEOUT)
         run.kill(signal.SIGTERM)
         run.wait(RUN_TIMEOUT)
         printed = printed_samples(run)
