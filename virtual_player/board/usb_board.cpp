@@ -103,9 +103,11 @@ private:
             PrintRecord(m_pluggedEvent);
         }
         if (m_plugging != Plugging::NOT_NOW && Now() >= m_plugDeadline) {
+            PrintComplaint(m_plugLine, m_plugging == Plugging::WAITS_FOR_PORT
+                                           ? "another board is in this port; take another with --port"
+                                           : "the kernel made no hiddev node");
             m_plugging = Plugging::NOT_NOW;
             m_link.reset();
-            PrintComplaint(m_plugLine, "the kernel made no hiddev node");
         }
     }
 
