@@ -21,6 +21,17 @@ import tables
 TOP = pathlib.Path(__file__).resolve().parents[1]
 
 
+# The load average goes on for a while about what has ended, such as a build just before.
+IDLE_LOAD = 0.4
+IDLE_TIMEOUT = 240  # seconds
+
+
+def wait_until_idle():
+    deadline = time.monotonic() + IDLE_TIMEOUT
+    while os.getloadavg()[0] > IDLE_LOAD and time.monotonic() < deadline:
+        time.sleep(5)
+
+
 def machine():
     """What the figures depend on, without the name of this machine."""
     models = [line.split(":", 1)[1].strip() for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines()
@@ -54,6 +65,8 @@ def main():
                         help="a padtune for the player to compare the opening of ports with")
     options = parser.parse_args()
 
+    if not options.brief:
+        wait_until_idle()
     figures = {"machine": machine(), "host": {}, "guest": {}}
     if options.only != "guest":
         repetitions, seconds = (1, 0.01) if options.brief else (7, 0.1)
