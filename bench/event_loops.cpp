@@ -26,8 +26,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <deque>
+#include <exception>
 #include <optional>
 #include <random>
+#include <string_view>
 #include <thread>
 
 #include "bench/allocation_count.h"
@@ -332,7 +334,7 @@ void BenchCall(benchmark::State& state, const LoopKind& kind, bool busy) {
 
 template <class... Arguments>
 void Register(const LoopKind& kind, const char* what,
-              void (*run)(benchmark::State&, const LoopKind&, Arguments...), std::int64_t iterations,
+              void (*run)(benchmark::State&, const LoopKind&, Arguments...), std::size_t iterations,
               Arguments... arguments) {
     auto* const registered =
         benchmark::RegisterBenchmark((kind.name + "/" + what).c_str(),
@@ -351,7 +353,7 @@ void RegisterAll() {
         Register<std::size_t, bool>(kind, "dispatch/1of32", BenchDispatch, AS_MANY_AS_NEEDED, 32, false);
         Register<std::size_t, bool>(kind, "dispatch/8of8", BenchDispatch, AS_MANY_AS_NEEDED, 8, true);
         Register<>(kind, "timer", BenchTimer, lateTimers);
-        Register<>(kind, "timers", BenchManyTimers, MANY_TIMERS);
+        Register<>(kind, "timers", BenchManyTimers, static_cast<std::size_t>(MANY_TIMERS));
         if (kind.make()->CanBeCalled()) {
             Register<bool>(kind, "call/idle", BenchCall, calls, false);
             Register<bool>(kind, "call/busy", BenchCall, calls, true);
@@ -360,25 +362,30 @@ void RegisterAll() {
 }
 
 /// For strace: nothing but callbacks.
-int Count(const std::string& name, std::int64_t callbacks) {
-    for (const LoopKind& kind : LoopKind::All()) {
-        if (kind.name == name) {
-            const Dispatch dispatch = RunDispatch(kind, 2, false, callbacks);
-            std::printf("%.4f\n", static_cast<double>(dispatch.allocations) / static_cast<double>(callbacks));
-            return 0;
+int Count(const char* name, std::int64_t callbacks) {
+    try {
+        for (const LoopKind& kind : LoopKind::All()) {
+            if (kind.name == name) {
+                const Dispatch dispatch = RunDispatch(kind, 2, false, callbacks);
+                std::printf("%.4f\n",
+                            static_cast<double>(dispatch.allocations) / static_cast<double>(callbacks));
+                return 0;
+            }
         }
+        std::fprintf(stderr, "no loop %s\n", name);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s: %s\n", name, failure.what());
     }
-    std::fprintf(stderr, "no loop %s\n", name.c_str());
     return 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && argv[1] == std::string("--count")) {
+    if (argc == 4 && argv[1] == std::string_view("--count")) {
         return Count(argv[2], std::atoll(argv[3]));
     }
-    if (argc > 1 && argv[1] == std::string("--brief")) {
+    if (argc > 1 && argv[1] == std::string_view("--brief")) {
         lateTimers = calls = 20;
         argv[1] = argv[0];
         return RunBenchmarks(argc - 1, argv + 1, RegisterAll);

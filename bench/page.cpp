@@ -143,7 +143,7 @@ template <class Step>
 void Repeat(benchmark::State& state, Step step) {
     step();  // glyphs are rendered once
     const std::uint64_t allocations = CountAllocations();
-    for (const auto _ : state) {
+    while (state.KeepRunning()) {
         step();
     }
     state.counters["allocations"] = benchmark::Counter(static_cast<double>(CountAllocations() - allocations),

@@ -46,7 +46,7 @@ void Decode(benchmark::State& state, bool lines) {
         report.Deliver(receive);
     }
     const std::uint64_t allocations = CountAllocations();
-    for (const auto _ : state) {
+    while (state.KeepRunning()) {
         report.Deliver(receive);
     }
     state.counters["allocations"] = benchmark::Counter(static_cast<double>(CountAllocations() - allocations),

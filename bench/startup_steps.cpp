@@ -155,8 +155,8 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
         EndOf("ports");
     }
     using Request = int (*)(int, unsigned long, void*);
-    static const auto next = reinterpret_cast<Request>(dlsym(RTLD_NEXT, "ioctl"));
-    return next(fd, request, argument);
+    static const auto NEXT = reinterpret_cast<Request>(dlsym(RTLD_NEXT, "ioctl"));
+    return NEXT(fd, request, argument);
 }
 
 }  // extern "C"

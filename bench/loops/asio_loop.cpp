@@ -58,6 +58,6 @@ private:
     std::deque<asio::posix::stream_descriptor> m_descriptors;
 };
 
-const RegisteredLoop<AsioLoop> kind("Asio");
+const RegisteredLoop<AsioLoop> KIND("Asio");
 
 }  // namespace

@@ -121,7 +121,7 @@ public:
         if (m_epoll.Get() < 0) {
             throw ErrnoException(errno, "epoll_create1");
         }
-        Watch(m_pipe);
+        EpollLoop::Watch(m_pipe);
     }
 
     void Watch(Client& client) override {
@@ -152,8 +152,8 @@ private:
     WakePipe m_pipe;
 };
 
-const RegisteredLoop<PpollLoop> ppollKind("ppoll");
-const RegisteredLoop<PpollWithPipeLoop> ppollWithPipeKind("ppoll+pipe");
-const RegisteredLoop<EpollLoop> epollKind("epoll");
+const RegisteredLoop<PpollLoop> PPOLL_KIND("ppoll");
+const RegisteredLoop<PpollWithPipeLoop> PPOLL_WITH_PIPE_KIND("ppoll+pipe");
+const RegisteredLoop<EpollLoop> EPOLL_KIND("epoll");
 
 }  // namespace

@@ -61,6 +61,6 @@ private:
     std::vector<GSource*> m_sources;
 };
 
-const RegisteredLoop<GlibLoop> kind("GLib");
+const RegisteredLoop<GlibLoop> KIND("GLib");
 
 }  // namespace

@@ -66,6 +66,6 @@ private:
     std::deque<ev_io> m_ios;
 };
 
-const RegisteredLoop<LibevLoop> kind("libev");
+const RegisteredLoop<LibevLoop> KIND("libev");
 
 }  // namespace

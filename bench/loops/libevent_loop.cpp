@@ -67,6 +67,6 @@ private:
     std::vector<event*> m_events;
 };
 
-const RegisteredLoop<LibeventLoop> kind("libevent");
+const RegisteredLoop<LibeventLoop> KIND("libevent");
 
 }  // namespace

@@ -75,6 +75,6 @@ private:
     std::deque<uv_poll_t> m_polls;
 };
 
-const RegisteredLoop<LibuvLoop> kind("libuv");
+const RegisteredLoop<LibuvLoop> KIND("libuv");
 
 }  // namespace

@@ -59,7 +59,10 @@ private:
         PollThread& m_thread;
     };
 
-    void OnTimer(std::uintptr_t alarm) { reinterpret_cast<Alarm*>(alarm)->OnTime(); }
+    void OnTimer(std::uintptr_t alarm) {
+        // A number is all that a timer is given.
+        reinterpret_cast<Alarm*>(alarm)->OnTime();  // NOLINT(performance-no-int-to-ptr)
+    }
 
     std::binary_semaphore m_stopped{0};
     std::deque<Attached> m_attached;
@@ -67,6 +70,6 @@ private:
     PollThread m_thread;  // first to end
 };
 
-const RegisteredLoop<PollThreadLoop> kind("PollThread");
+const RegisteredLoop<PollThreadLoop> KIND("PollThread");
 
 }  // namespace

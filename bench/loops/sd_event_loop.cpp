@@ -23,7 +23,7 @@ class SdEventLoop : public Loop, Client {
 public:
     SdEventLoop() {
         Check(sd_event_new(&m_event), "sd_event_new");
-        Watch(*this);
+        SdEventLoop::Watch(*this);
     }
 
     ~SdEventLoop() override {
@@ -78,6 +78,6 @@ private:
     std::vector<sd_event_source*> m_sources;
 };
 
-const RegisteredLoop<SdEventLoop> kind("sd-event");
+const RegisteredLoop<SdEventLoop> KIND("sd-event");
 
 }  // namespace
