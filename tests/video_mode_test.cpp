@@ -92,10 +92,16 @@ TEST_F(VideoModeTest, AModeStringSelectsARowAndChangesIt) {
     EXPECT_EQ(empty, "1920x1080x60p");
 }
 
+auto GetOtherFields(const VideoModeRecord& mode) {
+    return std::tuple(mode.tv_timing, mode.tv_standard, mode.rank, mode.color_space, mode.color_spaces_8bit,
+                      mode.color_spaces_10bit, mode.color_spaces_12bit, mode.reduced_blanking, mode.upscale);
+}
+
 TEST(VideoModeTable, ASizeOrARateIsTheSameInEveryRow) {
     std::map<std::string, std::uint64_t> resolutions;
     std::map<std::uint64_t, std::string> sizes;
     std::map<std::string, std::uint32_t> frequencies;
+    std::map<std::tuple<std::string, std::string, bool>, decltype(GetOtherFields(VideoModeRecord()))> others;
     for (const VideoModeRecord& mode : GetVideoModeTable()) {
         std::smatch parts;
         const std::string name = mode.name;
@@ -112,8 +118,28 @@ TEST(VideoModeTable, ASizeOrARateIsTheSameInEveryRow) {
         // Colour spaces of more bits are a choice among those that the mode has at all.
         EXPECT_EQ(mode.color_spaces_12bit != 0, mode.color_spaces_10bit != 0) << name;
         EXPECT_EQ(mode.tv_timing, !mode.pc_timing) << name;
+        // Modes of a size differ otherwise only by whether a link has to be fast for them.
+        const bool isFast = std::stod(parts[2]) > 30;
+        const auto fields = GetOtherFields(mode);
+        EXPECT_EQ(others.try_emplace({parts[1], parts[3], isFast}, fields).first->second, fields) << name;
     }
     EXPECT_FALSE(resolutions.empty());
+}
+
+TEST(VideoModeTable, AStandardWithoutASizeHasTheNameOfItsStandard) {
+    std::map<std::uint32_t, std::string> standards;
+    static const DirectFBScreenEncoderTVStandardsNames(names);
+    for (const auto& [standard, name] : names) {
+        standards[standard] = std::regex_replace(strata::ToLowerAscii(name), std::regex("_"), "-");
+    }
+    unsigned count = 0;
+    for (const VideoModeRecord& mode : GetVideoModeTable()) {
+        if (std::string_view(mode.name).find('x') == std::string_view::npos) {
+            EXPECT_THAT(mode.name, StartsWith(standards.at(mode.tv_standard)));
+            ++count;
+        }
+    }
+    EXPECT_EQ(count, 10);
 }
 
 TEST_F(VideoModeTest, RejectsUnknownNamesAndColourSpacesThatTheModeDoesNotAllow) {
