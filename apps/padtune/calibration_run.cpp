@@ -321,13 +321,13 @@ void CalibrationRun::SetButtonMask(std::int64_t second, OutputFunction setOutput
         if (entry.second != second) {
             continue;
         }
+        LeaveWhenTerminated();
         if (OutputDiagnostics && second == 0) {
             std::fprintf(stderr, "SetButtonMask: START: BT%d: %x\n", entry.button, entry.mask);
         } else if (OutputDiagnostics) {
             std::fprintf(stderr, "SetButtonMask: %4d: BT%d: %x\n", static_cast<int>(second), entry.button,
                          entry.mask);
         }
-        LeaveWhenTerminated();
         setOutput(*m_outputs.led, static_cast<unsigned>(entry.button) - 1, entry.mask);
         Pause();
     }
