@@ -43,8 +43,8 @@ std::string FormatRawHeader(int rawHeader) {
     return rawHeader < 0 ? "?" : strprintf("%d", rawHeader);
 }
 
-/// The row of a parameter, if it has one. Each call with a code that has no label prints a line on standard
-/// error. The table is walked twice, to measure and to draw, so such a code gives two lines, deliberately.
+/// The row of a parameter, if it has one. Each call with an unknown code prints a line on standard error. The
+/// table is walked twice, to measure and to draw, so such a code gives two lines, deliberately.
 std::optional<ParameterRow> LookUpParameterRow(const BoardParameter& parameter, int rawHeader) {
     if (parameter.code == COMMAND_DIAGNOSE_BUTTON) {
         return std::nullopt;  // marks an unused place of the setup report

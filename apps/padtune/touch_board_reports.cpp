@@ -126,8 +126,8 @@ void TouchBoardReports::DecodeSetup() {
         return;  // deliberately without clearing the slots, here and below
     }
 
-    // The count is stored before it is checked. The main thread may see a strange one for a moment, but finds
-    // no setup with it.
+    // The count is stored before it is checked. The main thread may see a strange one for a moment; with it,
+    // it finds no setup, or the last valid one if that has not been taken yet.
     const auto count = static_cast<std::int32_t>(Byte(m_slots[SLOT_BUTTONS], 1));
     m_buttonCount = count;
     if (count != SUPPORTED_BUTTON_COUNT) {
