@@ -26,7 +26,8 @@ public:
 
 /// Opens a port by its name; the case of ASCII letters does not matter:
 /// - "vantora": the player's own lines;
-/// - "VX1000-compatible": a flat port of own lines and of an expander's, for older software;
+/// - "VX1000-compatible": a flat port of own lines and of an expander's, for older software. It asks for
+///   the expander by names without a number, which no board has, so that it is not found as yet;
 /// - any other, such as "TouchBoard-0-LED": a board. The boards are looked for once in a process, at the
 ///   first such call: what is plugged in later cannot be opened.
 /// Any thread, not from a callback, nor while something is held that one takes. A board that does not answer
