@@ -20,8 +20,10 @@ inline std::string FormatCount(std::uint64_t count) {
 
 /// @param number to be rounded
 /// @param digits after the decimal point
+/// @return without a sign where nothing but zeros is left
 inline std::string FormatDecimal(double number, int digits = 1) {
-    return strprintf("%.*f", digits, number);
+    const std::string text = strprintf("%.*f", digits, number);
+    return text.find_first_not_of("-0.") == std::string::npos && text.front() == '-' ? text.substr(1) : text;
 }
 
 /// @return seconds with three decimals
