@@ -86,6 +86,9 @@ TEST_F(VideoModeTest, AModeStringSelectsARowAndChangesIt) {
     for (const auto& [modeString, expected] : cases) {
         EXPECT_EQ(Parse(modeString), expected) << modeString;
     }
+    for (const VideoModeRecord& row : GetVideoModeTable()) {
+        EXPECT_THAT(Parse(row.name), StartsWith(row.name + " space"s));
+    }
     VideoMode::Mode mode{};
     std::string empty;
     VideoMode::Parse(empty, mode);
