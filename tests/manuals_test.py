@@ -62,6 +62,7 @@ class Manuals(unittest.TestCase):
 
     def test_manual_has_the_commands_of_the_help(self):
         help_text = subprocess.run([*PROGRAMS["portprobe"], "--help"], stdout=subprocess.PIPE, text=True).stdout
+        self.assertEqual(help_text, (TOP / "tests/data/portprobe_help").read_text())  # which was read
         manual = (TOP / "docs/man/portprobe.1.scd").read_text().split("\n# COMMANDS\n")[1].split("\n# ")[0]
         self.assertEqual(sorted(re.findall(r"^\*(\w+)\*$", manual, re.MULTILINE)),
                          sorted(re.findall(r"^    ([a-z]+)", help_text, re.MULTILINE)))

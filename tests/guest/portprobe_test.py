@@ -132,6 +132,7 @@ class Portprobe(GuestTestCase):
                 ("get vantora 12 13", "PIN 13: vantora has 13 pins, numbered from 0"),
                 ("list --numeric", "--numeric: not for 'list'"),
                 ("watch vantora --pins=12,13", "PIN 13: vantora has 13 pins, numbered from 0"),
+                ("watch vantora --timeout 2147484", "--timeout 2147484: not a number from 0 to 2147483"),
                 ("watch vantora --edges=up", "--edges up: use rising, falling or both"),
                 ("watch LightController-0-DIAGNOSTICS --edges=rising",
                  "--edges: LightController-0-DIAGNOSTICS has values, not levels"),

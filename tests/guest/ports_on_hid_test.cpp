@@ -46,8 +46,9 @@ public:
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): nobody owns it through its base
 struct AnnouncementCount final : DeviceHotplugUpdateObserver {
     std::atomic<int> count{0};
+    std::atomic<int> gone{0};  ///< how often they were announced to have gone
     void OnDeviceAppeared(const std::string&) override { ++count; }
-    void OnDeviceDisappeared(const std::string&) override {}
+    void OnDeviceDisappeared(const std::string&) override { ++gone; }
 };
 
 DescriptorPtr FindAvailable(const std::string& name) {
@@ -290,6 +291,7 @@ TEST_F(PortsOnHid, ABoardThatIsBackBeforeItsLossIsSeenReturns) {
         board.Unplug();
         board.Plug();
         WaitUntil([&] { return announcements.count >= 2; });
+        EXPECT_GE(announcements.gone, 1);
     }
     WaitUntil([&] { return board.HasState(Leds(std::vector<unsigned>(11, 1))); });
     m_objectGlobals.RemoveHotplugObserver(&announcements, "/hiddev");
