@@ -91,9 +91,10 @@ class ToldPlayer(GuestTestCase):
     def test_a_run_on_a_slow_board_that_echoes_and_forgets_is_as_any_other(self):
         board = self.player.boards[0]
         self.addCleanup(board.send, "delay 0\nlate 0\necho off\nremember")
-        board.send("delay 150\nlate 400\necho on\nforget")
+        board.send("delay 150\nlate 700\necho on\nforget")
         run = self.start_padtune("--timeout", "8", "--led-mask", "2,0,5", "--output-diagnostics", "x")
         self.assertTrue(self.player.wait_for(lambda: b": BT4:" in run.stderr, RUN_TIMEOUT), run.stderr)
+        self.assertGreater(self.events().count("identify"), 1)  # asked again before the answer came
         board.unplug()
         seen = len(board.records)
         board.plug()
