@@ -24,6 +24,7 @@ OUTPUTS = (" button-mask 0x00000040", " led-mask 0x00000002", " led 2 0x00000015
 AWAY = (0, 0.1, 0.3)  # seconds, in turn
 AWAY_FOR_LONG = 11  # past the time in which a port counts on a return
 LONG_EVERY = 100  # cycles
+SETTLED_AFTER = 100  # cycles, in which the allocator takes the pages that it then goes on with
 TIMEOUT = 20
 SAMPLE = re.compile(rb": BT5: +(\d+) ")
 SCREEN = (1280, 1024)  # on a lower one the last value of a box stands in the next one, where nothing is cleared
@@ -111,6 +112,8 @@ def main():
             seconds.append(run.cycle(AWAY_FOR_LONG if number % LONG_EVERY == 0 else AWAY[number % len(AWAY)]))
             if seconds[-1] is None:
                 break
+            if number == SETTLED_AFTER:
+                before = before._replace(memory=run.settled_resources(before).memory)
         after = run.settled_resources(before)
         samples = run.samples()
         run.end()
