@@ -235,10 +235,11 @@ TEST_F(TouchBoardReportsTest, ASetupIsWaitedForUntilItsLinesArePrintedWhateverCa
     const auto makeRoom = [&] {
         madeRoom = madeRoom || read(readEnd.Get(), content.data(), content.size()) > 0;
     };
-    const auto setup = WaitForSetup(m_reports, ~std::uint64_t{0}, [&](std::chrono::milliseconds step) {
+    const std::uint64_t deadline = getTickCount() + 1'000'000'000;
+    const auto setup = WaitForSetup(m_reports, deadline, [&](std::chrono::milliseconds step) {
         if (!pollThread.joinable()) {
             pollThread = std::thread([this] { Deliver(MakeSetup()); });
-            while (m_reports.GetButtonCount() < 0) {
+            while (m_reports.GetButtonCount() < 0 || getTickCount() <= deadline) {
                 std::this_thread::yield();
             }
             return;

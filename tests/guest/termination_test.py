@@ -12,6 +12,9 @@ from guest import RUN_TIMEOUT
 from padtune_test import BLUE, STRIP_TOP, PadtuneTestCase
 
 
+SETUP_TIMEOUT = 10  # seconds
+
+
 class Termination(PadtuneTestCase):
     RUNS = 20
 
@@ -69,6 +72,16 @@ class Termination(PadtuneTestCase):
         run.kill(signal.SIGHUP)
         self.assertEqual(run.wait(RUN_TIMEOUT), 128 + signal.SIGHUP)
         self.assertNotIn("command 0x000002C2", self.events())
+
+    def test_the_wait_for_the_setup_is_cut_short(self):
+        self.addCleanup(self.player.boards[0].send, "setup normal")
+        self.player.boards[0].send("setup silent")
+        run = self.start_run()
+        self.wait_for_event("setup-request")
+        requested = time.monotonic()
+        run.kill(signal.SIGTERM)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 128 + signal.SIGTERM)
+        self.assertLess(time.monotonic() - requested, 0.7 * SETUP_TIMEOUT)
 
 
 if __name__ == "__main__":
