@@ -30,10 +30,10 @@ public:
 
 /// A port. Pins are numbered from 0; in a mask, bit n stands for pin n. Commands are given from one thread,
 /// and block for about 10 seconds when a device does not answer; one that meets the return of such a device
-/// waits as long again, for the value that is being restored. They never wait for a callback, so the caller
-/// may hold what callbacks take; who opens or releases a port, or sets its value callback, may not. A failing
-/// device is an ErrnoException, for most operations with their name. Questions about one pin of the player's
-/// own lines throw PinNotAvailableException for a pin above 31.
+/// waits as long again, for the value that is being restored. They never wait for a callback of a
+/// pin, so the caller may hold what such callbacks take; who opens or releases a port, or sets its value
+/// callback, may not. A failing device is an ErrnoException, for most operations with their name. Questions
+/// about one pin of the player's own lines throw PinNotAvailableException for a pin above 31.
 ///
 /// There is no virtual destructor: ports are made by std::make_shared of the concrete type and owned through
 /// std::shared_ptr, which remembers it.

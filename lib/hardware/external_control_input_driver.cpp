@@ -306,7 +306,7 @@ void PortOnLinuxInputDriver::CheckOutputs() const {
 
 void PortOnLinuxInputDriver::SetDroppedCallback(std::function<void()> callback) {
     const auto noCallbacks = PollThread::GetInstance()->BlockCallbacks();
-    m_droppedCallback = std::move(callback);
+    m_droppedCallback.swap(callback);  // the old one is destroyed later: that may wait for a callback
 }
 
 // --- On the poll thread ---

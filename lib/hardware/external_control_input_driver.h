@@ -66,7 +66,8 @@ public:
 
     /// Replaces the callback for pulses that a failure of the device ended. Any thread, but not that
     /// callback.
-    /// @param callback  runs on the pulses' thread, for each pin; commands nothing. May be empty.
+    /// @param callback  runs on the pulses' thread, for each pin; commands nothing, and takes nothing that is
+    ///                  held during a command, for commands wait for it. May be empty.
     void SetPulseFailureCallback(std::function<void(unsigned pin)> callback) {
         m_pulses.SetFailureCallback(std::move(callback));
     }

@@ -48,7 +48,7 @@ PulseEngine::~PulseEngine() {
 
 void PulseEngine::SetFailureCallback(FailureCallback callback) {
     const std::lock_guard lock(m_outputMutex);
-    m_failureCallback = std::move(callback);
+    m_failureCallback.swap(callback);  // the old one is destroyed without the mutex
 }
 
 void PulseEngine::Configure(const PulseSettings& settings) {
