@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <deque>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -79,6 +80,11 @@ void Write(const std::string& text) {
     }
 }
 
+struct Line {
+    std::string text;
+    unsigned long reports;  ///< that it tells of
+};
+
 class Recorder {
 public:
     Recorder(const Request& request, const StopSignals& stopSignals)
@@ -101,7 +107,7 @@ private:
     WatchWait m_wait;
     std::optional<unsigned> m_left;                 ///< of the reports that are wanted; nothing: all
     std::optional<strata::monotonic_time> m_start;  ///< the first report
-    std::deque<std::string> m_lines;                ///< still to be written
+    std::deque<Line> m_lines;                       ///< still to be written
     unsigned long m_missed = 0;                     ///< reports since the last line
     bool m_isGone = false;
 };
@@ -162,22 +168,23 @@ void Recorder::Append(const std::vector<std::uint8_t>& report) {
         return;
     }
     if (const unsigned long missed = std::exchange(m_missed, 0)) {
-        m_lines.push_back(strprintf("# missed %lu\n", missed));
+        m_lines.push_back({strprintf("# missed %lu\n", missed), missed});
     }
     if (!m_start) {
         m_start = now;
     }
     const auto time = std::chrono::duration_cast<std::chrono::microseconds>(now - *m_start).count();
     m_lines.push_back(
-        strprintf("E: %06lld.%06lld %s\n", static_cast<long long>(time / MICROSECONDS_PER_SECOND),
-                  static_cast<long long>(time % MICROSECONDS_PER_SECOND), FormatBytes(report).c_str()));
+        {strprintf("E: %06lld.%06lld %s\n", static_cast<long long>(time / MICROSECONDS_PER_SECOND),
+                   static_cast<long long>(time % MICROSECONDS_PER_SECOND), FormatBytes(report).c_str()),
+         1});
     if (m_left) {
         --*m_left;
     }
 }
 
 void Recorder::WriteOne() {
-    Write(m_lines.front());
+    Write(m_lines.front().text);
     m_lines.pop_front();
 }
 
@@ -186,8 +193,11 @@ void Recorder::WriteRest() {
     while (!m_lines.empty() && WatchWait::HasRoom()) {
         WriteOne();
     }
-    if (const std::size_t unwritten = m_lines.size() + m_missed; unwritten != 0) {
-        std::fprintf(stderr, "portprobe: %s: standard output took no more: %zu reports not printed\n",
+    const unsigned long unwritten =
+        std::accumulate(m_lines.begin(), m_lines.end(), m_missed,
+                        [](auto sum, const Line& line) { return sum + line.reports; });
+    if (unwritten != 0) {
+        std::fprintf(stderr, "portprobe: %s: standard output took no more: %lu reports not printed\n",
                      m_request.GetSubject().c_str(), unwritten);
     }
 }
