@@ -370,6 +370,17 @@ class Portprobe(GuestTestCase):
         self.assertRegex(command.stderr.decode(), f"portprobe: {name}: standard output took no more: "
                                                   r"[1-9]\d* changes not printed\n$")
 
+    def test_pulses_have_the_period_and_the_steps_that_are_asked_for(self):
+        gpio = self.player.gpio
+        seen = len(gpio.records)
+        self.start("pulse", "vantora", "10=1", "--period=100000", "--steps=4")
+        edges = []  # in seconds; up, down, up ...
+        for level in (1, 0) * 4:
+            seen = gpio.wait_for_record(f"write 17 18 {level}", start=seen)
+            edges.append(float(gpio.records[seen].split()[0]))
+        self.assertAlmostEqual((edges[6] - edges[0]) / 3, 0.4, delta=0.05)
+        self.assertAlmostEqual(sum(edges[i + 1] - edges[i] for i in (0, 2, 4)) / 3, 0.1, delta=0.05)
+
     def test_pulses_end_with_a_signal_or_the_device_and_leave_the_line_low(self):
         gpio = self.player.gpio
         # Always high: only the end sets it low.
