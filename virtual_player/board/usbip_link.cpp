@@ -87,6 +87,9 @@ void UsbIpLink::ServeWaiting(Manners manners, std::int64_t now) {
         m_waitingTransfers.pop_front();
         CarryOut(transfer, manners);
     }
+    if (manners != Manners::MUTE) {
+        ServeInterruptReads();
+    }
 }
 
 std::optional<std::int64_t> UsbIpLink::NextTransferTime() const {

@@ -41,7 +41,8 @@ public:
     /// the host gives up meanwhile is not
     void SetDelay(std::int64_t nanoseconds) { m_delay = nanoseconds; }
 
-    /// Carries out the control transfers that have waited for long enough. @throws std::system_error
+    /// Carries out the control transfers that have waited for long enough, and gives the reports that the
+    /// host asked for while the board was mute. @throws std::system_error
     void ServeWaiting(Manners manners, std::int64_t now);
 
     /// When the next waiting control transfer is due; none while there is none.
