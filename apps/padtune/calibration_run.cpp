@@ -52,8 +52,8 @@ void SetOutput(Port& port, unsigned index, std::uint32_t value) {
 }
 
 /// Writes an output, or prints why that failed. In the timed loop the port of an unplugged board keeps the
-/// value and writes it once the board is back. A value for a pin that the board lacks is lost, and so is a
-/// reset, after which the port is released.
+/// value and writes it once the board is back. A value for a pin that the board lacks never gets there;
+/// neither does a reset that fails, for the port is released then.
 void SetOutputOrReport(Port& port, unsigned index, std::uint32_t value) {
     try {
         port.SetOutput(index, value);

@@ -55,7 +55,7 @@ protected:
 ///
 /// Attach, Detach, ChangeEvents and AddTimer each write a byte to a pipe, and the thread takes back one in
 /// every iteration that finds one. The pipe holds 65,536: more of them out of one callback, or by a thread
-/// that keeps callbacks blocked, wait for ever.
+/// that keeps callbacks blocked, wait for ever; so do, in the end, two in every iteration.
 class PollThread : public strata::Singleton<PollThread> {
 public:
     /// Starts the thread.
