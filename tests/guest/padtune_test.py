@@ -3,6 +3,7 @@
 
 import hashlib
 import re
+import signal
 import time
 import unittest
 
@@ -186,7 +187,7 @@ class Runs(PadtuneTestCase):
 
     def test_a_board_that_comes_and_goes_many_times(self):
         board = self.player.boards[0]
-        run = self.start_padtune("--timeout", "30", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
+        run = self.start_padtune("--timeout", "1000", "--output-diagnostics", "x", "--led-mask", "2,0,0x15",
                                  "--button", "5", "--disable-button", "7")
         self.wait_for_event("setup-request")
         self.assertTrue(self.player.wait_for(lambda: b" 1." in run.stderr, RUN_TIMEOUT))
@@ -206,7 +207,8 @@ class Runs(PadtuneTestCase):
                 break
             time.sleep(0.1)
         self.assertEqual(descriptors, before)
-        self.assertEqual(run.wait(RUN_TIMEOUT), 0)
+        run.kill(signal.SIGTERM)
+        self.assertEqual(run.wait(RUN_TIMEOUT), 128 + signal.SIGTERM)
         self.assertIn("reset", self.events())
 
     def test_commands_while_the_board_is_away_reach_it_when_it_returns(self):
